@@ -1,0 +1,11 @@
+// The library's top-level class: a greeting that proves the library loads.
+#ifndef FILEINFO_FILEINFO_H
+#define FILEINFO_FILEINFO_H
+
+class FileInfo {
+public:
+    // Writes text and a line end to standard output.
+    static void HelloWorld(const char* text);
+};
+
+#endif  // FILEINFO_FILEINFO_H

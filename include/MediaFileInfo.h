@@ -1,0 +1,42 @@
+// The library's entry point: picks a reader by the file's extension and,
+// when that reader refuses the file, tries the others in a fixed order.
+#ifndef FILEINFO_MEDIAFILEINFO_H
+#define FILEINFO_MEDIAFILEINFO_H
+
+#include "MediaFileInfoBase.h"
+#include "MediaFileInfoDefine.h"
+
+// Lower-cases s in place (C locale) and returns it; a null or empty string
+// gives a constant empty string.
+const char* strlwr(char* s);
+
+class MediaFileInfo {
+public:
+    // Room for the extension with its dot and terminator.
+    enum { kExtensionSize = 10 };
+
+    MediaFileInfo();
+    ~MediaFileInfo();
+
+    int LoadFile(const char* path);
+    // Tries every reader the extension did not name: MP4, WAV, AIFF, AAC, MP3.
+    int LoadOtherType(const char* path);
+    int HasId3Info();
+    int IsVideo();
+    int IsAudio();
+    int SetId3Info(MediaFileInfo_st* info);
+    // Borrowed: owned by the reader, valid until the next load or destruction.
+    MediaFileInfo_st* GetFileInfo();
+
+    char m_extension[kExtensionSize];
+    MediaFileInfoBase* m_reader;
+
+private:
+    MediaFileInfo(const MediaFileInfo&) = delete;
+    MediaFileInfo& operator=(const MediaFileInfo&) = delete;
+    // Releases the reader held and makes a new one of the given row; the
+    // status of its LoadFile, or `fallback` when it could not be made.
+    int TryReader(const struct ReaderKind& kind, const char* path, int fallback);
+};
+
+#endif  // FILEINFO_MEDIAFILEINFO_H

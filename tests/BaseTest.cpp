@@ -1,0 +1,162 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+#include "MediaFileInfoBase.h"
+#include "TestFiles.h"
+
+namespace {
+
+// The base is abstract; this reader only opens the file so the helpers that
+// work on m_file can be driven.
+class ProbeReader : public MediaFileInfoBase {
+public:
+    ProbeReader() { m_bufferSize = 16; }
+    int LoadFile(const char*) override { return MFI_NOT_THIS_FORMAT; }
+};
+
+std::string Name(const char* path, int* result) {
+    char* out = nullptr;
+    *result = MediaFileInfoBase::GetFileName(&out, path);
+    std::string name = out == nullptr ? "<none>" : out;
+    free(out);
+    return name;
+}
+
+TEST(ReaderBase, IsEmptyStrCountsOnlyBlanksAsEmpty) {
+    EXPECT_EQ(MediaFileInfoBase::IsEmptyStr("   "), 1);
+    EXPECT_EQ(MediaFileInfoBase::IsEmptyStr(" a"), 0);
+    EXPECT_EQ(MediaFileInfoBase::IsEmptyStr("\t"), 0);
+    EXPECT_EQ(MediaFileInfoBase::IsEmptyStr(""), 1);
+    EXPECT_EQ(MediaFileInfoBase::IsEmptyStr(nullptr), 1);
+}
+
+TEST(ReaderBase, GetFileNameDropsDirectoryAndLastExtension) {
+    int result = -1;
+    EXPECT_EQ(Name("/music/a.b.mp3", &result), "a.b");
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(Name("song.mp3", &result), "song");
+    EXPECT_EQ(result, 1);
+}
+
+TEST(ReaderBase, GetFileNameRefusesALastComponentWithoutDot) {
+    int result = -1;
+    EXPECT_EQ(Name("/music.d/song", &result), "<none>");
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(Name("/song", &result), "<none>");
+    EXPECT_EQ(result, 0);
+}
+
+TEST(ReaderBase, GetFileNameOfABareWordIsEmpty) {
+    int result = -1;
+    EXPECT_EQ(Name("song", &result), "");
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(Name("/x/.hidden", &result), "");
+    EXPECT_EQ(result, 1);
+}
+
+TEST(ReaderBase, GetFileNameWithNullArgumentsAllocatesNothing) {
+    char* out = nullptr;
+    EXPECT_EQ(MediaFileInfoBase::GetFileName(&out, nullptr), 0);
+    EXPECT_EQ(out, nullptr);
+    EXPECT_EQ(MediaFileInfoBase::GetFileName(nullptr, "a.mp3"), 0);
+}
+
+TEST(ReaderBase, ReadWordIsBigEndian) {
+    unsigned char b[] = {0x12, 0x34, 0x56, 0x78};
+    EXPECT_EQ(MediaFileInfoBase::ReadWord(b), 0x12345678u);
+}
+
+TEST(ReaderBase, ReadWordWarnsOnAllOnes) {
+    unsigned char b[] = {0xFF, 0xFF, 0xFF, 0xFF};
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(MediaFileInfoBase::ReadWord(b), 0xFFFFFFFFu);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "ReadWord warning!\n");
+}
+
+TEST(ReaderBase, GetChannelNamesEveryCountAboveOneStero) {
+    EXPECT_EQ(MediaFileInfoBase::GetChannel(0), nullptr);
+    EXPECT_STREQ(MediaFileInfoBase::GetChannel(1), "Mono");
+    EXPECT_STREQ(MediaFileInfoBase::GetChannel(2), "Stero");
+    EXPECT_STREQ(MediaFileInfoBase::GetChannel(6), "Stero");
+}
+
+TEST(ReaderBase, GetFileStorageInfoStoresTheSize) {
+    TempDir dir;
+    const std::string p = dir.write("f.bin", Bytes(1234, 7));
+    MediaFileInfo_st record;
+    MediaFileInfo_st* r = &record;
+    EXPECT_EQ(MediaFileInfoBase::GetFileStorageInfo(&r, p.c_str()), MFI_OK);
+    EXPECT_EQ(record.fileSize, 1234u);
+    EXPECT_EQ(MediaFileInfoBase::GetFileStorageInfo(&r, nullptr), MFI_BAD_ARGUMENT);
+    EXPECT_EQ(MediaFileInfoBase::GetFileStorageInfo(&r, dir.file("missing").c_str()), MFI_SHORT_FILE);
+}
+
+TEST(ReaderBase, OverleapID3V2SeeksToTheSizeWithoutTheHeader) {
+    TempDir dir;
+    Bytes file(600);
+    for (size_t i = 0; i < file.size(); ++i) file[i] = static_cast<uint8_t>(i);
+    const unsigned char header[] = {'I', 'D', '3', 3, 0, 0, 0x00, 0x00, 0x02, 0x01};
+    memcpy(file.data(), header, sizeof header);
+    const std::string p = dir.write("t.mp3", file);
+
+    ProbeReader reader;
+    reader.m_file = fopen(p.c_str(), "rb");
+    ASSERT_NE(reader.m_file, nullptr);
+    char buffer[16];
+    memcpy(buffer, file.data(), sizeof buffer);
+    char* b = buffer;
+    EXPECT_EQ(reader.OverleapID3V2(&b), 1);
+    EXPECT_EQ(ftell(reader.m_file), 257 + 16);
+    EXPECT_EQ(static_cast<uint8_t>(buffer[0]), static_cast<uint8_t>(257));
+    fclose(reader.m_file);
+    reader.m_file = nullptr;
+}
+
+TEST(ReaderBase, OverleapID3V2LeavesFilesWithoutTagAlone) {
+    ProbeReader reader;
+    char buffer[16] = "RIFF";
+    char* b = buffer;
+    EXPECT_EQ(reader.OverleapID3V2(&b), 0);
+    char* none = nullptr;
+    EXPECT_EQ(reader.OverleapID3V2(&none), 2);
+    EXPECT_EQ(reader.OverleapID3V2(nullptr), 2);
+}
+
+TEST(ReaderBase, CopyFieldCutsAt127AndTerminates) {
+    char field[128];
+    memset(field, 'x', sizeof field);
+    const std::string longText(300, 'a');
+    MediaFileInfoBase::CopyField(field, longText.c_str());
+    EXPECT_EQ(strlen(field), 127u);
+    MediaFileInfoBase::CopyField(field, "short");
+    EXPECT_STREQ(field, "short");
+}
+
+TEST(ReaderBase, DoubleToUInt32TruncatesAndSetsTheTopBitAbove2To31) {
+    EXPECT_EQ(MediaFileInfoBase::DoubleToUInt32(916030.53), 916030u);
+    EXPECT_EQ(MediaFileInfoBase::DoubleToUInt32(2147483648.0), 0x80000000u);
+    EXPECT_EQ(MediaFileInfoBase::DoubleToUInt32(3000000000.9), 3000000000u);
+    EXPECT_EQ(MediaFileInfoBase::DoubleToUInt32(-1.0), 0xFFFFFFFFu);
+    // Out of range and NaN: what the 32-bit conversion gives, never a trap.
+    EXPECT_EQ(MediaFileInfoBase::DoubleToUInt32(5e9), 0u);
+    EXPECT_EQ(MediaFileInfoBase::DoubleToUInt32(std::numeric_limits<double>::quiet_NaN()), 0x80000000u);
+    EXPECT_EQ(MediaFileInfoBase::DoubleToUInt32(std::numeric_limits<double>::infinity()), 0u);
+}
+
+TEST(ReaderBase, SeekRelativeTakesTheDifferenceAsSigned) {
+    TempDir dir;
+    const std::string p = dir.write("f.bin", Bytes(100));
+    FILE* f = fopen(p.c_str(), "rb");
+    ASSERT_NE(f, nullptr);
+    fseek(f, 50, SEEK_SET);
+    const unsigned int cursor = 10, length = 30;
+    EXPECT_EQ(MediaFileInfoBase::SeekRelative(f, cursor - length), 0);
+    EXPECT_EQ(ftell(f), 30);
+    fclose(f);
+}
+
+}  // namespace

@@ -1,0 +1,83 @@
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <array>
+#include <vector>
+#include <cstdio>
+#include <string>
+#include <sys/wait.h>
+
+namespace {
+
+struct ToolRun {
+    std::string out;
+    int exitCode = -1;
+};
+
+ToolRun RunTool(const std::string& arguments) {
+    ToolRun run;
+    const std::string command = std::string(FILEINFO_TOOL_PATH) + " " + arguments + " 2>/dev/null";
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) return run;
+    std::array<char, 4096> chunk;
+    size_t n;
+    while ((n = fread(chunk.data(), 1, chunk.size(), pipe)) > 0) run.out.append(chunk.data(), n);
+    const int status = pclose(pipe);
+    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return run;
+}
+
+class Tool : public testing::Test {
+protected:
+    void SetUp() override {
+        if (std::string(FILEINFO_TOOL_PATH).empty()) GTEST_SKIP() << "the fileinfo tool is not built";
+    }
+};
+
+TEST_F(Tool, JsonLineHoldsTheWholeRecordOfAnExample) {
+    const std::string path = std::string(FILEINFO_EXAMPLES_DIR) + "/tone-mono.wav";
+    const ToolRun run = RunTool("--json " + path);
+    ASSERT_EQ(run.exitCode, 0);
+    const nlohmann::json j = nlohmann::json::parse(run.out);
+    EXPECT_EQ(j["path"], path);
+    EXPECT_EQ(j["status"], 1);
+    EXPECT_EQ(j["is_audio"], true);
+    EXPECT_EQ(j["is_video"], false);
+    EXPECT_EQ(j["has_tags"], false);
+    const nlohmann::json& r = j["record"];
+    EXPECT_EQ(r.size(), 28u);
+    EXPECT_EQ(r["fileType"], "WAV");
+    EXPECT_EQ(r["audioFormat"], "PCM");
+    EXPECT_EQ(r["channelMode"], "Mono");
+    EXPECT_EQ(r["sampleRate"], 8000);
+    EXPECT_EQ(r["bitRate"], 128000);
+    EXPECT_EQ(r["durationMs"], 0);  // one second rounds down to the 8-second unit
+    EXPECT_EQ(r["fileSize"], 16044);
+    EXPECT_EQ(r["title"], "tone-mono");
+}
+
+TEST_F(Tool, UnreadablePathExitsOne) {
+    const ToolRun run = RunTool("/nonexistent/file.wav");
+    EXPECT_EQ(run.exitCode, 1);
+}
+
+TEST_F(Tool, NoArgumentsIsAUsageError) {
+    const ToolRun run = RunTool("");
+    EXPECT_EQ(run.exitCode, 2);
+}
+
+TEST_F(Tool, DirectoryIsWalkedInSortedOrder) {
+    const ToolRun run = RunTool(std::string("--json ") + FILEINFO_EXAMPLES_DIR);
+    std::vector<std::string> paths;
+    size_t start = 0, end;
+    while ((end = run.out.find('\n', start)) != std::string::npos) {
+        paths.push_back(nlohmann::json::parse(run.out.substr(start, end - start))["path"]);
+        start = end + 1;
+    }
+    ASSERT_GE(paths.size(), 2u);
+    EXPECT_TRUE(std::is_sorted(paths.begin(), paths.end()));
+}
+
+}  // namespace

@@ -1,0 +1,218 @@
+// fileinfo: shows what libFileInfo reads from media files, for people
+// (a labelled listing) and for scripts (--json, one JSON object per line).
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "MediaFileInfo.h"
+
+namespace fs = std::filesystem;
+using nlohmann::ordered_json;
+
+namespace {
+
+const char* StatusText(int status) {
+    switch (status) {
+        case MFI_UNREADABLE: return "unreadable as this format";
+        case MFI_OK: return "success";
+        case MFI_BAD_ARGUMENT: return "bad argument";
+        case MFI_NO_MEMORY: return "out of memory";
+        case MFI_OPEN_FAILED: return "cannot open";
+        case MFI_SHORT_FILE: return "cannot stat, or file too short";
+        case MFI_SHORT_WRITE: return "short write";
+        case MFI_SEEK_FAILED: return "seek failed";
+        case MFI_NOT_THIS_FORMAT: return "not a recognised format";
+        default: return "unknown status";
+    }
+}
+
+// Record texts are 8-bit Latin-1; JSON wants UTF-8.
+std::string Latin1ToUtf8(const char* text, size_t capacity) {
+    std::string out;
+    for (size_t i = 0; i < capacity && text[i] != '\0'; ++i) {
+        const unsigned char c = static_cast<unsigned char>(text[i]);
+        if (c < 0x80) {
+            out += static_cast<char>(c);
+        } else {
+            out += static_cast<char>(0xC0 | (c >> 6));
+            out += static_cast<char>(0x80 | (c & 0x3F));
+        }
+    }
+    return out;
+}
+
+struct NumberField {
+    const char* name;
+    unsigned long (*get)(const MediaFileInfo_st&);
+};
+
+struct TextField {
+    const char* name;
+    const char* (*get)(const MediaFileInfo_st&);
+};
+
+#define NUMBER_FIELD(f) {#f, [](const MediaFileInfo_st& r) { return static_cast<unsigned long>(r.f); }}
+#define TEXT_FIELD(f) {#f, [](const MediaFileInfo_st& r) { return static_cast<const char*>(r.f); }}
+
+// All 28 fields, in the record's order.
+const NumberField kNumbers[] = {
+    NUMBER_FIELD(isVbr),       NUMBER_FIELD(trackNumber),   NUMBER_FIELD(level),
+    NUMBER_FIELD(profile),     NUMBER_FIELD(profileLevelId), NUMBER_FIELD(bitsPerSample),
+    NUMBER_FIELD(height),      NUMBER_FIELD(width),         NUMBER_FIELD(fileSize),
+    NUMBER_FIELD(frameRate),   NUMBER_FIELD(sampleRate),    NUMBER_FIELD(bitRate),
+    NUMBER_FIELD(peakBitRate), NUMBER_FIELD(durationMs),
+};
+const TextField kTexts[] = {
+    TEXT_FIELD(fileType), TEXT_FIELD(audioCodec), TEXT_FIELD(audioFormat), TEXT_FIELD(videoFormat),
+    TEXT_FIELD(spareText), TEXT_FIELD(channelMode), TEXT_FIELD(title),      TEXT_FIELD(artist),
+    TEXT_FIELD(album),     TEXT_FIELD(genre),       TEXT_FIELD(lyrics),     TEXT_FIELD(year),
+    TEXT_FIELD(comment),   TEXT_FIELD(composer),
+};
+
+#undef NUMBER_FIELD
+#undef TEXT_FIELD
+
+std::string Duration(unsigned long ms) {
+    char text[48];
+    snprintf(text, sizeof text, "%lu:%02lu.%03lu", ms / 60000, (ms / 1000) % 60, ms % 1000);
+    return text;
+}
+
+std::string Kbits(unsigned long bitsPerSecond) {
+    char text[48];
+    snprintf(text, sizeof text, "%.1f kbit/s", bitsPerSecond / 1000.0);
+    return text;
+}
+
+// What one load produced, kept until it is printed.
+struct LoadResult {
+    std::string path;
+    int status = MFI_NOT_THIS_FORMAT;
+    bool isAudio = false;
+    bool isVideo = false;
+    bool hasTags = false;
+    bool hasRecord = false;
+    MediaFileInfo_st record;
+};
+
+LoadResult Load(MediaFileInfo& facade, const std::string& path) {
+    LoadResult result;
+    result.path = path;
+    result.status = facade.LoadFile(path.c_str());
+    result.isAudio = facade.IsAudio() != 0;
+    result.isVideo = facade.IsVideo() != 0;
+    result.hasTags = facade.HasId3Info() != 0;
+    if (const MediaFileInfo_st* record = facade.GetFileInfo()) {
+        result.record = *record;
+        result.hasRecord = true;
+    }
+    return result;
+}
+
+ordered_json RecordJson(const MediaFileInfo_st& r) {
+    ordered_json j = ordered_json::object();
+    for (const NumberField& f : kNumbers) j[f.name] = f.get(r);
+    for (const TextField& f : kTexts) j[f.name] = Latin1ToUtf8(f.get(r), MEDIA_TEXT_SIZE);
+    return j;
+}
+
+ordered_json ResultJson(const LoadResult& result) {
+    ordered_json j;
+    j["path"] = result.path;
+    j["status"] = result.status;
+    j["status_text"] = StatusText(result.status);
+    j["is_audio"] = result.isAudio;
+    j["is_video"] = result.isVideo;
+    j["has_tags"] = result.hasTags;
+    j["record"] = result.hasRecord ? RecordJson(result.record) : ordered_json(nullptr);
+    return j;
+}
+
+void PrintText(const LoadResult& result) {
+    std::cout << result.path << "\n";
+    std::cout << "  status: " << result.status << " (" << StatusText(result.status) << ")\n";
+    std::cout << "  audio: " << (result.isAudio ? "yes" : "no") << ", video: " << (result.isVideo ? "yes" : "no")
+              << ", tags: " << (result.hasTags ? "yes" : "no") << "\n";
+    if (!result.hasRecord) {
+        std::cout << "  (no record)\n";
+        return;
+    }
+    const MediaFileInfo_st& r = result.record;
+    for (const NumberField& f : kNumbers) {
+        const unsigned long v = f.get(r);
+        std::cout << "  " << f.name << ": " << v;
+        const std::string name = f.name;
+        if (name == "durationMs") std::cout << " (" << Duration(v) << ")";
+        if (name == "bitRate" || name == "peakBitRate") std::cout << " (" << Kbits(v) << ")";
+        std::cout << "\n";
+    }
+    for (const TextField& f : kTexts) {
+        std::cout << "  " << f.name << ": \"" << Latin1ToUtf8(f.get(r), MEDIA_TEXT_SIZE) << "\"\n";
+    }
+}
+
+// Expands directories (recursively, in sorted order) into their files.
+bool CollectPaths(const std::string& argument, std::vector<std::string>& out) {
+    std::error_code error;
+    const fs::file_status st = fs::status(argument, error);
+    if (error || !fs::exists(st)) {
+        std::cerr << "fileinfo: " << argument << ": no such file or directory\n";
+        return false;
+    }
+    if (!fs::is_directory(st)) {
+        out.push_back(argument);
+        return true;
+    }
+    std::vector<std::string> files;
+    fs::recursive_directory_iterator it(argument, fs::directory_options::skip_permission_denied, error);
+    if (error) {
+        std::cerr << "fileinfo: " << argument << ": " << error.message() << "\n";
+        return false;
+    }
+    for (; it != fs::recursive_directory_iterator(); it.increment(error)) {
+        if (error) break;
+        if (it->is_regular_file(error)) files.push_back(it->path().string());
+    }
+    std::sort(files.begin(), files.end());
+    out.insert(out.end(), files.begin(), files.end());
+    return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{"Shows what libFileInfo reads from media files."};
+    std::vector<std::string> arguments;
+    bool json = false;
+    app.add_flag("--json", json, "print one JSON object per file (JSON Lines)");
+    app.add_option("paths", arguments, "media files or directories (walked recursively)")->required();
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        const int code = app.exit(e);
+        return code == 0 ? 0 : 2;
+    }
+
+    bool allLoaded = true;
+    std::vector<std::string> paths;
+    for (const std::string& argument : arguments) allLoaded &= CollectPaths(argument, paths);
+
+    for (const std::string& path : paths) {
+        MediaFileInfo facade;
+        const LoadResult result = Load(facade, path);
+        allLoaded &= result.status == MFI_OK;
+        if (json) {
+            std::cout << ResultJson(result).dump() << "\n";
+        } else {
+            PrintText(result);
+        }
+    }
+    return allLoaded ? 0 : 1;
+}
