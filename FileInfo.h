@@ -2,7 +2,9 @@
 #ifndef FILEINFO_FILEINFO_H
 #define FILEINFO_FILEINFO_H
 
-class FileInfo {
+#include "MediaFileInfoDefine.h"
+
+class FILEINFO_API FileInfo {
 public:
     // Writes text and a line end to standard output.
     static void HelloWorld(const char* text);

@@ -25,11 +25,11 @@ struct ID3FrameItem_st {
     char* pValue;
 };
 
-extern const char* const ID3V1TAG[1];
-extern const char* const ID3V2Ver2_TAG[16];
-extern const char* const ID3V2_TAG[74];
+FILEINFO_API extern const char* const ID3V1TAG[1];
+FILEINFO_API extern const char* const ID3V2Ver2_TAG[16];
+FILEINFO_API extern const char* const ID3V2_TAG[74];
 
-class Id3Info : public MediaFileInfoBase {
+class FILEINFO_API Id3Info : public MediaFileInfoBase {
 public:
     enum { kMaxFrames = 74, kGenreCount = 149, kNoGenre = 148 };
 

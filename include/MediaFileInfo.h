@@ -8,9 +8,9 @@
 
 // Lower-cases s in place (C locale) and returns it; a null or empty string
 // gives a constant empty string.
-const char* strlwr(char* s);
+FILEINFO_API const char* strlwr(char* s);
 
-class MediaFileInfo {
+class FILEINFO_API MediaFileInfo {
 public:
     // Room for the extension with its dot and terminator.
     enum { kExtensionSize = 10 };

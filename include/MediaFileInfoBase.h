@@ -7,7 +7,7 @@
 
 #include "MediaFileInfoDefine.h"
 
-class MediaFileInfoBase {
+class FILEINFO_API MediaFileInfoBase {
 public:
     MediaFileInfoBase();
 

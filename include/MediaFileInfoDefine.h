@@ -3,6 +3,16 @@
 #ifndef FILEINFO_MEDIAFILEINFODEFINE_H
 #define FILEINFO_MEDIAFILEINFODEFINE_H
 
+// Marks the library's public API; everything else stays inside the shared
+// object when it is built with hidden visibility.
+#ifndef FILEINFO_API
+#if defined(FILEINFO_BUILDING_LIBRARY) && defined(__GNUC__)
+#define FILEINFO_API __attribute__((visibility("default")))
+#else
+#define FILEINFO_API
+#endif
+#endif
+
 // Size of every text field of the record: 127 characters and a terminator.
 enum { MEDIA_TEXT_SIZE = 128 };
 
@@ -21,7 +31,7 @@ enum MediaFileStatus : int {
 
 // One file's properties and tags. The layout is fixed: 14 numbers, then 14
 // text fields of 128 bytes; two bytes of alignment fall after `width`.
-struct MediaFileInfo_st {
+struct FILEINFO_API MediaFileInfo_st {
     // Sets isVbr, the seven 16-bit fields, sampleRate, bitRate, peakBitRate
     // and durationMs to 0 and clears every text field. fileSize and
     // frameRate are left alone on purpose: each reader writes them.
@@ -60,26 +70,26 @@ struct MediaFileInfo_st {
 static_assert(sizeof(MediaFileInfo_st) == 1836, "MediaFileInfo_st must keep its 1836-byte layout");
 
 // File-name extensions the facade recognises (lower case, dot included).
-extern const char* const Mp3Tail;
-extern const char* const AacTail;
-extern const char* const Mp4Tail;
-extern const char* const TGPTail;
-extern const char* const M4vTail;
-extern const char* const M4aTail;
-extern const char* const WavTail;
-extern const char* const AifTail;
-extern const char* const MovTail;
+FILEINFO_API extern const char* const Mp3Tail;
+FILEINFO_API extern const char* const AacTail;
+FILEINFO_API extern const char* const Mp4Tail;
+FILEINFO_API extern const char* const TGPTail;
+FILEINFO_API extern const char* const M4vTail;
+FILEINFO_API extern const char* const M4aTail;
+FILEINFO_API extern const char* const WavTail;
+FILEINFO_API extern const char* const AifTail;
+FILEINFO_API extern const char* const MovTail;
 
 // Channel texts: row 1 is spelled "Stero" and hosts depend on that spelling.
-extern const char* const CHANNEL[2];
+FILEINFO_API extern const char* const CHANNEL[2];
 
 // File-type and format names written into the record.
-extern const char* const Mp3FileType[1];
-extern const char* const AacFileType[1];
-extern const char* const WavFileType[1];
-extern const char* const AIFTYPE[1];
-extern const char* const AIFFORMAT[1];
-extern const char* const FormatType[8];
-extern const char* const H264LCFileType[1];
+FILEINFO_API extern const char* const Mp3FileType[1];
+FILEINFO_API extern const char* const AacFileType[1];
+FILEINFO_API extern const char* const WavFileType[1];
+FILEINFO_API extern const char* const AIFTYPE[1];
+FILEINFO_API extern const char* const AIFFORMAT[1];
+FILEINFO_API extern const char* const FormatType[8];
+FILEINFO_API extern const char* const H264LCFileType[1];
 
 #endif  // FILEINFO_MEDIAFILEINFODEFINE_H

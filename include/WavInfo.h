@@ -6,11 +6,11 @@
 #include "MediaFileInfoBase.h"
 
 // Format names by format tag: 1, 0x101, 0x102, 0x103, anything else.
-extern const char* const PCM_FORMAT[5];
-extern const char* const RiffTag;
-extern const char* const WavTag;
+FILEINFO_API extern const char* const PCM_FORMAT[5];
+FILEINFO_API extern const char* const RiffTag;
+FILEINFO_API extern const char* const WavTag;
 
-class WavInfo : public MediaFileInfoBase {
+class FILEINFO_API WavInfo : public MediaFileInfoBase {
 public:
     // Length of the canonical header this reader looks at.
     enum { kHeaderSize = 36 };

@@ -158,8 +158,14 @@ void PrintText(const LoadResult& result) {
     }
 }
 
+// A path to load, and whether the user named it or a directory walk found it.
+struct Target {
+    std::string path;
+    bool named;
+};
+
 // Expands directories (recursively, in sorted order) into their files.
-bool CollectPaths(const std::string& argument, std::vector<std::string>& out) {
+bool CollectPaths(const std::string& argument, std::vector<Target>& out) {
     std::error_code error;
     const fs::file_status st = fs::status(argument, error);
     if (error || !fs::exists(st)) {
@@ -167,7 +173,7 @@ bool CollectPaths(const std::string& argument, std::vector<std::string>& out) {
         return false;
     }
     if (!fs::is_directory(st)) {
-        out.push_back(argument);
+        out.push_back({argument, true});
         return true;
     }
     std::vector<std::string> files;
@@ -181,7 +187,7 @@ bool CollectPaths(const std::string& argument, std::vector<std::string>& out) {
         if (it->is_regular_file(error)) files.push_back(it->path().string());
     }
     std::sort(files.begin(), files.end());
-    out.insert(out.end(), files.begin(), files.end());
+    for (std::string& file : files) out.push_back({std::move(file), false});
     return true;
 }
 
@@ -201,12 +207,15 @@ int main(int argc, char** argv) {
     }
 
     bool allLoaded = true;
-    std::vector<std::string> paths;
-    for (const std::string& argument : arguments) allLoaded &= CollectPaths(argument, paths);
+    std::vector<Target> targets;
+    for (const std::string& argument : arguments) allLoaded &= CollectPaths(argument, targets);
 
-    for (const std::string& path : paths) {
+    for (const Target& target : targets) {
         MediaFileInfo facade;
-        const LoadResult result = Load(facade, path);
+        const LoadResult result = Load(facade, target.path);
+        // In a walked directory, a file whose extension names no reader was
+        // not even opened: it is not a media file, so it is not listed.
+        if (!target.named && result.status == MFI_NOT_THIS_FORMAT && facade.m_reader == nullptr) continue;
         allLoaded &= result.status == MFI_OK;
         if (json) {
             std::cout << ResultJson(result).dump() << "\n";

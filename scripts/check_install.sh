@@ -1,0 +1,38 @@
+#!/usr/bin/env bash
+# Installs the library into a temporary prefix and builds the example host
+# against the installed package only: once through find_package, once
+# through pkg-config and a plain compiler command. Then runs the host on
+# examples/ and compiles every installed header in one translation unit.
+#   scripts/check_install.sh [BUILD_DIR]
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+build=${1:-$root/build}
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+prefix=$work/prefix
+
+cmake --install "$build" --prefix "$prefix" >/dev/null
+echo "installed into a temporary prefix:"
+(cd "$prefix" && find . -type f -o -type l | sort | sed 's/^/  /')
+
+echo "== host through find_package(FileInfo CONFIG)"
+cmake -S "$root/examples/host" -B "$work/host" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build "$work/host" >/dev/null
+media=("$root"/examples/*.*)
+LD_LIBRARY_PATH="$prefix/lib" "$work/host/fileinfo-host" "$root/devices/player-caps.plist" "${media[@]}"
+
+echo "== host through pkg-config"
+export PKG_CONFIG_PATH="$prefix/lib/pkgconfig"
+# shellcheck disable=SC2046
+c++ -std=c++17 -o "$work/host-pc" "$root/examples/host/main.cpp" $(pkg-config --cflags --libs fileinfo)
+LD_LIBRARY_PATH="$prefix/lib" "$work/host-pc" "$root/devices/player-caps.plist" "${media[@]}" >/dev/null
+
+echo "== every installed header in one translation unit"
+for h in "$prefix"/include/FileInfo/*.h; do echo "#include \"$(basename "$h")\""; done >"$work/all.cpp"
+echo "int main() { return 0; }" >>"$work/all.cpp"
+c++ -std=c++17 -Wall -Wextra -Werror -I"$prefix/include/FileInfo" -c "$work/all.cpp" -o "$work/all.o"
+
+echo "== exported symbols"
+nm -D --defined-only "$prefix"/lib/libFileInfo.so | awk '{print $3}' | c++filt | sort >"$work/symbols"
+echo "  $(wc -l <"$work/symbols") symbols exported"
+echo "install check passed"
