@@ -1,0 +1,72 @@
+// Shared by the fuzz targets: writes the input to a scratch file of this
+// process and checks the invariants every load must keep.
+#ifndef FILEINFO_FUZZ_FUZZCOMMON_H
+#define FILEINFO_FUZZ_FUZZCOMMON_H
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "MediaFileInfoDefine.h"
+
+namespace fuzz {
+
+// A scratch folder of this process, made once.
+inline const std::string& ScratchDir() {
+    static const std::string dir = [] {
+        char pattern[] = "/tmp/fileinfo-fuzz-XXXXXX";
+        const char* made = mkdtemp(pattern);
+        if (made == nullptr) abort();
+        return std::string(made);
+    }();
+    return dir;
+}
+
+// Writes bytes to ScratchDir()/name and returns the path.
+inline std::string WriteScratch(const std::string& name, const uint8_t* data, size_t size) {
+    const std::string path = ScratchDir() + "/" + name;
+    FILE* f = fopen(path.c_str(), "wb");
+    if (f == nullptr) abort();
+    if (size != 0 && fwrite(data, 1, size, f) != size) abort();
+    fclose(f);
+    return path;
+}
+
+inline void CheckStatus(int status) {
+    switch (status) {
+        case MFI_UNREADABLE: case MFI_OK: case MFI_BAD_ARGUMENT: case MFI_NO_MEMORY:
+        case MFI_OPEN_FAILED: case MFI_SHORT_FILE: case MFI_SHORT_WRITE: case MFI_SEEK_FAILED:
+        case MFI_NOT_THIS_FORMAT:
+            return;
+        default:
+            fprintf(stderr, "undefined status %d\n", status);
+            abort();
+    }
+}
+
+// Every text field is terminated within its 128 bytes.
+inline void CheckRecord(const MediaFileInfo_st* r) {
+    if (r == nullptr) return;
+    for (int field = 0; field < 14; ++field) {
+        if (memchr(r->fileType + field * MEDIA_TEXT_SIZE, 0, MEDIA_TEXT_SIZE) == nullptr) {
+            fprintf(stderr, "text field %d is not terminated\n", field);
+            abort();
+        }
+    }
+}
+
+// A record whose fields come from the input, texts always terminated.
+inline MediaFileInfo_st RecordFrom(const uint8_t* data, size_t size) {
+    MediaFileInfo_st r;
+    unsigned char* bytes = reinterpret_cast<unsigned char*>(&r);
+    for (size_t i = 0; i < sizeof r; ++i) bytes[i] = size == 0 ? 0 : data[i % size];
+    for (int field = 0; field < 14; ++field) r.fileType[field * MEDIA_TEXT_SIZE + MEDIA_TEXT_SIZE - 1] = '\0';
+    return r;
+}
+
+}  // namespace fuzz
+
+#endif  // FILEINFO_FUZZ_FUZZCOMMON_H
