@@ -455,10 +455,391 @@ void Id3Info::Destory() {
     m_hasId3 = 0;
 }
 
-// Writing comes next.
-int Id3Info::SetId3Info(MediaFileInfo_st*) { return 0; }
-int Id3Info::InitID3Info(MediaFileInfo_st*) { return 0; }
-int Id3Info::WriteId3v1Information(unsigned char*) { return 0; }
-int Id3Info::WriteId3v2Information() { return 0; }
-int Id3Info::MoveFile(int) { return 0; }
-int Id3Info::WriteId3v2InfoToFile() { return 0; }
+// --- writing -----------------------------------------------------------------
+
+namespace {
+
+// ID3v1 as written: 29-byte texts, a 3-byte year, and the comment at the
+// year's offset, so that a comment (even an empty one) replaces the year.
+constexpr int kV1WrittenTextWidth = 29;
+constexpr int kV1WrittenYearWidth = 3;
+constexpr int kV1WrittenCommentOffset = 93;
+
+// ID3v2.3 as written: version 3.0, no flags; frames with an 11-byte header
+// (10 bytes, then the encoding byte 0 for ISO-8859-1).
+constexpr unsigned char kWrittenMajorVersion = 3;
+constexpr int kWrittenFrameHeaderSize = 11;
+constexpr int kWrittenIdLength = 4;
+constexpr int kWrittenSizeOffset = 4;
+
+// Size-change contributions of an appended frame: its header and the text
+// (ID3v2.3), or 4 bytes less when the list came from an ID3v2.2 tag. The
+// genre and track frames count one text byte.
+constexpr int kAppendCostV23 = 11;
+constexpr int kAppendCostV22 = 7;
+constexpr int kOneByteText = 1;
+
+// Files are shifted in blocks of this size.
+constexpr long kMoveBlock = 1024;
+
+// The size form the writer uses for the tag and for frames: the last byte
+// is the value mod 128, the others the low 8 bits of value/128, /16384 and
+// /2097152 (signed division). Not masked to 7 bits, so bits 14, 21 and 28
+// land in the top bit of a byte and read back differently.
+void PutWrittenSize(unsigned char* out, int value) {
+    out[3] = static_cast<unsigned char>(value % 128);
+    out[2] = static_cast<unsigned char>(value / 128);
+    out[1] = static_cast<unsigned char>(value / 16384);
+    out[0] = static_cast<unsigned char>(value / 2097152);
+}
+
+// Index of the first genre row 0..last equal to name, or -1.
+int FindGenre(const char* name, int last) {
+    for (int i = 0; i <= last; ++i) {
+        if (strcmp(Id3Info::m_arrMP3ID3v2Genre[i], name) == 0) return i;
+    }
+    return -1;
+}
+
+// A one-byte value as a one-character text; a zero byte makes it empty.
+char* OneByteText(unsigned int value) {
+    char* text = static_cast<char*>(malloc(2));
+    if (text == nullptr) return nullptr;
+    text[0] = static_cast<char>(value & 0xFF);
+    text[1] = '\0';
+    return text;
+}
+
+// An appended genre or track frame takes as its text the bytes of the value
+// as a big-endian 32-bit number, read as a string: for every value below
+// 2^24 the first byte is zero and the text is empty. Built byte by byte so
+// every host gets the same text.
+void BigEndianText(unsigned int value, char out[5]) {
+    out[0] = static_cast<char>(value >> 24);
+    out[1] = static_cast<char>(value >> 16);
+    out[2] = static_cast<char>(value >> 8);
+    out[3] = static_cast<char>(value);
+    out[4] = '\0';
+}
+
+int TextLength(const char* s) { return static_cast<int>(strlen(s)); }
+
+// Frames whose text is a field of the tag: when the field is set the frame
+// takes it, else the frame is dropped.
+struct TextFrameRule {
+    const char* id;
+    const char* id22;  // null: no ID3v2.2 counterpart
+    char* ID3Info_st::*field;
+    unsigned int bit;
+};
+
+constexpr unsigned int kTitleBit = 1, kArtistBit = 2, kAlbumBit = 4, kGenreBit = 8, kLyricsBit = 16,
+                       kYearBit = 32, kCommentBit = 64, kTrackBit = 128, kComposerBit = 256;
+
+const TextFrameRule kTextFrameRules[] = {
+    {"TIT2", "TT2", &ID3Info_st::pTitle, kTitleBit},       {"TPE1", "TP1", &ID3Info_st::pArtist, kArtistBit},
+    {"TALB", "TAL", &ID3Info_st::pAlbum, kAlbumBit},       {"TYER", "TYE", &ID3Info_st::pYear, kYearBit},
+    {"COMM", "COM", &ID3Info_st::pComment, kCommentBit},   {"TCOM", "TCM", &ID3Info_st::pComposer, kComposerBit},
+    {"USLT", nullptr, &ID3Info_st::pLyrics, kLyricsBit}};
+
+bool Matches(const char* id, const char* a, const char* b) {
+    return strcmp(id, a) == 0 || (b != nullptr && strcmp(id, b) == 0);
+}
+
+// The frames a write may add, in the order they are considered: only the
+// first one missing from the list is looked at.
+enum class AppendSource { kText, kGenre, kTrack };
+struct AppendRule {
+    unsigned int bit;
+    const char* id;
+    AppendSource source;
+    char* ID3Info_st::*field;  // for kText
+};
+
+const AppendRule kAppendRules[] = {
+    {kTitleBit, "TIT2", AppendSource::kText, &ID3Info_st::pTitle},
+    {kArtistBit, "TPE1", AppendSource::kText, &ID3Info_st::pArtist},
+    {kAlbumBit, "TALB", AppendSource::kText, &ID3Info_st::pAlbum},
+    {kGenreBit, "TCON", AppendSource::kGenre, nullptr},
+    {kLyricsBit, "USLT", AppendSource::kText, &ID3Info_st::pLyrics},
+    {kYearBit, "TYER", AppendSource::kText, &ID3Info_st::pYear},
+    {kCommentBit, "COMM", AppendSource::kText, &ID3Info_st::pComment},
+    {kTrackBit, "TRCK", AppendSource::kTrack, nullptr},
+    {kComposerBit, "TCOM", AppendSource::kText, &ID3Info_st::pComposer}};
+
+// A record text as a new string, bounded by the field's 128 bytes.
+char* CopyRecordText(const char* field) {
+    const size_t n = strnlen(field, MEDIA_TEXT_SIZE);
+    char* text = static_cast<char*>(malloc(n + 1));
+    if (text == nullptr) return nullptr;
+    memcpy(text, field, n);
+    text[n] = '\0';
+    return text;
+}
+
+}  // namespace
+
+int Id3Info::SetId3Info(MediaFileInfo_st* info) {
+    if (info == nullptr) return MFI_BAD_ARGUMENT;
+    UninitID3Info();
+    if (!EnsureId3Info()) return MFI_NO_MEMORY;
+    if (InitID3Info(info) != MFI_OK) return MFI_UNREADABLE;
+
+    // Taken before the file is opened; without it the ID3v1 step is skipped.
+    unsigned char* v1Tag = static_cast<unsigned char*>(malloc(kV1Size));
+    if (m_filePath == nullptr || (m_file = fopen(m_filePath, "rb+")) == nullptr) {
+        free(v1Tag);
+        return MFI_OPEN_FAILED;
+    }
+    // Over the old ID3v1 tag, or appended. Its result is not reported.
+    const int seek = m_bHasV1 != 0 ? fseek(m_file, -kV1Size, SEEK_END) : fseek(m_file, 0, SEEK_END);
+    if (seek == 0 && v1Tag != nullptr) WriteId3v1Information(v1Tag);
+    free(v1Tag);
+
+    // Also a file without an ID3v2 tag gets one.
+    const int status = fseek(m_file, 0, SEEK_SET) != 0 ? MFI_SEEK_FAILED : WriteId3v2Information();
+    CloseFile();
+    return status;
+}
+
+int Id3Info::InitID3Info(MediaFileInfo_st* info) {
+    if (m_pID3Info == nullptr || info == nullptr) return MFI_BAD_ARGUMENT;
+    struct Copy {
+        char** target;
+        const char* source;
+    };
+    const Copy copies[] = {{&m_pID3Info->pAlbum, info->album},     {&m_pID3Info->pArtist, info->artist},
+                           {&m_pID3Info->pTitle, info->title},     {&m_pID3Info->pGenre, info->genre},
+                           {&m_pID3Info->pComment, info->comment}, {&m_pID3Info->pComposer, info->composer},
+                           {&m_pID3Info->pLyrics, info->lyrics},   {&m_pID3Info->pYear, info->year}};
+    int result = MFI_OK;
+    // An empty record field gives an empty text, never a null one.
+    for (const Copy& c : copies) {
+        free(*c.target);
+        *c.target = CopyRecordText(c.source);
+        if (*c.target == nullptr) result = MFI_NO_MEMORY;
+    }
+    m_pID3Info->nTrack = info->trackNumber;
+    return result;
+}
+
+int Id3Info::WriteId3v1Information(unsigned char* buffer) {
+    if (buffer == nullptr || m_pID3Info == nullptr) return MFI_BAD_ARGUMENT;
+    memset(buffer, 0, kV1Size);
+    if (m_file == nullptr) return MFI_UNREADABLE;
+
+    char* tag = reinterpret_cast<char*>(buffer);
+    const ID3Info_st* info = m_pID3Info;
+    memcpy(tag, ID3V1TAG[0], kV1MagicSize);
+    if (info->pTitle != nullptr) strncpy(tag + kV1TitleOffset, info->pTitle, kV1WrittenTextWidth);
+    if (info->pArtist != nullptr) strncpy(tag + kV1ArtistOffset, info->pArtist, kV1WrittenTextWidth);
+    if (info->pAlbum != nullptr) strncpy(tag + kV1AlbumOffset, info->pAlbum, kV1WrittenTextWidth);
+    if (info->pYear != nullptr) strncpy(tag + kV1YearOffset, info->pYear, kV1WrittenYearWidth);
+    // Written after the year and at the year's offset: the comment and its
+    // zero padding replace the year. Readers take the year from the
+    // comment's first four characters.
+    if (info->pComment != nullptr) strncpy(tag + kV1WrittenCommentOffset, info->pComment, kV1WrittenTextWidth);
+    buffer[kV1TrackOffset] = static_cast<unsigned char>(info->nTrack & 0xFF);
+    // Unknown and empty genres alike are written as 148.
+    const int genre = info->pGenre != nullptr ? FindGenre(info->pGenre, kNoGenre) : -1;
+    buffer[kV1GenreOffset] = static_cast<unsigned char>(genre < 0 ? static_cast<int>(kNoGenre) : genre);
+
+    // The success test is inverted, and kept: a tag that was written
+    // answers 7. The caller does not look at the result.
+    if (fwrite(buffer, 1, kV1Size, m_file) != 0) return MFI_SHORT_WRITE;
+    fflush(m_file);
+    return MFI_OK;
+}
+
+int Id3Info::WriteId3v2Information() {
+    if (m_pID3Info == nullptr) return MFI_BAD_ARGUMENT;
+    int sizeChange = 0;
+    unsigned int seen = 0;
+    const int frameCount = m_nFrameCount < kMaxFrames ? m_nFrameCount : kMaxFrames;
+    for (int i = 0; i < frameCount; ++i) {
+        const int status = EditFrame(i, &sizeChange, &seen);
+        if (status != MFI_OK) return status;
+    }
+    AppendMissingFrame(seen, &sizeChange);
+
+    // Summed in unsigned: a size built up by repeated loads may be near the
+    // edge of the int range.
+    m_nTagSize = static_cast<int>(static_cast<unsigned int>(m_nTagSize) + static_cast<unsigned int>(sizeChange));
+    const int status = MoveFile(sizeChange);
+    return status == MFI_OK ? WriteId3v2InfoToFile() : status;
+}
+
+int Id3Info::EditFrame(int index, int* sizeChange, unsigned int* seen) {
+    ID3FrameItem_st* item = m_arrFrames[index];
+    if (item == nullptr || item->pFrameID == nullptr || item->pValue == nullptr) return MFI_OK;
+    const char* id = item->pFrameID;
+    const char* old = item->pValue;
+
+    const char* newValue = nullptr;  // a field's text to copy
+    unsigned int oneByte = 0;        // or a one-byte value
+    bool useOneByte = false;
+    bool keep = true;
+    bool known = false;
+    for (const TextFrameRule& rule : kTextFrameRules) {
+        if (!Matches(id, rule.id, rule.id22)) continue;
+        known = true;
+        *seen |= rule.bit;
+        newValue = m_pID3Info->*rule.field;
+        keep = newValue != nullptr;
+        break;
+    }
+    if (!known && Matches(id, "TCON", "TCO")) {
+        // The frame's own text is looked up, not the record's genre: a raw
+        // byte from an earlier write names no genre and the frame goes.
+        known = true;
+        *seen |= kGenreBit;
+        const int genre = FindGenre(old, kLastGenreName);
+        keep = genre >= 0;
+        useOneByte = true;
+        oneByte = static_cast<unsigned int>(genre);
+    } else if (!known && Matches(id, "TRCK", "TRK")) {
+        known = true;
+        *seen |= kTrackBit;
+        keep = m_pID3Info->nTrack != 0;
+        useOneByte = true;
+        oneByte = static_cast<unsigned int>(m_pID3Info->nTrack);
+    }
+    if (!known) return MFI_OK;  // other frames are written back as read
+    if (!keep) {
+        FreeFrame(index);
+        return MFI_OK;
+    }
+    char* text = useOneByte ? OneByteText(oneByte) : strdup(newValue);
+    if (text == nullptr) return MFI_NO_MEMORY;
+    // A one-byte value counts one byte even when it is zero (and the text
+    // therefore empty).
+    *sizeChange += (useOneByte ? kOneByteText : TextLength(newValue)) - TextLength(old);
+    free(item->pValue);
+    item->pValue = text;
+    return MFI_OK;
+}
+
+void Id3Info::AppendMissingFrame(unsigned int seen, int* sizeChange) {
+    for (const AppendRule& rule : kAppendRules) {
+        if ((seen & rule.bit) != 0) continue;
+        // Only the first missing frame is considered, appended or not. A
+        // full list takes no more frames.
+        if (m_nFrameCount >= kMaxFrames) return;
+        const int headerCost = m_nVersion == 3 ? kAppendCostV23 : kAppendCostV22;
+        char numberText[5];
+        switch (rule.source) {
+            case AppendSource::kText: {
+                const char* value = m_pID3Info->*rule.field;
+                if (value == nullptr) return;
+                RecordId3v2Info(rule.id, value);
+                *sizeChange += headerCost + TextLength(value);
+                return;
+            }
+            case AppendSource::kGenre: {
+                if (m_pID3Info->pGenre == nullptr) return;
+                const int genre = FindGenre(m_pID3Info->pGenre, kLastGenreName);
+                BigEndianText(static_cast<unsigned int>(genre < 0 ? static_cast<int>(kNoGenre) : genre), numberText);
+                break;
+            }
+            case AppendSource::kTrack:
+                if (m_pID3Info->nTrack == 0) return;
+                BigEndianText(static_cast<unsigned int>(m_pID3Info->nTrack), numberText);
+                break;
+        }
+        RecordId3v2Info(rule.id, numberText);
+        *sizeChange += headerCost + kOneByteText;
+        return;
+    }
+}
+
+int Id3Info::MoveFile(int sizeChange) {
+    if (m_file == nullptr) return MFI_OPEN_FAILED;
+    if (sizeChange == 0) return MFI_OK;
+    unsigned char* block = static_cast<unsigned char*>(malloc(kMoveBlock));
+    // Without a buffer nothing is moved and the tag is written all the same.
+    if (block == nullptr) return MFI_OK;
+    const int status = sizeChange > 0 ? MoveUp(block, sizeChange) : MoveDown(block, -sizeChange);
+    free(block);
+    return status;
+}
+
+int Id3Info::MoveUp(unsigned char* block, int sizeChange) {
+    const long tagSize = m_nTagSize;
+    fseek(m_file, 0, SEEK_END);
+    const long length = ftell(m_file);
+    if (fseek(m_file, -kMoveBlock, SEEK_END) != 0) return MFI_SEEK_FAILED;
+    // From the end toward the start. The first block read, the file's last
+    // one, lands one block beyond its shifted place, so the file grows by
+    // the size change plus a block and the range just below the old end
+    // keeps its old bytes. Kept so: hosts rely on files coming out this way.
+    long destination = length + sizeChange;
+    long position = length;
+    while (tagSize < position) {
+        position = ftell(m_file) - kMoveBlock;
+        memset(block, 0, kMoveBlock);
+        if (fread(block, 1, kMoveBlock, m_file) < static_cast<size_t>(kMoveBlock)) return MFI_SHORT_FILE;
+        if (fseek(m_file, destination, SEEK_SET) != 0) return MFI_SEEK_FAILED;
+        if (fwrite(block, 1, kMoveBlock, m_file) < static_cast<size_t>(kMoveBlock)) return MFI_SHORT_WRITE;
+        destination = position + sizeChange;
+        if (tagSize < position && fseek(m_file, position, SEEK_SET) != 0) return MFI_SEEK_FAILED;
+    }
+    // The rest, from the new tag size (the 10 header bytes not counted) up
+    // to the last block moved. When the loop did not run this asks for
+    // bytes past the end and nothing is written.
+    fseek(m_file, tagSize, SEEK_SET);
+    const long rest = position - tagSize + kMoveBlock;
+    if (rest > 0 && fread(block, 1, static_cast<size_t>(rest), m_file) == static_cast<size_t>(rest)) {
+        fseek(m_file, tagSize + sizeChange, SEEK_SET);
+        fwrite(block, 1, static_cast<size_t>(rest), m_file);
+    }
+    return MFI_OK;
+}
+
+int Id3Info::MoveDown(unsigned char* block, int shrink) {
+    // Toward the start. The write position is set again after each block
+    // instead of advancing, so every block lands at the same offset, and
+    // the file keeps its length. Kept so: hosts rely on files coming out this way.
+    const long source = m_nTagSize;
+    const long destination = static_cast<long>(m_nTagSize) - shrink;
+    if (fseek(m_file, source, SEEK_SET) != 0) return MFI_SEEK_FAILED;
+    for (;;) {
+        if (feof(m_file)) return MFI_OK;
+        memset(block, 0, kMoveBlock);
+        const size_t got = fread(block, 1, kMoveBlock, m_file);
+        // Nothing arrived: at the end this is the same finish one turn
+        // early; on a read error it ends what would otherwise never end.
+        if (got == 0) return feof(m_file) ? MFI_OK : MFI_SHORT_FILE;
+        const long resume = ftell(m_file);
+        if (fseek(m_file, destination, SEEK_SET) != 0) return MFI_SEEK_FAILED;
+        if (fwrite(block, 1, got, m_file) < got) return MFI_SHORT_WRITE;
+        // Failing to go back would read the moved bytes again, endlessly.
+        if (fseek(m_file, resume, SEEK_SET) != 0) return MFI_SEEK_FAILED;
+    }
+}
+
+int Id3Info::WriteId3v2InfoToFile() {
+    if (m_file == nullptr || fseek(m_file, 0, SEEK_SET) != 0) return MFI_SEEK_FAILED;
+    unsigned char header[kV2HeaderSize] = {0};
+    memcpy(header, kV2Magic, 3);
+    header[kV2VersionOffset] = kWrittenMajorVersion;
+    PutWrittenSize(header + kV2SizeOffset, m_nTagSize);
+    if (fwrite(header, 1, kV2HeaderSize, m_file) < static_cast<size_t>(kV2HeaderSize)) return MFI_SHORT_WRITE;
+
+    int result = MFI_UNREADABLE;
+    const int frameCount = m_nFrameCount < kMaxFrames ? m_nFrameCount : kMaxFrames;
+    for (int i = 0; i < frameCount; ++i) {
+        const ID3FrameItem_st* item = m_arrFrames[i];
+        if (item == nullptr || item->pFrameID == nullptr || item->pValue == nullptr) continue;
+        // A 3-letter ID3v2.2 id is written with a zero fourth byte.
+        unsigned char frameHeader[kWrittenFrameHeaderSize] = {0};
+        strncpy(reinterpret_cast<char*>(frameHeader), item->pFrameID, kWrittenIdLength);
+        const size_t length = strlen(item->pValue);
+        PutWrittenSize(frameHeader + kWrittenSizeOffset, static_cast<int>(length) + 1);
+        if (fwrite(frameHeader, 1, kWrittenFrameHeaderSize, m_file) < static_cast<size_t>(kWrittenFrameHeaderSize)) {
+            continue;
+        }
+        if (fwrite(item->pValue, 1, length, m_file) < length) return MFI_SHORT_WRITE;
+        result = MFI_OK;
+    }
+    return result;
+}
