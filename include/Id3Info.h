@@ -56,6 +56,23 @@ public:
     int MoveFile(int sizeChange);
     int WriteId3v2InfoToFile();
 
+    // Steps of LoadFile: each returns its own status.
+    int LoadId3v1();
+    int LoadId3v2();
+    // Allocates the zero-filled fields when none are held; false when that fails.
+    bool EnsureId3Info();
+    // Releases frame list entry `index` and empties its slot.
+    void FreeFrame(int index);
+    void CloseFile();
+    // Steps of WriteId3v2Information: edits list entry `index` for the new
+    // fields (adding to the size change and the seen-frames mask), and
+    // appends the first missing frame.
+    int EditFrame(int index, int* sizeChange, unsigned int* seen);
+    void AppendMissingFrame(unsigned int seen, int* sizeChange);
+    // The two directions of MoveFile, working in a 1024-byte block.
+    int MoveUp(unsigned char* block, int sizeChange);
+    int MoveDown(unsigned char* block, int shrink);
+
     // Genre names by index; 148 is "" and stands for no genre.
     static const char* m_arrMP3ID3v2Genre[kGenreCount];
 
