@@ -10,6 +10,33 @@
 
 namespace {
 
+// What GetValue reads at the cursor, and where it leaves the cursor.
+testing::AssertionResult ReadsValue(FileInfoFilter& f, const std::string& value, unsigned int type,
+                                    unsigned int pos) {
+    const KEY_VAR_st v = f.GetValue();
+    if (v.key.empty() && v.value == value && v.type == type && f.m_pos == pos) return testing::AssertionSuccess();
+    return testing::AssertionFailure() << "read \"" << v.value << "\" type " << v.type << " cursor " << f.m_pos
+                                       << (v.key.empty() ? "" : " with a key") << "; wanted \"" << value
+                                       << "\" type " << type << " cursor " << pos;
+}
+
+// What GetKey reads at the cursor, and where it leaves the cursor.
+testing::AssertionResult ReadsKey(FileInfoFilter& f, const std::string& key, size_t pos) {
+    const std::string k = f.GetKey();
+    if (k == key && f.m_pos == pos) return testing::AssertionSuccess();
+    return testing::AssertionFailure() << "read \"" << k << "\" cursor " << f.m_pos << "; wanted \"" << key
+                                       << "\" cursor " << pos;
+}
+
+// What GetNextKeyVar reads at the cursor.
+testing::AssertionResult ReadsPair(FileInfoFilter& f, const std::string& key, const std::string& value,
+                                   unsigned int type) {
+    const KEY_VAR_st kv = f.GetNextKeyVar();
+    if (kv.key == key && kv.value == value && kv.type == type) return testing::AssertionSuccess();
+    return testing::AssertionFailure() << "read \"" << kv.key << "\" = \"" << kv.value << "\" type " << kv.type
+                                       << "; wanted \"" << key << "\" = \"" << value << "\" type " << type;
+}
+
 TEST(CapsParser, KeyVarStartsAsAnEmptyInteger) {
     const KEY_VAR_st kv;
     EXPECT_EQ(kv.type, 0u);
@@ -59,49 +86,30 @@ TEST(CapsParser, RequirementKeysAreListedInMatchingOrder) {
 
 TEST(CapsParser, KeyFollowedByAnEmptyElementOnTheNextLine) {
     FileInfoFilter f("<key>A</key>\n<false/>");
-    const KEY_VAR_st kv = f.GetNextKeyVar();
-    EXPECT_EQ(kv.key, "A");
-    EXPECT_EQ(kv.value, "false");
-    EXPECT_EQ(kv.type, 1u);
+    EXPECT_TRUE(ReadsPair(f, "A", "false", 1));
     EXPECT_EQ(f.m_pos, 22u);  // two past the '>' at 20: one beyond the end of this text
 }
 
 TEST(CapsParser, IntegerKeepsItsTextWithTypeZero) {
     FileInfoFilter f("<key>Rate</key>\n<integer>48000</integer>\nrest");
-    const KEY_VAR_st kv = f.GetNextKeyVar();
-    EXPECT_EQ(kv.key, "Rate");
-    EXPECT_EQ(kv.value, "48000");
-    EXPECT_EQ(kv.type, 0u);
+    EXPECT_TRUE(ReadsPair(f, "Rate", "48000", 0));
     EXPECT_EQ(f.m_pos, 40u);  // just past "</integer>"
 }
 
 TEST(CapsParser, RealKeepsItsTextWithTypeTwo) {
     FileInfoFilter f("<real>1.5</real>\n");
-    const KEY_VAR_st kv = f.GetValue();
-    EXPECT_EQ(kv.value, "1.5");
-    EXPECT_EQ(kv.type, 2u);
-    EXPECT_EQ(kv.key, "");
-    EXPECT_EQ(f.m_pos, 16u);
+    EXPECT_TRUE(ReadsValue(f, "1.5", 2, 16));
 }
 
 TEST(CapsParser, StringKeepsItsTextWithTypeOne) {
     FileInfoFilter f("<string>B</string>\n");
-    const KEY_VAR_st kv = f.GetValue();
-    EXPECT_EQ(kv.value, "B");
-    EXPECT_EQ(kv.type, 1u);
-    EXPECT_EQ(f.m_pos, 18u);
+    EXPECT_TRUE(ReadsValue(f, "B", 1, 18));
 }
 
 TEST(CapsParser, EmptyScalarElementsGiveEmptyValues) {
     FileInfoFilter f("<string></string><integer></integer>");
-    KEY_VAR_st kv = f.GetValue();
-    EXPECT_EQ(kv.value, "");
-    EXPECT_EQ(kv.type, 1u);
-    EXPECT_EQ(f.m_pos, 17u);
-    kv = f.GetValue();
-    EXPECT_EQ(kv.value, "");
-    EXPECT_EQ(kv.type, 0u);
-    EXPECT_EQ(f.m_pos, 36u);
+    EXPECT_TRUE(ReadsValue(f, "", 1, 17));
+    EXPECT_TRUE(ReadsValue(f, "", 0, 36));
 }
 
 TEST(CapsParser, ValueTextIsNotConverted) {
@@ -113,23 +121,15 @@ TEST(CapsParser, DictionaryDepthReturnsToItsFormerValue) {
     const std::string text =
         CapsBuilder().dict().limit("A", 1).key("Inner").dict().limit("B", 2).end().limit("C", 3).end().str();
     FileInfoFilter f(text);
-    KEY_VAR_st kv = f.GetNextKeyVar();
-    EXPECT_EQ(kv.key, "A");
+    EXPECT_TRUE(ReadsPair(f, "A", "1", 0));
     EXPECT_EQ(f.m_depth, 1);
-    kv = f.GetNextKeyVar();
-    EXPECT_EQ(kv.key, "Inner");
-    EXPECT_EQ(kv.value, "");
-    EXPECT_EQ(kv.type, 0u);
+    EXPECT_TRUE(ReadsPair(f, "Inner", "", 0));
     EXPECT_EQ(f.m_depth, 2);
-    kv = f.GetNextKeyVar();
-    EXPECT_EQ(kv.key, "B");
+    EXPECT_TRUE(ReadsPair(f, "B", "2", 0));
     EXPECT_EQ(f.m_depth, 2);
-    kv = f.GetNextKeyVar();
-    EXPECT_EQ(kv.key, "C");
-    EXPECT_EQ(kv.value, "3");
+    EXPECT_TRUE(ReadsPair(f, "C", "3", 0));
     EXPECT_EQ(f.m_depth, 1);
-    kv = f.GetNextKeyVar();
-    EXPECT_EQ(kv.key, "");
+    EXPECT_TRUE(ReadsPair(f, "", "", 0));
     EXPECT_EQ(f.m_depth, 0);
     EXPECT_EQ(f.m_pos, text.size() - 1);  // just past the last "</dict>"
 }
@@ -145,10 +145,7 @@ TEST(CapsParser, LeavingTheStartingDictionaryEndsTheWalk) {
 
 TEST(CapsParser, EmptyKeyReadsNoValue) {
     FileInfoFilter f("<dict>\n</dict>\n<string>x</string>\n");
-    const KEY_VAR_st kv = f.GetNextKeyVar();
-    EXPECT_EQ(kv.key, "");
-    EXPECT_EQ(kv.value, "");
-    EXPECT_EQ(kv.type, 0u);
+    EXPECT_TRUE(ReadsPair(f, "", "", 0));
     EXPECT_EQ(f.m_pos, 14u);  // the <string> after it is untouched
 }
 
@@ -161,21 +158,16 @@ TEST(CapsParser, ClosingDictAtDepthZeroKeepsWalking) {
 TEST(CapsParser, NoOpeningBracketAfterTheCursorYieldsAnEmptyKey) {
     FileInfoFilter f("<key>A</key>\nplain text > only");
     f.m_pos = 13;
-    EXPECT_EQ(f.GetKey(), "");
-    EXPECT_EQ(f.m_pos, 13u);
-    const KEY_VAR_st kv = f.GetNextKeyVar();
-    EXPECT_EQ(kv.key, "");
-    EXPECT_EQ(kv.type, 0u);
+    EXPECT_TRUE(ReadsKey(f, "", 13));
+    EXPECT_TRUE(ReadsPair(f, "", "", 0));
     EXPECT_EQ(f.m_pos, 13u);
 }
 
 TEST(CapsParser, EmptyTextYieldsNothing) {
     FileInfoFilter f("");
     EXPECT_EQ(f.GetKey(), "");
-    const KEY_VAR_st v = f.GetValue();
-    EXPECT_EQ(v.value, "");
-    EXPECT_EQ(v.type, 0u);
-    EXPECT_EQ(f.GetNextKeyVar().key, "");
+    EXPECT_TRUE(ReadsValue(f, "", 0, 0));
+    EXPECT_TRUE(ReadsPair(f, "", "", 0));
     EXPECT_EQ(f.m_pos, 0u);
     EXPECT_EQ(f.m_depth, 0);
 }
@@ -183,37 +175,27 @@ TEST(CapsParser, EmptyTextYieldsNothing) {
 TEST(CapsParser, UnterminatedTagYieldsNothing) {
     FileInfoFilter f("<key");
     EXPECT_EQ(f.GetKey(), "");
-    EXPECT_EQ(f.GetValue().value, "");
-    EXPECT_EQ(f.m_pos, 0u);
+    EXPECT_TRUE(ReadsValue(f, "", 0, 0));
 }
 
 TEST(CapsParser, OpeningBracketAfterTheClosingOneYieldsNothing) {
     FileInfoFilter f("a > b <key>A</key>\n<integer>1</integer>");
     EXPECT_EQ(f.GetKey(), "");
-    const KEY_VAR_st v = f.GetValue();
-    EXPECT_EQ(v.value, "");
-    EXPECT_EQ(v.type, 0u);
-    EXPECT_EQ(f.m_pos, 0u);
+    EXPECT_TRUE(ReadsValue(f, "", 0, 0));
 }
 
 TEST(CapsParser, UnterminatedKeyYieldsTheTagName) {
     FileInfoFilter f("<key>Rate\n<integer>1</integer>");
-    EXPECT_EQ(f.GetKey(), "key");
-    EXPECT_EQ(f.m_pos, 0u);
+    EXPECT_TRUE(ReadsKey(f, "key", 0));
 }
 
 TEST(CapsParser, OtherTagsArePseudoKeysAndTheCursorStays) {
     FileInfoFilter f("<string>x</string>");
-    EXPECT_EQ(f.GetKey(), "string");
-    EXPECT_EQ(f.m_pos, 0u);
+    EXPECT_TRUE(ReadsKey(f, "string", 0));
     FileInfoFilter empty("<false/>\n");
-    EXPECT_EQ(empty.GetKey(), "false/");
-    EXPECT_EQ(empty.m_pos, 0u);
+    EXPECT_TRUE(ReadsKey(empty, "false/", 0));
     // The pseudo-key's value is then the element itself.
-    const KEY_VAR_st kv = empty.GetNextKeyVar();
-    EXPECT_EQ(kv.key, "false/");
-    EXPECT_EQ(kv.value, "false");
-    EXPECT_EQ(kv.type, 1u);
+    EXPECT_TRUE(ReadsPair(empty, "false/", "false", 1));
 }
 
 TEST(CapsParser, TagNamesMatchCaseSensitivelyAndWhole) {
@@ -229,46 +211,31 @@ TEST(CapsParser, TagNamesMatchCaseSensitivelyAndWhole) {
 
 TEST(CapsParser, EmptyTagNameIsAnEmptyKey) {
     FileInfoFilter f("<>\n<key>A</key>");
-    EXPECT_EQ(f.GetKey(), "");
-    EXPECT_EQ(f.m_pos, 0u);
-    const KEY_VAR_st v = f.GetValue();
-    EXPECT_EQ(v.value, "");
-    EXPECT_EQ(v.type, 0u);
-    EXPECT_EQ(f.m_pos, 0u);
+    EXPECT_TRUE(ReadsKey(f, "", 0));
+    EXPECT_TRUE(ReadsValue(f, "", 0, 0));
 }
 
 TEST(CapsParser, KeyTextMayHoldOtherTags) {
     FileInfoFilter f("<key>a<b>c</key>\n");
-    EXPECT_EQ(f.GetKey(), "a<b>c");
-    EXPECT_EQ(f.m_pos, 16u);
+    EXPECT_TRUE(ReadsKey(f, "a<b>c", 16));
 }
 
 TEST(CapsParser, EmptyElementSkipsTwoCharactersPastItsBracket) {
     FileInfoFilter f("<true/>X<key>A</key>");
-    KEY_VAR_st v = f.GetValue();
-    EXPECT_EQ(v.value, "true");
-    EXPECT_EQ(v.type, 1u);
-    EXPECT_EQ(f.m_pos, 8u);
+    EXPECT_TRUE(ReadsValue(f, "true", 1, 8));
     EXPECT_EQ(f.GetKey(), "A");
 
     // Without a line end the skip eats the next tag's '<': from there the
     // next '<' (of "</key>") lies beyond the next '>', and the walk ends.
     FileInfoFilter tight("<true/><key>A</key>");
-    tight.GetValue();
-    EXPECT_EQ(tight.m_pos, 8u);
-    EXPECT_EQ(tight.GetKey(), "");
-    EXPECT_EQ(tight.m_pos, 8u);
+    EXPECT_TRUE(ReadsValue(tight, "true", 1, 8));
+    EXPECT_TRUE(ReadsKey(tight, "", 8));
 }
 
 TEST(CapsParser, EmptyElementNamesLoseOnlyTheirSlash) {
     FileInfoFilter f("<key/>\n</>\n");
-    KEY_VAR_st v = f.GetValue();
-    EXPECT_EQ(v.value, "key");
-    EXPECT_EQ(f.m_pos, 7u);
-    v = f.GetValue();
-    EXPECT_EQ(v.value, "");
-    EXPECT_EQ(v.type, 1u);
-    EXPECT_EQ(f.m_pos, 11u);
+    EXPECT_TRUE(ReadsValue(f, "key", 1, 7));
+    EXPECT_TRUE(ReadsValue(f, "", 1, 11));
 }
 
 TEST(CapsParser, ScalarWithoutItsClosingTagKeepsTypeAndCursor) {
@@ -276,19 +243,13 @@ TEST(CapsParser, ScalarWithoutItsClosingTagKeepsTypeAndCursor) {
         {"<string>abc\n<key>A</key>", 1u}, {"<integer>5\n", 0u}, {"<real>1.5</integer>", 2u}};
     for (const auto& [text, type] : cases) {
         FileInfoFilter f(text);
-        const KEY_VAR_st v = f.GetValue();
-        EXPECT_EQ(v.type, type) << text;
-        EXPECT_EQ(v.value, "") << text;
-        EXPECT_EQ(f.m_pos, 0u) << text;
+        EXPECT_TRUE(ReadsValue(f, "", type, 0)) << text;
     }
 }
 
 TEST(CapsParser, DictValueRaisesTheDepthAndEntersIt) {
     FileInfoFilter f("<dict>\n<key>A</key>");
-    const KEY_VAR_st v = f.GetValue();
-    EXPECT_EQ(v.value, "");
-    EXPECT_EQ(v.type, 0u);
-    EXPECT_EQ(f.m_pos, 6u);
+    EXPECT_TRUE(ReadsValue(f, "", 0, 6));
     EXPECT_EQ(f.m_depth, 1);
     EXPECT_EQ(f.GetKey(), "A");
 }
@@ -296,10 +257,7 @@ TEST(CapsParser, DictValueRaisesTheDepthAndEntersIt) {
 TEST(CapsParser, OtherValueElementsChangeNothing) {
     for (const char* text : {"<array>\n<string>a</string>\n</array>", "<key>A</key>", "<date>2024</date>"}) {
         FileInfoFilter f(text);
-        const KEY_VAR_st v = f.GetValue();
-        EXPECT_EQ(v.value, "") << text;
-        EXPECT_EQ(v.type, 0u) << text;
-        EXPECT_EQ(f.m_pos, 0u) << text;
+        EXPECT_TRUE(ReadsValue(f, "", 0, 0)) << text;
         EXPECT_EQ(f.m_depth, 0) << text;
     }
 }
@@ -317,12 +275,7 @@ TEST(CapsParser, TypeDictionaryWalkYieldsEveryPairInOrder) {
     FileInfoFilter f(text);
     const std::tuple<const char*, const char*, unsigned int> expected[] = {
         {"MaximumSampleRate", "48000", 0u}, {"Mono", "false", 1u}, {"Profile", "B", 1u}, {"Ratio", "0.5", 2u}};
-    for (const auto& [key, value, type] : expected) {
-        const KEY_VAR_st kv = f.GetNextKeyVar();
-        EXPECT_EQ(kv.key, key);
-        EXPECT_EQ(kv.value, value);
-        EXPECT_EQ(kv.type, type);
-    }
+    for (const auto& [key, value, type] : expected) EXPECT_TRUE(ReadsPair(f, key, value, type));
     EXPECT_EQ(f.GetNextKeyVar().key, "");
     EXPECT_EQ(f.m_depth, 0);
 }

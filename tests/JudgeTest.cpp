@@ -48,6 +48,19 @@ int VerdictWithLimit(const char* key, const std::string& number, const MediaFile
     return Verdict(CapsBuilder().limit(key, number), r);
 }
 
+// `key` with `number` accepts the record with `field` at `accepted` and
+// refuses it at `refused`.
+template <typename Field>
+void ExpectBoundary(const char* key, const std::string& number, MediaFileInfo_st r, Field MediaFileInfo_st::*field,
+                    Field accepted, Field refused) {
+    r.*field = accepted;
+    EXPECT_EQ(VerdictWithLimit(key, number, r), 1) << key << " " << number << " against " << accepted;
+    r.*field = refused;
+    EXPECT_EQ(VerdictWithLimit(key, number, r), 0) << key << " " << number << " against " << refused;
+}
+
+using U16 = unsigned short;
+
 // ---- The walk over the description --------------------------------------
 
 TEST(CapsJudge, NullRecordIsRefused) {
@@ -257,27 +270,15 @@ TEST(CapsJudge, MultichannelFalseRefusesOnlyTheMultichannelText) {
 }
 
 TEST(CapsJudge, MaximumSampleRateIsInclusive) {
-    MediaFileInfo_st r = Mp3();
-    r.sampleRate = 48000;
-    EXPECT_EQ(VerdictWithLimit("MaximumSampleRate", "48000", r), 1);
-    r.sampleRate = 48001;
-    EXPECT_EQ(VerdictWithLimit("MaximumSampleRate", "48000", r), 0);
+    ExpectBoundary("MaximumSampleRate", "48000", Mp3(), &MediaFileInfo_st::sampleRate, 48000u, 48001u);
 }
 
 TEST(CapsJudge, MaximumBitDepthIsInclusive) {
-    MediaFileInfo_st r = RecordOf("AIFF");
-    r.bitsPerSample = 16;
-    EXPECT_EQ(VerdictWithLimit("MaximumBitDepth", "16", r), 1);
-    r.bitsPerSample = 24;
-    EXPECT_EQ(VerdictWithLimit("MaximumBitDepth", "16", r), 0);
+    ExpectBoundary("MaximumBitDepth", "16", RecordOf("AIFF"), &MediaFileInfo_st::bitsPerSample, U16(16), U16(24));
 }
 
 TEST(CapsJudge, MaximumDataRateComparesWholeKilobits) {
-    MediaFileInfo_st r = Mp3();
-    r.bitRate = 320999;
-    EXPECT_EQ(VerdictWithLimit("MaximumDataRate", "320", r), 1);
-    r.bitRate = 321000;
-    EXPECT_EQ(VerdictWithLimit("MaximumDataRate", "320", r), 0);
+    ExpectBoundary("MaximumDataRate", "320", Mp3(), &MediaFileInfo_st::bitRate, 320999u, 321000u);
 }
 
 TEST(CapsJudge, AacRefusesEveryFileWithoutAacSoundWhateverItsValue) {
@@ -331,11 +332,8 @@ TEST(CapsJudge, ProfileCharacterIsSignedSoHighCodesMatchNothing) {
 }
 
 TEST(CapsJudge, LevelComparesSigned) {
+    ExpectBoundary("Level", "30", Movie(), &MediaFileInfo_st::level, U16(30), U16(31));
     MediaFileInfo_st r = Movie();
-    r.level = 30;
-    EXPECT_EQ(VerdictWithLimit("Level", "30", r), 1);
-    r.level = 31;
-    EXPECT_EQ(VerdictWithLimit("Level", "30", r), 0);
     r.level = 0;
     EXPECT_EQ(VerdictWithLimit("Level", "-1", r), 0);  // a negative level refuses every file
     r.level = 0xFFFF;
@@ -343,11 +341,8 @@ TEST(CapsJudge, LevelComparesSigned) {
 }
 
 TEST(CapsJudge, MaximumPeakBitRateLimitsThePeakInKilobits) {
+    ExpectBoundary("MaximumPeakBitRate", "768", Movie(), &MediaFileInfo_st::peakBitRate, 768999u, 769000u);
     MediaFileInfo_st r = Movie();
-    r.peakBitRate = 768999;
-    EXPECT_EQ(VerdictWithLimit("MaximumPeakBitRate", "768", r), 1);
-    r.peakBitRate = 769000;
-    EXPECT_EQ(VerdictWithLimit("MaximumPeakBitRate", "768", r), 0);
     r.peakBitRate = UINT_MAX;
     EXPECT_EQ(VerdictWithLimit("MaximumPeakBitRate", "0", r), 1);   // 0: no limit
     EXPECT_EQ(VerdictWithLimit("MaximumPeakBitRate", "-5", r), 1);  // 4294967291 as unsigned
@@ -396,59 +391,36 @@ TEST(CapsJudge, MaximumResolutionComparesSigned) {
 }
 
 TEST(CapsJudge, MinimumHeightRefusesOnlyKnownSmallHeights) {
+    ExpectBoundary("MinimumHeight", "100", Movie(), &MediaFileInfo_st::height, U16(100), U16(99));
+    ExpectBoundary("MinimumHeight", "100", Movie(), &MediaFileInfo_st::height, U16(0), U16(1));
     MediaFileInfo_st r = Movie();
-    r.height = 0;
-    EXPECT_EQ(VerdictWithLimit("MinimumHeight", "100", r), 1);
-    r.height = 99;
-    EXPECT_EQ(VerdictWithLimit("MinimumHeight", "100", r), 0);
-    r.height = 100;
-    EXPECT_EQ(VerdictWithLimit("MinimumHeight", "100", r), 1);
     r.height = 0xFFFF;
     EXPECT_EQ(VerdictWithLimit("MinimumHeight", "-1", r), 0);  // 4294967295 as unsigned
 }
 
 TEST(CapsJudge, MaximumHeightIsInclusive) {
-    MediaFileInfo_st r = Movie();
-    r.height = 240;
-    EXPECT_EQ(VerdictWithLimit("MaximumHeight", "240", r), 1);
-    r.height = 241;
-    EXPECT_EQ(VerdictWithLimit("MaximumHeight", "240", r), 0);
+    ExpectBoundary("MaximumHeight", "240", Movie(), &MediaFileInfo_st::height, U16(240), U16(241));
 }
 
 TEST(CapsJudge, MinimumWidthAcceptsAnUnknownWidth) {
-    MediaFileInfo_st r = Movie();
-    r.width = 0;
-    EXPECT_EQ(VerdictWithLimit("MinimumWidth", "100", r), 1);
-    r.width = 99;
-    EXPECT_EQ(VerdictWithLimit("MinimumWidth", "100", r), 0);
-    r.width = 100;
-    EXPECT_EQ(VerdictWithLimit("MinimumWidth", "100", r), 1);
+    ExpectBoundary("MinimumWidth", "100", Movie(), &MediaFileInfo_st::width, U16(0), U16(99));
+    ExpectBoundary("MinimumWidth", "100", Movie(), &MediaFileInfo_st::width, U16(100), U16(1));
 }
 
 TEST(CapsJudge, MaximumWidthIsInclusive) {
-    MediaFileInfo_st r = Movie();
-    r.width = 320;
-    EXPECT_EQ(VerdictWithLimit("MaximumWidth", "320", r), 1);
-    r.width = 321;
-    EXPECT_EQ(VerdictWithLimit("MaximumWidth", "320", r), 0);
+    ExpectBoundary("MaximumWidth", "320", Movie(), &MediaFileInfo_st::width, U16(320), U16(321));
 }
 
 TEST(CapsJudge, ProfileLevelIdIsAMaximum) {
-    MediaFileInfo_st r = RecordOf("MPEG-4");
-    r.profileLevelId = 3;
-    EXPECT_EQ(VerdictWithLimit("Profile-Level-ID", "3", r), 1);
-    r.profileLevelId = 8;
-    EXPECT_EQ(VerdictWithLimit("Profile-Level-ID", "3", r), 0);
+    ExpectBoundary("Profile-Level-ID", "3", RecordOf("MPEG-4"), &MediaFileInfo_st::profileLevelId, U16(3), U16(8));
 }
 
 TEST(CapsJudge, MaximumAverageBitRateLimitsThePeakFigure) {
+    MediaFileInfo_st fastAverage = Movie();
+    fastAverage.bitRate = 5000000;  // not looked at
+    ExpectBoundary("MaximumAverageBitRate", "768", fastAverage, &MediaFileInfo_st::peakBitRate, 768999u, 769000u);
     MediaFileInfo_st r = Movie();
-    r.bitRate = 5000000;
-    r.peakBitRate = 768999;
-    EXPECT_EQ(VerdictWithLimit("MaximumAverageBitRate", "768", r), 1);
-    r.bitRate = 0;
     r.peakBitRate = 769000;
-    EXPECT_EQ(VerdictWithLimit("MaximumAverageBitRate", "768", r), 0);
     EXPECT_EQ(VerdictWithLimit("MaximumAverageBitRate", "0", r), 1);
 }
 
