@@ -233,13 +233,16 @@ bool Refuses(const KEY_VAR_st& pair, const MediaFileInfo_st& r) {
 
 }  // namespace
 
-// Cost: every search starts at the cursor. A located tag moves the cursor
-// past its '>', which lies beyond both searched characters, and a found
-// closing tag moves it past that tag, so a search that succeeds costs no
-// more than the distance the cursor then advances. A search that fails
-// leaves the cursor where it is, and the walk ends within two more pairs
-// (an empty result ends it, and a pair that does not move the cursor ends
-// it, see JudgeValue). A judgement is thus linear in the text's length.
+// Cost: every search starts at the cursor. When a tag is located, both
+// searched characters lie at or before its '>'; a tag the cursor moves past
+// (a <dict>, a </dict>, a key, an empty element, a closed value) thus cost
+// no more than the distance moved, and a found closing tag lies just before
+// the cursor's new place. A tag the cursor does not move past is located
+// again by the next read at most, and a pair that moves nothing ends the
+// walk (see JudgeValue); a failed search ends it within two pairs. So each
+// character is searched a bounded number of times: a judgement is linear in
+// the text's length (the needle search costs at most its 139 characters per
+// position).
 
 FileInfoFilter::FileInfoFilter(std::string text) : m_pos(0), m_depth(0), m_text(std::move(text)) {}
 
