@@ -3,38 +3,12 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <array>
-#include <vector>
-#include <cstdio>
 #include <string>
-#include <sys/wait.h>
+#include <vector>
+
+#include "ToolRun.h"
 
 namespace {
-
-struct ToolRun {
-    std::string out;
-    int exitCode = -1;
-};
-
-ToolRun RunTool(const std::string& arguments) {
-    ToolRun run;
-    const std::string command = std::string(FILEINFO_TOOL_PATH) + " " + arguments + " 2>/dev/null";
-    FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) return run;
-    std::array<char, 4096> chunk;
-    size_t n;
-    while ((n = fread(chunk.data(), 1, chunk.size(), pipe)) > 0) run.out.append(chunk.data(), n);
-    const int status = pclose(pipe);
-    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return run;
-}
-
-class Tool : public testing::Test {
-protected:
-    void SetUp() override {
-        if (std::string(FILEINFO_TOOL_PATH).empty()) GTEST_SKIP() << "the fileinfo tool is not built";
-    }
-};
 
 TEST_F(Tool, JsonLineHoldsTheWholeRecordOfAnExample) {
     const std::string path = std::string(FILEINFO_EXAMPLES_DIR) + "/tone-mono.wav";

@@ -5,12 +5,17 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
+#include <iterator>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <vector>
 
+#include "JudgeInfo.h"
 #include "MediaFileInfo.h"
 
 namespace fs = std::filesystem;
@@ -191,19 +196,158 @@ bool CollectPaths(const std::string& argument, std::vector<Target>& out) {
     return true;
 }
 
+// ---- --device: can the device described by a capability text play it? ----
+
+// What a device's capability description says about one loaded file.
+struct DeviceVerdict {
+    bool playable = false;
+    std::string refusedBy;    // the requirement key that refused the file, if one did
+    std::string explanation;  // why not, in words; empty when playable
+};
+
+bool ReadDeviceCaps(const std::string& path, std::string& text) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return false;
+    text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return !in.bad();
+}
+
+std::string RecordText(const char* field) { return std::string(field, strnlen(field, MEDIA_TEXT_SIZE)); }
+
+// A record field by name, as "name value" ("name \"text\"" for texts).
+std::string ShowField(const char* name, const MediaFileInfo_st& r) {
+    for (const NumberField& f : kNumbers)
+        if (strcmp(name, f.name) == 0) return std::string(name) + " " + std::to_string(f.get(r));
+    for (const TextField& f : kTexts)
+        if (strcmp(name, f.name) == 0) return std::string(name) + " \"" + Latin1ToUtf8(f.get(r), MEDIA_TEXT_SIZE) + "\"";
+    return name;
+}
+
+// The record fields a requirement key is checked against, shown beside it.
+std::string CheckedFields(const std::string& key, const MediaFileInfo_st& r) {
+    struct KeyFields {
+        const char* key;
+        const char* field;
+        const char* second;
+    };
+    static const KeyFields kFieldsOfKey[] = {
+        {"Mono", "channelMode", nullptr},
+        {"Stereo", "channelMode", nullptr},
+        {"Multichannel", "channelMode", nullptr},
+        {"MaximumSampleRate", "sampleRate", nullptr},
+        {"MaximumBitDepth", "bitsPerSample", nullptr},
+        {"MaximumDataRate", "bitRate", nullptr},
+        {"AAC", "audioCodec", nullptr},
+        {"VariableBitRate", "isVbr", nullptr},
+        {"Profile", "profile", nullptr},
+        {"Level", "level", nullptr},
+        {"MaximumPeakBitRate", "peakBitRate", nullptr},
+        {"MaximumResolution", "width", "height"},
+        {"MinimumHeight", "height", nullptr},
+        {"MaximumHeight", "height", nullptr},
+        {"MinimumWidth", "width", nullptr},
+        {"MaximumWidth", "width", nullptr},
+        {"Profile-Level-ID", "profileLevelId", nullptr},
+        {"MaximumAverageBitRate", "peakBitRate", nullptr},
+    };
+    for (const KeyFields& k : kFieldsOfKey) {
+        if (key != k.key) continue;
+        std::string shown = ShowField(k.field, r);
+        if (k.second != nullptr) shown += ", " + ShowField(k.second, r);
+        return shown;
+    }
+    return std::string();
+}
+
+// Why the library refused the record. `judged` is the filter that gave the
+// verdict: its cursor and depth are where the walk stopped. A fresh filter
+// reads the same pairs from the type's key until it stands at that same
+// place; the pair it read last is the one the judgement stopped on. The
+// verdict itself is always the library's.
+void ExplainRefusal(const std::string& caps, const MediaFileInfo_st& record, const FileInfoFilter& judged,
+                    DeviceVerdict& verdict) {
+    const std::string type = RecordText(record.fileType);
+    // AdjudgeFile moves the cursor only once it has found the type's key.
+    if (judged.m_pos == 0) {
+        verdict.explanation = "the device lists no " + type + " type";
+        return;
+    }
+    const std::string needle = std::string(FileInfoFilter::KEY_BEGIN) + type + FileInfoFilter::KEY_END;
+    FileInfoFilter replay(caps);
+    replay.m_pos = static_cast<unsigned int>(caps.find(needle) + needle.size());
+    KEY_VAR_st pair;
+    bool reached = false;
+    for (;;) {
+        const unsigned int before = replay.m_pos;
+        pair = replay.GetNextKeyVar();
+        reached = replay.m_pos == judged.m_pos && replay.m_depth == judged.m_depth;
+        if (reached || replay.m_pos == before || pair.key.empty()) break;
+    }
+    if (!reached) {
+        verdict.explanation = "refused by the " + type + " entry";
+    } else if (judged.m_depth < 1) {
+        verdict.explanation = "the device's " + type + " entry is not a dictionary";
+    } else {
+        verdict.refusedBy = pair.key;
+        verdict.explanation = "requirement " + pair.key + " = \"" + pair.value + "\" refuses it";
+        const std::string fields = CheckedFields(pair.key, record);
+        if (!fields.empty()) verdict.explanation += " (" + fields + ")";
+    }
+}
+
+DeviceVerdict JudgeOnDevice(const std::string& caps, const LoadResult& result, bool explain) {
+    DeviceVerdict verdict;
+    if (result.status != MFI_OK || !result.hasRecord) {
+        verdict.explanation = "the file did not load";
+        return verdict;
+    }
+    MediaFileInfo_st record = result.record;
+    FileInfoFilter judged(caps);  // one filter per judgement: it keeps the walk's state
+    verdict.playable = judged.AdjudgeFile(&record) == 1;
+    if (!verdict.playable && explain) ExplainRefusal(caps, record, judged, verdict);
+    return verdict;
+}
+
+void PrintVerdict(const DeviceVerdict& verdict, bool explain) {
+    std::cout << "  device: " << (verdict.playable ? "playable" : "not playable");
+    if (explain && !verdict.explanation.empty()) std::cout << ": " << verdict.explanation;
+    std::cout << "\n";
+}
+
+void AddVerdictJson(ordered_json& j, const DeviceVerdict& verdict, bool explain) {
+    j["playable"] = verdict.playable;
+    if (!explain) return;
+    j["refused_by"] = verdict.refusedBy.empty() ? ordered_json(nullptr) : ordered_json(verdict.refusedBy);
+    j["explanation"] = verdict.explanation.empty() ? ordered_json(nullptr) : ordered_json(verdict.explanation);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     CLI::App app{"Shows what libFileInfo reads from media files."};
     std::vector<std::string> arguments;
     bool json = false;
+    std::string devicePath;
+    bool explain = false;
     app.add_flag("--json", json, "print one JSON object per file (JSON Lines)");
+    CLI::Option* device =
+        app.add_option("--device", devicePath, "capability description of a device: say whether it plays each file");
+    app.add_flag("--explain", explain, "with --device: say which requirement refused a file")->needs(device);
     app.add_option("paths", arguments, "media files or directories (walked recursively)")->required();
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
         const int code = app.exit(e);
         return code == 0 ? 0 : 2;
+    }
+
+    std::optional<std::string> caps;
+    if (*device) {
+        caps.emplace();
+        if (!ReadDeviceCaps(devicePath, *caps)) {
+            std::cerr << "fileinfo: " << devicePath << ": cannot read the capability description\n";
+            return 2;
+        }
     }
 
     bool allLoaded = true;
@@ -217,10 +361,14 @@ int main(int argc, char** argv) {
         // not even opened: it is not a media file, so it is not listed.
         if (!target.named && result.status == MFI_NOT_THIS_FORMAT && facade.m_reader == nullptr) continue;
         allLoaded &= result.status == MFI_OK;
+        const DeviceVerdict verdict = caps ? JudgeOnDevice(*caps, result, explain) : DeviceVerdict();
         if (json) {
-            std::cout << ResultJson(result).dump() << "\n";
+            ordered_json j = ResultJson(result);
+            if (caps) AddVerdictJson(j, verdict, explain);
+            std::cout << j.dump() << "\n";
         } else {
             PrintText(result);
+            if (caps) PrintVerdict(verdict, explain);
         }
     }
     return allLoaded ? 0 : 1;
