@@ -4,6 +4,7 @@
 #include <cstring>
 #include <new>
 
+#include "AacInfo.h"
 #include "AifInfo.h"
 #include "WavInfo.h"
 
@@ -31,11 +32,13 @@ MediaFileInfoBase* Make() {
 
 const char* const kWavExtensions[] = {WavTail, nullptr};
 const char* const kAifExtensions[] = {AifTail, nullptr};
+const char* const kAacExtensions[] = {AacTail, nullptr};
 
 // Fallback order: MP4, WAV, AIFF, AAC, MP3.
 const ReaderKind kReaders[] = {
     {kWavExtensions, &Make<WavInfo>},
     {kAifExtensions, &Make<AifInfo>},
+    {kAacExtensions, &Make<AacInfo>},
 };
 
 bool Names(const ReaderKind& kind, const char* extension) {
