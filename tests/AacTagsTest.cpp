@@ -6,28 +6,16 @@
 #include "AacInfo.h"
 #include "Id3Builder.h"
 #include "Id3Info.h"
+#include "ReaderLoad.h"
 #include "TestFiles.h"
 
 namespace {
 
 constexpr size_t kBuffer = AacInfo::kBufferSize;
 
-struct Tagged {
-    int status;
-    MediaFileInfo_st record;
-    int hasTags;
-};
+using Tagged = LoadResult;
 
-Tagged Load(const Bytes& bytes, const std::string& name = "song.aac") {
-    TempDir dir;
-    AacInfo reader;
-    const std::string p = dir.write(name, bytes);
-    Tagged out{};
-    out.status = reader.LoadFile(p.c_str());
-    out.record = *reader.GetFileInfo();
-    out.hasTags = reader.HasId3Info();
-    return out;
-}
+Tagged Load(const Bytes& bytes, const std::string& name = "song.aac") { return LoadBytes<AacInfo>(bytes, name); }
 
 Bytes Stream(size_t frames = 100) {
     AdtsSpec s;

@@ -10,33 +10,16 @@
 #include "AiffBuilder.h"
 #include "MediaFileInfo.h"
 #include "Mutation.h"
+#include "ReaderLoad.h"
 #include "TestFiles.h"
 
 namespace {
 
 constexpr size_t kBuffer = AifInfo::kBufferSize;
 
-struct Loaded {
-    int status;
-    MediaFileInfo_st record;  // zeroed when the load made no record
-    int isAudio;
-    int hasTags;
-};
+using Loaded = LoadResult;
 
-Loaded LoadWith(AifInfo& reader, const std::string& path) {
-    Loaded out{};
-    out.status = reader.LoadFile(path.c_str());
-    if (reader.GetFileInfo() != nullptr) out.record = *reader.GetFileInfo();
-    out.isAudio = reader.IsAudio();
-    out.hasTags = reader.HasId3Info();
-    return out;
-}
-
-Loaded Load(const Bytes& bytes, const std::string& name = "clip.aif") {
-    TempDir dir;
-    AifInfo reader;
-    return LoadWith(reader, dir.write(name, bytes));
-}
+Loaded Load(const Bytes& bytes, const std::string& name = "clip.aif") { return LoadBytes<AifInfo>(bytes, name); }
 
 // COMM for CD audio and an SSND whose size field announces `soundBytes`
 // while only enough bytes are written for the file to fill the first
@@ -608,47 +591,47 @@ TEST(AifReader, ShortLoadWithoutEndOfFileEndsTheWalkAtTheBufferEnd) {
 
 // --- files made by real encoders ---
 
-TEST(AifFixtures, SoxMono8k) {
-    AifInfo reader;
-    const Loaded r = LoadWith(reader, Fixture("sox-mono-8k.aif"));
-    EXPECT_EQ(r.status, MFI_OK);
-    EXPECT_EQ(r.record.fileSize, 8088u);
-    EXPECT_EQ(r.record.sampleRate, 8000u);
-    EXPECT_EQ(r.record.bitsPerSample, 16);
-    EXPECT_EQ(r.record.bitRate, 128000u);
-    EXPECT_EQ(r.record.durationMs, 500u);  // SSND 8008 bytes: 8008 / 128000 * 8000 = 500.5
-    EXPECT_STREQ(r.record.channelMode, "Mono");
-    EXPECT_STREQ(r.record.fileType, "AIFF");
-    EXPECT_STREQ(r.record.audioFormat, "Audio IFF");
-    EXPECT_STREQ(r.record.title, "sox-mono-8k");  // its COMT chunk is not read
-    EXPECT_EQ(r.isAudio, 1);
-    EXPECT_EQ(r.hasTags, 0);
-}
+struct AiffCase {
+    const char* name;
+    unsigned fileSize, sampleRate, bitsPerSample, bitRate, durationMs;
+    const char* channelMode;
+    const char* title;
+    const char* artist;
+    const char* comment;
+};
 
-TEST(AifFixtures, SoxStereo22kAifc) {
-    AifInfo reader;
-    const Loaded r = LoadWith(reader, Fixture("sox-stereo-22k.aifc"));
-    EXPECT_EQ(r.status, MFI_OK);
-    EXPECT_EQ(r.record.fileSize, 11110u);
-    EXPECT_EQ(r.record.sampleRate, 22050u);
-    EXPECT_EQ(r.record.bitsPerSample, 8);
-    EXPECT_EQ(r.record.bitRate, 352800u);
-    EXPECT_EQ(r.record.durationMs, 250u);  // 11032 / 352800 * 8000 = 250.16
-    EXPECT_STREQ(r.record.channelMode, "Stero");
-    EXPECT_STREQ(r.record.fileType, "AIFF");
-    EXPECT_STREQ(r.record.title, "sox-stereo-22k");
-}
-
-TEST(AifFixtures, SoxStereo44k24Bit) {
-    AifInfo reader;
-    const Loaded r = LoadWith(reader, Fixture("sox-stereo-44k-24bit.aif"));
-    EXPECT_EQ(r.status, MFI_OK);
-    EXPECT_EQ(r.record.fileSize, 26548u);
-    EXPECT_EQ(r.record.sampleRate, 44100u);
-    EXPECT_EQ(r.record.bitsPerSample, 24);
-    EXPECT_EQ(r.record.bitRate, 2116800u);
-    EXPECT_EQ(r.record.durationMs, 100u);  // 26468 / 2116800 * 8000 = 100.03
-    EXPECT_STREQ(r.record.channelMode, "Stero");
+TEST(AifFixtures, FilesMadeBySoxAndFfmpeg) {
+    // Duration: SSND size / (rate * bits * channels) * 8000, truncated.
+    const AiffCase cases[] = {
+        // COMT (not read), COMM, SSND 8008: 8008 / 128000 * 8000 = 500.5
+        {"sox-mono-8k.aif", 8088, 8000, 16, 128000, 500, "Mono", "sox-mono-8k", "", ""},
+        // FVER, COMM with "NONE", SSND 11032: 11032 / 352800 * 8000 = 250.16
+        {"sox-stereo-22k.aifc", 11110, 22050, 8, 352800, 250, "Stero", "sox-stereo-22k", "", ""},
+        // SSND 26468: 26468 / 2116800 * 8000 = 100.03
+        {"sox-stereo-44k-24bit.aif", 26548, 44100, 24, 2116800, 100, "Stero", "sox-stereo-44k-24bit", "", ""},
+        // NAME, AUTH, ANNO before COMM; SSND 22060: 22060 / 352800 * 8000 = 500.23
+        {"ffmpeg-tagged-11k.aif", 22162, 11025, 16, 352800, 500, "Stero", "Tuning Tone", "Test Lab", "A4 reference"},
+        // FVER, COMM with "fl32"; SSND 19208: 19208 / 512000 * 8000 = 300.13
+        {"ffmpeg-float-16k.aifc", 19272, 16000, 32, 512000, 300, "Mono", "ffmpeg-float-16k", "", ""},
+    };
+    for (const AiffCase& c : cases) {
+        AifInfo reader;
+        const Loaded r = LoadWith(reader, Fixture(c.name));
+        EXPECT_EQ(r.status, MFI_OK) << c.name;
+        EXPECT_EQ(r.record.fileSize, c.fileSize) << c.name;
+        EXPECT_EQ(r.record.sampleRate, c.sampleRate) << c.name;
+        EXPECT_EQ(r.record.bitsPerSample, c.bitsPerSample) << c.name;
+        EXPECT_EQ(r.record.bitRate, c.bitRate) << c.name;
+        EXPECT_EQ(r.record.durationMs, c.durationMs) << c.name;
+        EXPECT_STREQ(r.record.channelMode, c.channelMode) << c.name;
+        EXPECT_STREQ(r.record.fileType, "AIFF") << c.name;
+        EXPECT_STREQ(r.record.audioFormat, "Audio IFF") << c.name;
+        EXPECT_STREQ(r.record.title, c.title) << c.name;
+        EXPECT_STREQ(r.record.artist, c.artist) << c.name;
+        EXPECT_STREQ(r.record.comment, c.comment) << c.name;
+        EXPECT_EQ(r.hasTags, c.artist[0] != '\0' ? 1 : 0) << c.name;
+        EXPECT_EQ(r.isAudio, 1) << c.name;
+    }
 }
 
 TEST(AifFixtures, SoxTinyFileHasOnlyItsTitle) {
@@ -662,54 +645,13 @@ TEST(AifFixtures, SoxTinyFileHasOnlyItsTitle) {
     EXPECT_EQ(r.isAudio, 0);
 }
 
-TEST(AifFixtures, FfmpegTaggedStereo11k) {
-    AifInfo reader;
-    const Loaded r = LoadWith(reader, Fixture("ffmpeg-tagged-11k.aif"));
-    EXPECT_EQ(r.status, MFI_OK);
-    EXPECT_EQ(r.record.fileSize, 22162u);
-    EXPECT_EQ(r.record.sampleRate, 11025u);
-    EXPECT_EQ(r.record.bitsPerSample, 16);
-    EXPECT_EQ(r.record.bitRate, 352800u);
-    EXPECT_EQ(r.record.durationMs, 500u);  // 22060 / 352800 * 8000 = 500.23
-    EXPECT_STREQ(r.record.channelMode, "Stero");
-    EXPECT_STREQ(r.record.title, "Tuning Tone");
-    EXPECT_STREQ(r.record.artist, "Test Lab");
-    EXPECT_STREQ(r.record.comment, "A4 reference");
-    EXPECT_EQ(r.hasTags, 1);
-    EXPECT_EQ(r.isAudio, 1);
-}
-
-TEST(AifFixtures, FfmpegFloatAifc) {
-    AifInfo reader;
-    const Loaded r = LoadWith(reader, Fixture("ffmpeg-float-16k.aifc"));
-    EXPECT_EQ(r.status, MFI_OK);
-    EXPECT_EQ(r.record.fileSize, 19272u);
-    EXPECT_EQ(r.record.sampleRate, 16000u);
-    EXPECT_EQ(r.record.bitsPerSample, 32);
-    EXPECT_EQ(r.record.bitRate, 512000u);
-    EXPECT_EQ(r.record.durationMs, 300u);  // 19208 / 512000 * 8000 = 300.13
-    EXPECT_STREQ(r.record.channelMode, "Mono");
-    EXPECT_STREQ(r.record.fileType, "AIFF");
-}
-
 TEST(AifFixtures, MutatedFilesNeverCrash) {
-    const char* seeds[] = {"sox-mono-8k.aif", "sox-stereo-22k.aifc", "ffmpeg-tagged-11k.aif",
-                           "ffmpeg-float-16k.aifc"};
-    TempDir dir;
-    AifInfo reused;  // also one reader loaded again and again
-    for (const char* name : seeds) {
+    for (const char* name : {"sox-mono-8k.aif", "sox-stereo-22k.aifc", "ffmpeg-tagged-11k.aif",
+                             "ffmpeg-float-16k.aifc"}) {
+        SCOPED_TRACE(name);
         const Bytes seed = ReadAll(Fixture(name));
-        ASSERT_FALSE(seed.empty()) << name;
-        for (uint32_t n = 0; n < 75; ++n) {
-            const std::string p = dir.write("m.aif", Mutate(seed, n));
-            AifInfo reader;
-            const int status = reader.LoadFile(p.c_str());
-            EXPECT_TRUE(IsKnownStatus(status)) << name << " #" << n << ": " << status;
-            EXPECT_NE(status, MFI_UNREADABLE) << name << " #" << n;
-            ExpectTextsTerminated(reader.GetFileInfo());
-            EXPECT_TRUE(IsKnownStatus(reused.LoadFile(p.c_str())));
-            ExpectTextsTerminated(reused.GetFileInfo());
-        }
+        ASSERT_FALSE(seed.empty());
+        for (int status : LoadMutants<AifInfo>(seed, 75, "m.aif")) EXPECT_NE(status, MFI_UNREADABLE);
     }
 }
 
