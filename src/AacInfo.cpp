@@ -40,6 +40,9 @@ constexpr double kBitsPerByte = 8.0;
 // The ADIF duration: bytes over bits per second is a count of 8 seconds.
 constexpr unsigned int kMsPerEightSeconds = 8000;
 
+// Title, artist, album, genre, lyrics, year, comment, composer.
+constexpr int kTagTextCount = 8;
+
 unsigned int SampleRateAt(unsigned int index) { return SAMPLE[index & 0x0F]; }
 
 }  // namespace
@@ -108,11 +111,11 @@ void AacInfo::LoadTags(const char* path) {
     if (tags == nullptr) return;
     // The eight texts go, in order, into the record's eight tag fields
     // starting at the title.
-    const char* const entries[8] = {tags->pTitle, tags->pArtist, tags->pAlbum,   tags->pGenre,
+    const char* const entries[kTagTextCount] = {tags->pTitle, tags->pArtist, tags->pAlbum,   tags->pGenre,
                                     tags->pLyrics, tags->pYear,  tags->pComment, tags->pComposer};
-    char* const fields[8] = {m_fileInfo->title,  m_fileInfo->artist, m_fileInfo->album,   m_fileInfo->genre,
+    char* const fields[kTagTextCount] = {m_fileInfo->title,  m_fileInfo->artist, m_fileInfo->album,   m_fileInfo->genre,
                              m_fileInfo->lyrics, m_fileInfo->year,   m_fileInfo->comment, m_fileInfo->composer};
-    for (int i = 0; i < 8; ++i) {
+    for (int i = 0; i < kTagTextCount; ++i) {
         if (entries[i] != nullptr) CopyField(fields[i], entries[i]);
     }
     m_fileInfo->trackNumber = static_cast<unsigned short>(tags->nTrack);
