@@ -4,6 +4,8 @@
 #include <cstring>
 #include <new>
 
+#include "AacInfo.h"
+#include "AifInfo.h"
 #include "WavInfo.h"
 
 const char* strlwr(char* s) {
@@ -29,10 +31,14 @@ MediaFileInfoBase* Make() {
 }
 
 const char* const kWavExtensions[] = {WavTail, nullptr};
+const char* const kAifExtensions[] = {AifTail, nullptr};
+const char* const kAacExtensions[] = {AacTail, nullptr};
 
 // Fallback order: MP4, WAV, AIFF, AAC, MP3.
 const ReaderKind kReaders[] = {
     {kWavExtensions, &Make<WavInfo>},
+    {kAifExtensions, &Make<AifInfo>},
+    {kAacExtensions, &Make<AacInfo>},
 };
 
 bool Names(const ReaderKind& kind, const char* extension) {
