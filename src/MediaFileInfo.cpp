@@ -4,6 +4,7 @@
 #include <cstring>
 #include <new>
 
+#include "Mp3Info.h"
 #include "WavInfo.h"
 
 const char* strlwr(char* s) {
@@ -29,10 +30,12 @@ MediaFileInfoBase* Make() {
 }
 
 const char* const kWavExtensions[] = {WavTail, nullptr};
+const char* const kMp3Extensions[] = {Mp3Tail, nullptr};
 
 // Fallback order: MP4, WAV, AIFF, AAC, MP3.
 const ReaderKind kReaders[] = {
     {kWavExtensions, &Make<WavInfo>},
+    {kMp3Extensions, &Make<Mp3Info>},
 };
 
 bool Names(const ReaderKind& kind, const char* extension) {
