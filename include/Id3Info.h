@@ -56,6 +56,15 @@ public:
     int MoveFile(int sizeChange);
     int WriteId3v2InfoToFile();
 
+    // Steps of LoadFile: each returns its own status.
+    int LoadId3v1();
+    int LoadId3v2();
+    // Allocates the zero-filled fields when none are held; false when that fails.
+    bool EnsureId3Info();
+    // Releases frame list entry `index` and empties its slot.
+    void FreeFrame(int index);
+    void CloseFile();
+
     // Genre names by index; 148 is "" and stands for no genre.
     static const char* m_arrMP3ID3v2Genre[kGenreCount];
 

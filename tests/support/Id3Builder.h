@@ -3,6 +3,7 @@
 #ifndef FILEINFO_TESTS_ID3BUILDER_H
 #define FILEINFO_TESTS_ID3BUILDER_H
 
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -34,6 +35,8 @@ inline void PutSyncSafe(ByteWriter& w, uint32_t size) {
 struct Id3Frame {
     std::string id;  // 3 characters for ID3v2.2, 4 otherwise
     Bytes data;      // the frame body, encoding byte included
+    // When not negative, written as the frame's size instead of data.size().
+    long long sizeField = -1;
 };
 
 // A text frame body: encoding byte 0, then the text, no terminator.
@@ -69,7 +72,7 @@ inline Bytes BuildId3v2(const Id3v2Spec& s) {
     ByteWriter body;
     for (const Id3Frame& f : s.frames) {
         body.str(f.id);
-        const uint32_t n = static_cast<uint32_t>(f.data.size());
+        const uint32_t n = static_cast<uint32_t>(f.sizeField >= 0 ? f.sizeField : static_cast<long long>(f.data.size()));
         if (s.majorVersion == 2) {
             body.be24(n);
         } else if (s.majorVersion == 3) {
@@ -86,6 +89,24 @@ inline Bytes BuildId3v2(const Id3v2Spec& s) {
     PutSyncSafe(w, s.overrideSize ? s.size : static_cast<uint32_t>(body.size()));
     w.bytes(body.data());
     return w.take();
+}
+
+// A frame body of raw bytes (encoding byte included when it has one).
+inline Id3Frame RawFrame(const std::string& id, const Bytes& data) { return Id3Frame{id, data}; }
+
+// Stand-in audio: n bytes of a pattern above 0x7F, so that no frame id and
+// no zero byte can appear in it by chance.
+inline Bytes AudioBytes(size_t n) {
+    Bytes b(n);
+    for (size_t i = 0; i < n; ++i) b[i] = static_cast<uint8_t>(0x80 + i % 97);
+    return b;
+}
+
+// The parts of a file, one after the other.
+inline Bytes Join(std::initializer_list<Bytes> parts) {
+    Bytes all;
+    for (const Bytes& p : parts) all.insert(all.end(), p.begin(), p.end());
+    return all;
 }
 
 #endif  // FILEINFO_TESTS_ID3BUILDER_H
