@@ -401,46 +401,39 @@ TEST(Mp3Reader, MonoFileIsRecordedAsStero) {
     EXPECT_STREQ(r.GetFileInfo()->channelMode, "Stero");
 }
 
-TEST(Mp3Reader, Mpeg2Layer3FileAt22050Hz) {
-    TempDir dir;
-    Mp3Info r;
-    ASSERT_EQ(Load(r, dir, PadTo(Mp3Frames(Header(kMpeg2, 3, 8, 0), 208, 10), kRead + 50000)), MFI_OK);
-    EXPECT_EQ(r.m_frameCount, 250);  // 50000 / 208 + 10
-    EXPECT_EQ(r.GetFileInfo()->durationMs, 6530u);  // 250 * 576 / 22050 * 1000
-    EXPECT_EQ(r.GetFileInfo()->sampleRate, 22050u);
-    EXPECT_EQ(r.GetFileInfo()->bitRate, 64000u);
-    EXPECT_STREQ(r.GetFileInfo()->audioFormat, "MPEG Version 2");
-}
+struct ConstantRateCase {
+    const char* what;
+    Mp3Header header;
+    size_t frameLength;
+    int frames;
+    int count;            // 50000 bytes after the first read / frame length + 10
+    unsigned durationMs;  // count * samples per frame / rate * 1000
+    unsigned bitRate, sampleRate;
+    const char* audioFormat;
+};
 
-TEST(Mp3Reader, Mpeg25Layer3FileAt11025Hz) {
-    TempDir dir;
-    Mp3Info r;
-    // 32 kbit/s: 144000 * 32 / 22050 = 208.
-    ASSERT_EQ(Load(r, dir, PadTo(Mp3Frames(Header(kMpeg25, 3, 4, 0), 208, 10), kRead + 50000)), MFI_OK);
-    EXPECT_EQ(r.m_frameCount, 250);
-    EXPECT_EQ(r.GetFileInfo()->durationMs, 13061u);  // 250 * 576 / 11025 * 1000
-    EXPECT_EQ(r.GetFileInfo()->sampleRate, 11025u);
-    EXPECT_EQ(r.GetFileInfo()->bitRate, 32000u);
-    EXPECT_STREQ(r.GetFileInfo()->audioFormat, "MPEG Version 2.5");
-}
-
-TEST(Mp3Reader, Layer1File) {
-    TempDir dir;
-    Mp3Info r;
-    ASSERT_EQ(Load(r, dir, PadTo(Mp3Frames(Header(kMpeg1, 1, 14, 2), 672, 6), kRead + 50000)), MFI_OK);
-    EXPECT_EQ(r.m_frameCount, 84);  // 50000 / 672 + 10
-    EXPECT_EQ(r.GetFileInfo()->durationMs, 1008u);  // 84 * 384 / 32000 * 1000
-    EXPECT_EQ(r.GetFileInfo()->bitRate, 448000u);
-}
-
-TEST(Mp3Reader, Layer2File) {
-    TempDir dir;
-    Mp3Info r;
-    ASSERT_EQ(Load(r, dir, PadTo(Mp3Frames(Header(kMpeg1, 2, 10, 1), 576, 7), kRead + 50000)), MFI_OK);
-    EXPECT_EQ(r.m_frameCount, 96);  // 50000 / 576 + 10
-    EXPECT_EQ(r.GetFileInfo()->durationMs, 2304u);  // 96 * 1152 / 48000 * 1000
-    EXPECT_EQ(r.GetFileInfo()->bitRate, 192000u);
-    EXPECT_EQ(r.GetFileInfo()->sampleRate, 48000u);
+TEST(Mp3Reader, ConstantRateFilesOfEveryVersionAndLayer) {
+    const ConstantRateCase cases[] = {
+        // 250 * 576 / 22050 * 1000
+        {"MPEG 2 Layer III", Header(kMpeg2, 3, 8, 0), 208, 10, 250, 6530, 64000, 22050, "MPEG Version 2"},
+        // 32 kbit/s: 144000 * 32 / 22050 = 208; 250 * 576 / 11025 * 1000
+        {"MPEG 2.5 Layer III", Header(kMpeg25, 3, 4, 0), 208, 10, 250, 13061, 32000, 11025, "MPEG Version 2.5"},
+        // 50000 / 672 + 10 = 84; 84 * 384 / 32000 * 1000
+        {"MPEG 1 Layer I", Header(kMpeg1, 1, 14, 2), 672, 6, 84, 1008, 448000, 32000, "MPEG Version 1"},
+        // 50000 / 576 + 10 = 96; 96 * 1152 / 48000 * 1000
+        {"MPEG 1 Layer II", Header(kMpeg1, 2, 10, 1), 576, 7, 96, 2304, 192000, 48000, "MPEG Version 1"},
+    };
+    for (const ConstantRateCase& c : cases) {
+        SCOPED_TRACE(c.what);
+        TempDir dir;
+        Mp3Info r;
+        ASSERT_EQ(Load(r, dir, PadTo(Mp3Frames(c.header, c.frameLength, c.frames), kRead + 50000)), MFI_OK);
+        EXPECT_EQ(r.m_frameCount, c.count);
+        EXPECT_EQ(r.GetFileInfo()->durationMs, c.durationMs);
+        EXPECT_EQ(r.GetFileInfo()->bitRate, c.bitRate);
+        EXPECT_EQ(r.GetFileInfo()->sampleRate, c.sampleRate);
+        EXPECT_STREQ(r.GetFileInfo()->audioFormat, c.audioFormat);
+    }
 }
 
 TEST(Mp3Reader, EstimateUsesTheSixthFramesLength) {

@@ -17,6 +17,24 @@ Bytes Stream() { return PadTo(Mp3Frames(Mp3Header{}, 417, 9), 3 * 4096); }
 
 std::string Fixture(const std::string& name) { return std::string(FILEINFO_FIXTURES_DIR) + "/mp3/" + name; }
 
+// The record's tag fields, in record order.
+struct Tags {
+    const char *title, *artist, *album, *genre, *lyrics, *year, *comment, *composer;
+    int track;
+};
+
+void ExpectTags(const MediaFileInfo_st* f, const Tags& t) {
+    EXPECT_STREQ(f->title, t.title);
+    EXPECT_STREQ(f->artist, t.artist);
+    EXPECT_STREQ(f->album, t.album);
+    EXPECT_STREQ(f->genre, t.genre);
+    EXPECT_STREQ(f->lyrics, t.lyrics);
+    EXPECT_STREQ(f->year, t.year);
+    EXPECT_STREQ(f->comment, t.comment);
+    EXPECT_STREQ(f->composer, t.composer);
+    EXPECT_EQ(f->trackNumber, t.track);
+}
+
 TEST(Mp3Tags, Id3v1AndId3v2FixtureFillsTheTagFields) {
     // Written by id3v2: ID3v1 first (title, artist, album, year, comment
     // "made for tests", track 7, genre 17), then the ID3v2.3 frames replace
@@ -25,16 +43,8 @@ TEST(Mp3Tags, Id3v1AndId3v2FixtureFillsTheTagFields) {
     // ID3v1 track 7 wins over "TRCK".
     Mp3Info r;
     ASSERT_EQ(r.LoadFile(Fixture("tagged-id3v2.mp3").c_str()), MFI_OK);
-    const MediaFileInfo_st* f = r.GetFileInfo();
-    EXPECT_STREQ(f->title, "Chord in A");
-    EXPECT_STREQ(f->artist, "The Testers");
-    EXPECT_STREQ(f->album, "Fixtures");
-    EXPECT_STREQ(f->year, "2009");
-    EXPECT_STREQ(f->genre, "Alternative Rock");
-    EXPECT_STREQ(f->comment, "ade for tests");
-    EXPECT_STREQ(f->lyrics, "");
-    EXPECT_STREQ(f->composer, "");
-    EXPECT_EQ(f->trackNumber, 7);
+    ExpectTags(r.GetFileInfo(), {"Chord in A", "The Testers", "Fixtures", "Alternative Rock", "", "2009",
+                                 "ade for tests", "", 7});
     EXPECT_EQ(r.HasId3Info(), 1);
 }
 
@@ -44,11 +54,7 @@ TEST(Mp3Tags, Id3v2OnlyFixtureIsNotCopied) {
     // title falls back to the file's name.
     Mp3Info r;
     ASSERT_EQ(r.LoadFile(Fixture("tagged-eyed3.mp3").c_str()), MFI_OK);
-    const MediaFileInfo_st* f = r.GetFileInfo();
-    EXPECT_STREQ(f->title, "tagged-eyed3");
-    EXPECT_STREQ(f->artist, "");
-    EXPECT_STREQ(f->album, "");
-    EXPECT_EQ(f->trackNumber, 0);
+    ExpectTags(r.GetFileInfo(), {"tagged-eyed3", "", "", "", "", "", "", "", 0});
     EXPECT_EQ(r.HasId3Info(), 1);
 }
 
@@ -57,10 +63,7 @@ TEST(Mp3Tags, ExampleFileCarriesItsTags) {
     // title and artist.
     Mp3Info r;
     ASSERT_EQ(r.LoadFile((std::string(FILEINFO_EXAMPLES_DIR) + "/chord-vbr.mp3").c_str()), MFI_OK);
-    EXPECT_STREQ(r.GetFileInfo()->title, "Chord");
-    EXPECT_STREQ(r.GetFileInfo()->artist, "libFileInfo");
-    EXPECT_STREQ(r.GetFileInfo()->genre, "");
-    EXPECT_EQ(r.GetFileInfo()->trackNumber, 0);
+    ExpectTags(r.GetFileInfo(), {"Chord", "libFileInfo", "", "", "", "", "", "", 0});
 }
 
 TEST(Mp3Tags, Id3v1TagFillsTheRecord) {
@@ -68,14 +71,7 @@ TEST(Mp3Tags, Id3v1TagFillsTheRecord) {
     const Bytes file = Join({Stream(), BuildId3v1(Id3v1Spec{"Song", "Band", "Record", "1987", "Fine", 12, 13})});
     Mp3Info r;
     ASSERT_EQ(r.LoadFile(dir.write("a.mp3", file).c_str()), MFI_OK);
-    const MediaFileInfo_st* f = r.GetFileInfo();
-    EXPECT_STREQ(f->title, "Song");
-    EXPECT_STREQ(f->artist, "Band");
-    EXPECT_STREQ(f->album, "Record");
-    EXPECT_STREQ(f->year, "1987");
-    EXPECT_STREQ(f->comment, "Fine");
-    EXPECT_STREQ(f->genre, "Pop");
-    EXPECT_EQ(f->trackNumber, 12);
+    ExpectTags(r.GetFileInfo(), {"Song", "Band", "Record", "Pop", "", "1987", "Fine", "", 12});
     EXPECT_EQ(r.HasId3Info(), 1);
 }
 
@@ -110,10 +106,7 @@ TEST(Mp3Tags, Id3v2ReplacesId3v1TextsButNotItsTrack) {
         Join({BuildId3v2(tag), Stream(), BuildId3v1(Id3v1Spec{"Short", "Band", "", "1999", "", 3, 255})});
     Mp3Info r;
     ASSERT_EQ(r.LoadFile(dir.write("a.mp3", file).c_str()), MFI_OK);
-    EXPECT_STREQ(r.GetFileInfo()->title, "Longer Title");
-    EXPECT_STREQ(r.GetFileInfo()->artist, "Band");
-    EXPECT_STREQ(r.GetFileInfo()->year, "2020");
-    EXPECT_EQ(r.GetFileInfo()->trackNumber, 3);
+    ExpectTags(r.GetFileInfo(), {"Longer Title", "Band", "", "", "", "2020", "", "", 3});
 }
 
 TEST(Mp3Tags, LongTitleIsCutTo127Characters) {
