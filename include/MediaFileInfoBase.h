@@ -53,6 +53,9 @@ public:
     static int SeekRelative(FILE* file, unsigned int delta);
     // Big-endian 16-bit read.
     static unsigned int ReadHalf(const unsigned char* p);
+    // Big-endian 32-bit read without ReadWord's warning: for scans over
+    // arbitrary bytes, where all-ones words are ordinary data.
+    static unsigned int ReadBigEndian32(const unsigned char* p);
     // Puts the file's name into the record's title when the title is empty.
     void ApplyTitleFallback();
     // Records are malloc'ed so that Destory can free them whatever made them.

@@ -90,9 +90,7 @@ int MediaFileInfoBase::GetFileName(char** out, const char* path) {
 }
 
 unsigned int MediaFileInfoBase::ReadWord(unsigned char* p) {
-    const unsigned int value = (static_cast<unsigned int>(p[0]) << 24) |
-                               (static_cast<unsigned int>(p[1]) << 16) |
-                               (static_cast<unsigned int>(p[2]) << 8) | p[3];
+    const unsigned int value = ReadBigEndian32(p);
     if (value == 0xFFFFFFFFu) {
         fputs("ReadWord warning!\n", stdout);
     }
@@ -160,6 +158,11 @@ unsigned int MediaFileInfoBase::DoubleToUInt32(double value) {
 int MediaFileInfoBase::SeekRelative(FILE* file, unsigned int delta) {
     if (file == nullptr) return -1;
     return fseek(file, static_cast<long>(static_cast<int>(delta)), SEEK_CUR);
+}
+
+unsigned int MediaFileInfoBase::ReadBigEndian32(const unsigned char* p) {
+    return (static_cast<unsigned int>(p[0]) << 24) | (static_cast<unsigned int>(p[1]) << 16) |
+           (static_cast<unsigned int>(p[2]) << 8) | p[3];
 }
 
 unsigned int MediaFileInfoBase::ReadHalf(const unsigned char* p) {
