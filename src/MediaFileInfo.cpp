@@ -4,6 +4,7 @@
 #include <cstring>
 #include <new>
 
+#include "Mp4Info.h"
 #include "WavInfo.h"
 
 const char* strlwr(char* s) {
@@ -28,10 +29,12 @@ MediaFileInfoBase* Make() {
     return new (std::nothrow) Reader();
 }
 
+const char* const kMp4Extensions[] = {Mp4Tail, TGPTail, M4vTail, M4aTail, MovTail, nullptr};
 const char* const kWavExtensions[] = {WavTail, nullptr};
 
 // Fallback order: MP4, WAV, AIFF, AAC, MP3.
 const ReaderKind kReaders[] = {
+    {kMp4Extensions, &Make<Mp4Info>},
     {kWavExtensions, &Make<WavInfo>},
 };
 
