@@ -3,8 +3,10 @@
 #include <cstring>
 
 #include "MediaFileInfo.h"
+#include "Mp4Info.h"
 #include "TestFiles.h"
 #include "WavBuilder.h"
+#include "WavInfo.h"
 
 namespace {
 
@@ -72,7 +74,8 @@ TEST(Facade, LongNameWithoutDotIsABadArgument) {
 TEST(Facade, LeadingDotIsNotAnExtension) {
     MediaFileInfo facade;
     // Position 0 is never examined: ".wav" is a bare name of four characters.
-    EXPECT_EQ(facade.LoadFile(".wav"), MFI_NOT_THIS_FORMAT);
+    // No such file: the last reader tried cannot open it.
+    EXPECT_EQ(facade.LoadFile(".wav"), MFI_OPEN_FAILED);
     EXPECT_STREQ(facade.m_extension, ".wav");
 }
 
@@ -115,6 +118,24 @@ TEST(Facade, GarbageNamedWavIsRefusedWithoutCrash) {
     const std::string p = dir.write("junk.wav", junk);
     MediaFileInfo facade;
     EXPECT_NE(facade.LoadFile(p.c_str()), MFI_OK);
+}
+
+TEST(Facade, WavNamedMovIsRefusedByMp4AndReadByWav) {
+    TempDir dir;
+    WavSpec spec = OneSecond();
+    spec.writeData = true;
+    const std::string p = dir.write("a.mov", BuildWav(spec));
+    Mp4Info mp4;
+    EXPECT_EQ(mp4.LoadFile(p.c_str()), MFI_NOT_THIS_FORMAT);
+    // The extension names the MP4 reader: it fails, LoadOtherType does not
+    // try it again, and the WAV reader takes the file.
+    MediaFileInfo facade;
+    EXPECT_EQ(facade.LoadFile(p.c_str()), MFI_OK);
+    EXPECT_STREQ(facade.m_extension, ".mov");
+    EXPECT_NE(dynamic_cast<WavInfo*>(facade.m_reader), nullptr);
+    EXPECT_STREQ(facade.GetFileInfo()->fileType, "WAV");
+    EXPECT_EQ(facade.LoadOtherType(p.c_str()), MFI_OK);
+    EXPECT_NE(dynamic_cast<WavInfo*>(facade.m_reader), nullptr);
 }
 
 }  // namespace
