@@ -328,6 +328,8 @@ struct HandlerRow {
     Mp4Info::AtomHandler next;  // null: unchanged
 };
 
+void PrintTo(const HandlerRow& row, std::ostream* os) { *os << row.name; }
+
 class HandlerTable : public testing::TestWithParam<HandlerRow> {};
 
 TEST_P(HandlerTable, AdvancesAndHandsOver) {
