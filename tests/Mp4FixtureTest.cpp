@@ -19,24 +19,39 @@
 
 namespace {
 
+const char* const kFixtures[] = {"aac-tagged.m4a",    "alac.m4a",          "h263-aac.3gp",
+                                 "h264-aac.mov",      "h264-baseline.mp4", "h264-high-aac.mp4",
+                                 "mpeg4-aac.m4v",     "many-frames.mp4"};
+
 std::string Fixture(const std::string& name) { return std::string(FILEINFO_FIXTURES_DIR) + "/mp4/" + name; }
 
-struct Loaded {
-    int status;
-    MediaFileInfo_st r;
+struct Kinds {
     bool audio, video, tags;
 };
 
-Loaded Load(const std::string& name) {
+// Loads a fixture that must be read, checking the track kinds and tags
+// found, its size and its duration; gives the record.
+MediaFileInfo_st LoadFixture(const std::string& name, Kinds kinds, unsigned int fileSize,
+                             unsigned int durationMs = 1000) {
     Mp4Info reader;
-    Loaded l{};
-    l.status = reader.LoadFile(Fixture(name).c_str());
-    if (reader.GetFileInfo() != nullptr) l.r = *reader.GetFileInfo();
-    l.audio = reader.IsAudio() != 0;
-    l.video = reader.IsVideo() != 0;
-    l.tags = reader.HasId3Info() != 0;
-    return l;
+    MediaFileInfo_st r;
+    EXPECT_EQ(reader.LoadFile(Fixture(name).c_str()), MFI_OK) << name;
+    if (reader.GetFileInfo() == nullptr) {
+        ADD_FAILURE() << name << " has no record";
+        return r;
+    }
+    r = *reader.GetFileInfo();
+    EXPECT_EQ(reader.IsAudio() != 0, kinds.audio) << name;
+    EXPECT_EQ(reader.IsVideo() != 0, kinds.video) << name;
+    EXPECT_EQ(reader.HasId3Info() != 0, kinds.tags) << name;
+    EXPECT_EQ(r.fileSize, fileSize) << name;
+    EXPECT_EQ(r.durationMs, durationMs) << name;  // mvhd duration / time scale, whole seconds
+    return r;
 }
+
+constexpr Kinds kSound{true, false, false};
+constexpr Kinds kVideo{false, true, false};
+constexpr Kinds kBoth{true, true, false};
 
 // The AAC sound track all the files with sound share: 16 kHz, 17 frames of
 // 3440 bytes in all over 17024/16000 s: 3440 x 8 / 1.064 = 25864.66.
@@ -49,14 +64,7 @@ void ExpectFfmpegAac(const MediaFileInfo_st& r, const char* channels) {
 }
 
 TEST(Mp4Fixture, TaggedAacM4a) {
-    const Loaded l = Load("aac-tagged.m4a");
-    ASSERT_EQ(l.status, MFI_OK);
-    EXPECT_TRUE(l.audio);
-    EXPECT_FALSE(l.video);
-    EXPECT_TRUE(l.tags);
-    const MediaFileInfo_st& r = l.r;
-    EXPECT_EQ(r.fileSize, 4589u);
-    EXPECT_EQ(r.durationMs, 1000u);  // mvhd 1000 / 1000
+    const MediaFileInfo_st r = LoadFixture("aac-tagged.m4a", {true, false, true}, 4589);
     EXPECT_STREQ(r.fileType, "AAC");
     ExpectFfmpegAac(r, "Stero");  // ffmpeg writes a channel count of 2 in MP4 sound entries
     EXPECT_STREQ(r.title, "Test Tone");
@@ -73,13 +81,7 @@ TEST(Mp4Fixture, TaggedAacM4a) {
 }
 
 TEST(Mp4Fixture, AppleLosslessM4a) {
-    const Loaded l = Load("alac.m4a");
-    ASSERT_EQ(l.status, MFI_OK);
-    EXPECT_TRUE(l.audio);
-    EXPECT_FALSE(l.tags);  // only the encoder's "\xA9too"
-    const MediaFileInfo_st& r = l.r;
-    EXPECT_EQ(r.fileSize, 10552u);
-    EXPECT_EQ(r.durationMs, 1000u);
+    const MediaFileInfo_st r = LoadFixture("alac.m4a", kSound, 10552);
     EXPECT_STREQ(r.fileType, "AppleLossless");
     EXPECT_STREQ(r.audioFormat, "Apple Lossless");
     EXPECT_STREQ(r.audioCodec, "");
@@ -91,13 +93,7 @@ TEST(Mp4Fixture, AppleLosslessM4a) {
 }
 
 TEST(Mp4Fixture, H263With3gpAac) {
-    const Loaded l = Load("h263-aac.3gp");
-    ASSERT_EQ(l.status, MFI_OK);
-    EXPECT_TRUE(l.audio);
-    EXPECT_TRUE(l.video);
-    const MediaFileInfo_st& r = l.r;
-    EXPECT_EQ(r.fileSize, 22558u);
-    EXPECT_EQ(r.durationMs, 1000u);
+    const MediaFileInfo_st r = LoadFixture("h263-aac.3gp", kBoth, 22558);
     EXPECT_STREQ(r.fileType, "H.263");
     EXPECT_EQ(r.width, 176);
     EXPECT_EQ(r.height, 144);
@@ -109,14 +105,7 @@ TEST(Mp4Fixture, H263With3gpAac) {
 }
 
 TEST(Mp4Fixture, QuickTimeMovWithH264MainAndAac) {
-    const Loaded l = Load("h264-aac.mov");
-    ASSERT_EQ(l.status, MFI_OK);
-    EXPECT_TRUE(l.audio);
-    EXPECT_TRUE(l.video);
-    EXPECT_FALSE(l.tags);
-    const MediaFileInfo_st& r = l.r;
-    EXPECT_EQ(r.fileSize, 8586u);
-    EXPECT_EQ(r.durationMs, 1000u);
+    const MediaFileInfo_st r = LoadFixture("h264-aac.mov", kBoth, 8586);
     EXPECT_STREQ(r.fileType, "H.264LC");  // the SPS starts 0x67
     EXPECT_STREQ(r.videoFormat, "H264 Main@L2.1");
     EXPECT_EQ(r.profile, 77);
@@ -130,13 +119,7 @@ TEST(Mp4Fixture, QuickTimeMovWithH264MainAndAac) {
 }
 
 TEST(Mp4Fixture, H264BaselineWithMoovAfterMdat) {
-    const Loaded l = Load("h264-baseline.mp4");
-    ASSERT_EQ(l.status, MFI_OK);
-    EXPECT_TRUE(l.video);
-    EXPECT_FALSE(l.audio);
-    const MediaFileInfo_st& r = l.r;
-    EXPECT_EQ(r.fileSize, 4420u);
-    EXPECT_EQ(r.durationMs, 1000u);
+    const MediaFileInfo_st r = LoadFixture("h264-baseline.mp4", kVideo, 4420);
     EXPECT_STREQ(r.fileType, "H.264LC");
     EXPECT_STREQ(r.videoFormat, "H264 Baseline@L3");
     EXPECT_EQ(r.profile, 66);
@@ -150,10 +133,7 @@ TEST(Mp4Fixture, H264BaselineWithMoovAfterMdat) {
 }
 
 TEST(Mp4Fixture, H264HighWithAacFastStart) {
-    const Loaded l = Load("h264-high-aac.mp4");
-    ASSERT_EQ(l.status, MFI_OK);
-    const MediaFileInfo_st& r = l.r;
-    EXPECT_EQ(r.fileSize, 8496u);
+    const MediaFileInfo_st r = LoadFixture("h264-high-aac.mp4", kBoth, 8496);
     EXPECT_STREQ(r.fileType, "H.264LC");
     EXPECT_STREQ(r.videoFormat, "H264 High@L3.1");
     EXPECT_EQ(r.profile, 100);
@@ -164,11 +144,7 @@ TEST(Mp4Fixture, H264HighWithAacFastStart) {
 }
 
 TEST(Mp4Fixture, Mpeg4VisualWithAacM4v) {
-    const Loaded l = Load("mpeg4-aac.m4v");
-    ASSERT_EQ(l.status, MFI_OK);
-    EXPECT_TRUE(l.video);
-    const MediaFileInfo_st& r = l.r;
-    EXPECT_EQ(r.fileSize, 16674u);
+    const MediaFileInfo_st r = LoadFixture("mpeg4-aac.m4v", kBoth, 16674);
     EXPECT_STREQ(r.fileType, "MPEG-4");
     EXPECT_STREQ(r.videoFormat, "");  // the flags byte, 0, names no video type
     EXPECT_EQ(r.profileLevelId, 0);
@@ -182,14 +158,10 @@ TEST(Mp4Fixture, Mpeg4VisualWithAacM4v) {
 }
 
 TEST(Mp4Fixture, ThousandFramesRunTheSizeTablePastTheBuffer) {
+    const MediaFileInfo_st r = LoadFixture("many-frames.mp4", kVideo, 15595, 10000);
     // The table starts at 710: entries 840 and 841 (10 and 10 bytes) are
     // left out and the "stco" size after it (20) is summed, so the sum
     // happens to equal the table's own, 10731 bytes over 128000/12800 s.
-    const Loaded l = Load("many-frames.mp4");
-    ASSERT_EQ(l.status, MFI_OK);
-    const MediaFileInfo_st& r = l.r;
-    EXPECT_EQ(r.fileSize, 15595u);
-    EXPECT_EQ(r.durationMs, 10000u);
     EXPECT_STREQ(r.videoFormat, "H264 Baseline@L1.1");
     EXPECT_EQ(r.level, 11);
     EXPECT_EQ(r.width, 64);
@@ -198,9 +170,7 @@ TEST(Mp4Fixture, ThousandFramesRunTheSizeTablePastTheBuffer) {
 }
 
 TEST(Mp4Fixture, FacadeReadsEachExtension) {
-    const char* names[] = {"aac-tagged.m4a", "alac.m4a",          "h263-aac.3gp", "h264-aac.mov",
-                           "h264-baseline.mp4", "h264-high-aac.mp4", "mpeg4-aac.m4v", "many-frames.mp4"};
-    for (const char* name : names) {
+    for (const char* name : kFixtures) {
         MediaFileInfo facade;
         EXPECT_EQ(facade.LoadFile(Fixture(name).c_str()), MFI_OK) << name;
         EXPECT_NE(dynamic_cast<Mp4Info*>(facade.m_reader), nullptr) << name;
@@ -219,11 +189,9 @@ TEST(Mp4Fixture, ExampleFileIsTheTaggedM4a) {
 // short or grown. Whatever they hold, a load ends, answers a known status
 // and leaves every text field terminated.
 TEST(Mp4Fixture, CorruptedCopiesNeverCrash) {
-    const char* names[] = {"aac-tagged.m4a", "alac.m4a",          "h263-aac.3gp", "h264-aac.mov",
-                           "h264-baseline.mp4", "h264-high-aac.mp4", "mpeg4-aac.m4v", "many-frames.mp4"};
     TempDir dir;
     int ok = 0;
-    for (const char* name : names) {
+    for (const char* name : kFixtures) {
         const Bytes seed = ReadAll(Fixture(name));
         ASSERT_FALSE(seed.empty()) << name;
         for (uint32_t n = 0; n < 40; ++n) {
