@@ -8,6 +8,7 @@
 #ifndef FILEINFO_MP4INFO_H
 #define FILEINFO_MP4INFO_H
 
+#include <cstddef>
 #include <cstdio>
 
 #include "MediaFileInfoBase.h"
@@ -106,6 +107,38 @@ public:
     unsigned char* m_buffer;         // the buffer of the running walk
 
 private:
+    // One row of a handler's table: an atom type (null: any other), the
+    // action doing its work, the handler for the next atom (null: unchanged).
+    struct AtomRule {
+        const char* type;
+        AtomHandler action;
+        AtomHandler next;
+    };
+    template <size_t N>
+    int Dispatch(unsigned char* atom, const AtomRule (&rules)[N]);
+
+    // Actions moving the cursor.
+    int Stay(unsigned char* atom);
+    int Enter(unsigned char* atom);
+    int EnterMeta(unsigned char* atom);
+    int Skip(unsigned char* atom);
+    int SkipOr4(unsigned char* atom);
+    int SkipOrFail(unsigned char* atom);
+    int SkipOrStepByte(unsigned char* atom);
+    int StepByte(unsigned char* atom);
+    int Finish(unsigned char* atom);
+    // Actions reading one atom kind, then moving on.
+    int ReadFtyp(unsigned char* atom);
+    int ReadMoov(unsigned char* atom);
+    int ReadMvhd(unsigned char* atom);
+    int ReadIods(unsigned char* atom);
+    int ReadHdlr(unsigned char* atom);
+    int ReadMdhd(unsigned char* atom);
+    int EnterStbl(unsigned char* atom);
+    int ReadStsd(unsigned char* atom);
+    int ReadStsz(unsigned char* atom);
+    int ReadIlst(unsigned char* atom);
+
     // Bytes that may be read from p on: to the end of the walk's buffer
     // (guard included) when p lies in it, else `fallback` (memory the
     // caller handed in and answers for).

@@ -248,9 +248,6 @@ bool IsLongForm(unsigned char* childType) {
            MediaFileInfoBase::ReadWord(childType + kDecoderConfigOffset) == kLongFormMarker;
 }
 
-// A handler's "skip-or-4".
-unsigned int SizeOr4(unsigned int size) { return size == 0 ? kZeroSizeStep : size; }
-
 // The decimal value of a text as the 32-bit C library reads it: leading
 // blanks and a sign accepted, saturated at the 32-bit int range.
 unsigned int DecimalValue(const char* text) {
@@ -509,32 +506,180 @@ long long Mp4Info::BytesLeftInFile() const {
 }
 
 // ---- The walk -------------------------------------------------------------
+//
+// Each handler is a table: the atom types it reacts to, the action that does
+// the type's work and moves the cursor, and the handler that takes the next
+// atom (none: unchanged). The last row's type is null: any other atom.
+// The next handler is set only when the action goes on.
+
+template <size_t N>
+int Mp4Info::Dispatch(unsigned char* atom, const AtomRule (&rules)[N]) {
+    const AtomRule* rule = &rules[N - 1];
+    for (const AtomRule& r : rules) {
+        if (r.type != nullptr && IsType(atom, r.type)) {
+            rule = &r;
+            break;
+        }
+    }
+    const int result = (this->*rule->action)(atom);
+    if (result == kWalkOn && rule->next != nullptr) m_loadHandler = rule->next;
+    return result;
+}
 
 int Mp4Info::LoadFtyp(unsigned char* atom) {
-    if (IsType(atom, "ftyp")) {
-        m_isQuickTime = memcmp(atom + kFtypMajorBrandOffset, "qt", 2) == 0 ? 1 : 0;
-        const unsigned int size = AtomSize(atom);
-        if (size == 0) return kWalkFailed;
-        m_cursor += size;
-    } else if (!IsType(atom, "moov")) {
-        // Not a movie's first atom: look further, byte by byte past a zero size.
-        const unsigned int size = AtomSize(atom);
-        m_cursor += size == 0 ? kByteStep : size;
-    }
-    // A "moov" first is left where it is for LoadMoov to enter.
-    m_loadHandler = &Mp4Info::LoadMoov;
-    return kWalkOn;
+    static const AtomRule kRules[] = {
+        {"ftyp", &Mp4Info::ReadFtyp, &Mp4Info::LoadMoov},
+        {"moov", &Mp4Info::Stay, &Mp4Info::LoadMoov},
+        {nullptr, &Mp4Info::SkipOrStepByte, &Mp4Info::LoadMoov},
+    };
+    return Dispatch(atom, kRules);
 }
 
 int Mp4Info::LoadMoov(unsigned char* atom) {
-    if (!IsType(atom, "moov")) {
-        const unsigned int size = AtomSize(atom);
-        if (size == 0) return kWalkFailed;
-        m_cursor += size;
-        return kWalkOn;
-    }
-    if (Same4(atom + kMoovChildTypeOffset, "cmov")) return InflateMovieHeader(atom);
+    static const AtomRule kRules[] = {
+        {"moov", &Mp4Info::ReadMoov, nullptr},
+        {nullptr, &Mp4Info::SkipOrFail, nullptr},
+    };
+    return Dispatch(atom, kRules);
+}
 
+int Mp4Info::LoadMvhd(unsigned char* atom) {
+    static const AtomRule kRules[] = {
+        {"mvhd", &Mp4Info::ReadMvhd, &Mp4Info::LoadTrak},
+        {nullptr, &Mp4Info::StepByte, nullptr},  // searched for byte by byte
+    };
+    return Dispatch(atom, kRules);
+}
+
+int Mp4Info::LoadTrak(unsigned char* atom) {
+    static const AtomRule kRules[] = {
+        {"trak", &Mp4Info::Enter, &Mp4Info::LoadTrakStruct},
+        {"iods", &Mp4Info::ReadIods, nullptr},
+        {"free", &Mp4Info::Finish, nullptr},
+        {"mdat", &Mp4Info::Finish, nullptr},
+        {nullptr, &Mp4Info::SkipOr4, nullptr},
+    };
+    return Dispatch(atom, kRules);
+}
+
+int Mp4Info::LoadTrakStruct(unsigned char* atom) {
+    static const AtomRule kRules[] = {
+        {"trak", &Mp4Info::Stay, &Mp4Info::LoadTrak},
+        {"mdia", &Mp4Info::Enter, &Mp4Info::LoadMdiaStruct},
+        // A zero size leaves the cursor where it is; the walker notices the
+        // repetition and ends the walk.
+        {nullptr, &Mp4Info::Skip, nullptr},
+    };
+    return Dispatch(atom, kRules);
+}
+
+int Mp4Info::LoadMdiaStruct(unsigned char* atom) {
+    static const AtomRule kRules[] = {
+        {"trak", &Mp4Info::Stay, &Mp4Info::LoadTrak},
+        {"hdlr", &Mp4Info::ReadHdlr, nullptr},
+        {"mdhd", &Mp4Info::ReadMdhd, nullptr},
+        {"minf", &Mp4Info::Enter, &Mp4Info::LoadMinfStruct},
+        {nullptr, &Mp4Info::SkipOr4, nullptr},
+    };
+    return Dispatch(atom, kRules);
+}
+
+int Mp4Info::LoadMinfStruct(unsigned char* atom) {
+    static const AtomRule kRules[] = {
+        {"trak", &Mp4Info::Stay, &Mp4Info::LoadTrak},
+        {"stbl", &Mp4Info::EnterStbl, &Mp4Info::LoadStblStruct},
+        {nullptr, &Mp4Info::SkipOr4, nullptr},
+    };
+    return Dispatch(atom, kRules);
+}
+
+int Mp4Info::LoadStblStruct(unsigned char* atom) {
+    // After the last table of a track, the atoms that follow (the next
+    // "trak", a "udta") come here too: no container ends are tracked.
+    static const AtomRule kRules[] = {
+        {"trak", &Mp4Info::Stay, &Mp4Info::LoadTrak},
+        {"stsd", &Mp4Info::ReadStsd, nullptr},
+        {"stsz", &Mp4Info::ReadStsz, nullptr},
+        {"udta", &Mp4Info::Enter, &Mp4Info::LoadMeta},
+        {nullptr, &Mp4Info::SkipOr4, nullptr},
+    };
+    return Dispatch(atom, kRules);
+}
+
+int Mp4Info::LoadMeta(unsigned char* atom) {
+    static const AtomRule kRules[] = {
+        {"meta", &Mp4Info::EnterMeta, &Mp4Info::LoadMetaStruct},
+        {"trak", &Mp4Info::Enter, &Mp4Info::LoadTrakStruct},
+        {nullptr, &Mp4Info::SkipOr4, nullptr},
+    };
+    return Dispatch(atom, kRules);
+}
+
+int Mp4Info::LoadMetaStruct(unsigned char* atom) {
+    static const AtomRule kRules[] = {
+        {"ilst", &Mp4Info::ReadIlst, nullptr},
+        {"udta", &Mp4Info::Enter, &Mp4Info::LoadMeta},
+        {"trak", &Mp4Info::Enter, &Mp4Info::LoadTrakStruct},
+        {nullptr, &Mp4Info::SkipOrFail, nullptr},  // "hdlr" and anything else
+    };
+    return Dispatch(atom, kRules);
+}
+
+// ---- Actions: how the cursor moves ----------------------------------------------
+
+int Mp4Info::Stay(unsigned char*) { return kWalkOn; }  // the next handler takes this atom
+
+int Mp4Info::Enter(unsigned char*) {
+    m_cursor += kAtomHeaderSize;
+    return kWalkOn;
+}
+
+int Mp4Info::EnterMeta(unsigned char*) {
+    m_cursor += kMetaHeaderSize;
+    return kWalkOn;
+}
+
+int Mp4Info::Skip(unsigned char* atom) {
+    m_cursor += AtomSize(atom);
+    return kWalkOn;
+}
+
+int Mp4Info::SkipOr4(unsigned char* atom) {
+    const unsigned int size = AtomSize(atom);
+    m_cursor += size == 0 ? kZeroSizeStep : size;
+    return kWalkOn;
+}
+
+int Mp4Info::SkipOrFail(unsigned char* atom) {
+    const unsigned int size = AtomSize(atom);
+    if (size == 0) return kWalkFailed;
+    m_cursor += size;
+    return kWalkOn;
+}
+
+int Mp4Info::SkipOrStepByte(unsigned char* atom) {
+    // Not a movie's first atom: look further, byte by byte past a zero size.
+    const unsigned int size = AtomSize(atom);
+    m_cursor += size == 0 ? kByteStep : size;
+    return kWalkOn;
+}
+
+int Mp4Info::StepByte(unsigned char*) {
+    m_cursor += kByteStep;
+    return kWalkOn;
+}
+
+int Mp4Info::Finish(unsigned char*) { return kWalkFinished; }
+
+// ---- Actions: what each atom kind holds -----------------------------------------
+
+int Mp4Info::ReadFtyp(unsigned char* atom) {
+    m_isQuickTime = memcmp(atom + kFtypMajorBrandOffset, "qt", 2) == 0 ? 1 : 0;
+    return SkipOrFail(atom);
+}
+
+int Mp4Info::ReadMoov(unsigned char* atom) {
+    if (Same4(atom + kMoovChildTypeOffset, "cmov")) return InflateMovieHeader(atom);
     // Positions are unsigned 32-bit: the end is their sum, then widened.
     m_movieEnd = static_cast<double>(AtomSize(atom) + m_cursor);
     m_cursor += kAtomHeaderSize;
@@ -648,89 +793,40 @@ int Mp4Info::InflateMovieHeader(unsigned char* atom) {
     return result;
 }
 
-int Mp4Info::LoadMvhd(unsigned char* atom) {
-    if (!IsType(atom, "mvhd")) {
-        m_cursor += kByteStep;  // searched for byte by byte
-        return kWalkOn;
-    }
+int Mp4Info::ReadMvhd(unsigned char* atom) {
     const unsigned int timeScale = ReadWord(atom + kTimeScaleOffset);
     const unsigned int duration = ReadWord(atom + kDurationOffset);
     // Whole seconds only.
     if (m_fileInfo != nullptr) {
         m_fileInfo->durationMs = timeScale == 0 ? 0 : (duration / timeScale) * kMsPerSecond;
     }
-    const unsigned int size = AtomSize(atom);
-    if (size == 0) return kWalkFailed;
-    m_cursor += size;
-    m_loadHandler = &Mp4Info::LoadTrak;
-    return kWalkOn;
+    return SkipOrFail(atom);
 }
 
-int Mp4Info::LoadTrak(unsigned char* atom) {
-    if (IsType(atom, "trak")) {
-        m_cursor += kAtomHeaderSize;
-        m_loadHandler = &Mp4Info::LoadTrakStruct;
-        return kWalkOn;
-    }
-    if (IsType(atom, "free") || IsType(atom, "mdat")) return kWalkFinished;
-    if (IsType(atom, "iods")) {
-        m_visualProfile = atom[kIodsVisualProfileOffset];
-        m_hasIods = 1;
-    }
-    m_cursor += SizeOr4(AtomSize(atom));
-    return kWalkOn;
+int Mp4Info::ReadIods(unsigned char* atom) {
+    m_visualProfile = atom[kIodsVisualProfileOffset];
+    m_hasIods = 1;
+    return SkipOr4(atom);
 }
 
-int Mp4Info::LoadTrakStruct(unsigned char* atom) {
-    if (IsType(atom, "trak")) {
-        m_loadHandler = &Mp4Info::LoadTrak;
-    } else if (IsType(atom, "mdia")) {
-        m_cursor += kAtomHeaderSize;
-        m_loadHandler = &Mp4Info::LoadMdiaStruct;
-    } else {
-        // A zero size leaves the cursor where it is; the walker notices the
-        // repetition and ends the walk.
-        m_cursor += AtomSize(atom);
-    }
-    return kWalkOn;
+int Mp4Info::ReadHdlr(unsigned char* atom) {
+    memcpy(m_handlerType, atom + kHdlrTypeOffset, kFourCc);
+    const unsigned int nameOffset =
+        Same4(atom + kHdlrManufacturerOffset, "appl") ? kHdlrCountedNameOffset : kHdlrNameOffset;
+    memcpy(m_handlerName, atom + nameOffset, kFourCc);
+    return SkipOr4(atom);
 }
 
-int Mp4Info::LoadMdiaStruct(unsigned char* atom) {
-    if (IsType(atom, "trak")) {
-        m_loadHandler = &Mp4Info::LoadTrak;
-        return kWalkOn;
+int Mp4Info::ReadMdhd(unsigned char* atom) {
+    m_trackTimeScale = ReadWord(atom + kTimeScaleOffset);
+    const unsigned int duration = ReadWord(atom + kDurationOffset);
+    if (m_trackTimeScale != 0 && duration != 0) {
+        m_trackSeconds = static_cast<double>(duration) / m_trackTimeScale;
     }
-    if (IsType(atom, "minf")) {
-        m_cursor += kAtomHeaderSize;
-        m_loadHandler = &Mp4Info::LoadMinfStruct;
-        return kWalkOn;
-    }
-    if (IsType(atom, "hdlr")) {
-        memcpy(m_handlerType, atom + kHdlrTypeOffset, kFourCc);
-        const unsigned int nameOffset = Same4(atom + kHdlrManufacturerOffset, "appl")
-                                            ? kHdlrCountedNameOffset
-                                            : kHdlrNameOffset;
-        memcpy(m_handlerName, atom + nameOffset, kFourCc);
-    } else if (IsType(atom, "mdhd")) {
-        m_trackTimeScale = ReadWord(atom + kTimeScaleOffset);
-        const unsigned int duration = ReadWord(atom + kDurationOffset);
-        if (m_trackTimeScale != 0 && duration != 0) {
-            m_trackSeconds = static_cast<double>(duration) / m_trackTimeScale;
-        }
-    }
-    m_cursor += SizeOr4(AtomSize(atom));
-    return kWalkOn;
+    return SkipOr4(atom);
 }
 
-int Mp4Info::LoadMinfStruct(unsigned char* atom) {
-    if (IsType(atom, "trak")) {
-        m_loadHandler = &Mp4Info::LoadTrak;
-        return kWalkOn;
-    }
-    if (!IsType(atom, "stbl")) {
-        m_cursor += SizeOr4(AtomSize(atom));
-        return kWalkOn;
-    }
+int Mp4Info::EnterStbl(unsigned char* atom) {
     // A new track's bit rate is measured afresh.
     if (m_fileInfo != nullptr) {
         if (Same4(m_handlerType, "vide")) {
@@ -739,30 +835,28 @@ int Mp4Info::LoadMinfStruct(unsigned char* atom) {
             m_fileInfo->bitRate = 0;
         }
     }
-    m_cursor += kAtomHeaderSize;
-    m_loadHandler = &Mp4Info::LoadStblStruct;
-    return kWalkOn;
+    return Enter(atom);
 }
 
-int Mp4Info::LoadStblStruct(unsigned char* atom) {
-    if (IsType(atom, "trak")) {
-        m_loadHandler = &Mp4Info::LoadTrak;
-        return kWalkOn;
-    }
-    if (IsType(atom, "udta")) {
-        m_cursor += kAtomHeaderSize;
-        m_loadHandler = &Mp4Info::LoadMeta;
-        return kWalkOn;
-    }
-    // Both readers look at the atom under the cursor: they run before it moves.
-    int result = kWalkOn;
-    if (IsType(atom, "stsd")) {
-        result = ReadSampleDescription(atom);
-    } else if (IsType(atom, "stsz")) {
-        ReadSampleSizes(atom);
-    }
-    m_cursor += SizeOr4(AtomSize(atom));
+// Both table readers look at the atom under the cursor: they run before it moves.
+int Mp4Info::ReadStsd(unsigned char* atom) {
+    const int result = ReadSampleDescription(atom);
+    SkipOr4(atom);
     return result;
+}
+
+int Mp4Info::ReadStsz(unsigned char* atom) {
+    ReadSampleSizes(atom);
+    return SkipOr4(atom);
+}
+
+int Mp4Info::ReadIlst(unsigned char* atom) {
+    const unsigned int size = AtomSize(atom);
+    if (size == 0) return kWalkFailed;
+    // A list that cannot be re-read is passed over.
+    GetMp4MusicInfo(atom + kAtomHeaderSize, size);
+    m_cursor += size;
+    return kWalkOn;
 }
 
 int Mp4Info::ReadSampleDescription(unsigned char* stsd) {
@@ -811,38 +905,6 @@ void Mp4Info::ReadSampleSizes(unsigned char* stsz) {
         if (m_fileInfo->bitRate == 0) m_fileInfo->bitRate = GetBitRate(stsz + kStszFieldsOffset);
         m_isAudio = 1;
     }
-}
-
-int Mp4Info::LoadMeta(unsigned char* atom) {
-    if (IsType(atom, "meta")) {
-        m_cursor += kMetaHeaderSize;
-        m_loadHandler = &Mp4Info::LoadMetaStruct;
-    } else if (IsType(atom, "trak")) {
-        m_cursor += kAtomHeaderSize;
-        m_loadHandler = &Mp4Info::LoadTrakStruct;
-    } else {
-        m_cursor += SizeOr4(AtomSize(atom));
-    }
-    return kWalkOn;
-}
-
-int Mp4Info::LoadMetaStruct(unsigned char* atom) {
-    if (IsType(atom, "udta")) {
-        m_cursor += kAtomHeaderSize;
-        m_loadHandler = &Mp4Info::LoadMeta;
-        return kWalkOn;
-    }
-    if (IsType(atom, "trak")) {
-        m_cursor += kAtomHeaderSize;
-        m_loadHandler = &Mp4Info::LoadTrakStruct;
-        return kWalkOn;
-    }
-    const unsigned int size = AtomSize(atom);
-    if (size == 0) return kWalkFailed;
-    // A list that cannot be re-read is passed over.
-    if (IsType(atom, "ilst")) GetMp4MusicInfo(atom + kAtomHeaderSize, size);
-    m_cursor += size;
-    return kWalkOn;
 }
 
 // ---- Sample descriptions ---------------------------------------------------
