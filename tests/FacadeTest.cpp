@@ -122,9 +122,9 @@ TEST(Facade, GarbageNamedWavIsRefusedWithoutCrash) {
 
 TEST(Facade, WavNamedMovIsRefusedByMp4AndReadByWav) {
     TempDir dir;
-    WavSpec spec = OneSecond();
-    spec.writeData = true;
-    const std::string p = dir.write("a.mov", BuildWav(spec));
+    WavSpec wav = OneSecond();
+    wav.writeData = true;
+    const std::string p = dir.write("a.mov", BuildWav(wav));
     Mp4Info mp4;
     EXPECT_EQ(mp4.LoadFile(p.c_str()), MFI_NOT_THIS_FORMAT);
     // The extension names the MP4 reader: it fails, LoadOtherType does not
