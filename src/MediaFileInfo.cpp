@@ -7,6 +7,7 @@
 #include "AacInfo.h"
 #include "AifInfo.h"
 #include "Mp3Info.h"
+#include "Mp4Info.h"
 #include "WavInfo.h"
 
 const char* strlwr(char* s) {
@@ -31,6 +32,7 @@ MediaFileInfoBase* Make() {
     return new (std::nothrow) Reader();
 }
 
+const char* const kMp4Extensions[] = {Mp4Tail, TGPTail, M4vTail, M4aTail, MovTail, nullptr};
 const char* const kWavExtensions[] = {WavTail, nullptr};
 const char* const kAifExtensions[] = {AifTail, nullptr};
 const char* const kAacExtensions[] = {AacTail, nullptr};
@@ -38,6 +40,7 @@ const char* const kMp3Extensions[] = {Mp3Tail, nullptr};
 
 // Fallback order: MP4, WAV, AIFF, AAC, MP3.
 const ReaderKind kReaders[] = {
+    {kMp4Extensions, &Make<Mp4Info>},
     {kWavExtensions, &Make<WavInfo>},
     {kAifExtensions, &Make<AifInfo>},
     {kAacExtensions, &Make<AacInfo>},

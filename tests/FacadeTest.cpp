@@ -6,8 +6,10 @@
 #include "MediaFileInfo.h"
 #include "Mp3Builder.h"
 #include "Mp3Info.h"
+#include "Mp4Info.h"
 #include "TestFiles.h"
 #include "WavBuilder.h"
+#include "WavInfo.h"
 
 namespace {
 
@@ -174,6 +176,24 @@ TEST(Facade, GarbageNamedWavFallsBackToTheLenientAiffReader) {
     EXPECT_EQ(facade.LoadFile(p.c_str()), MFI_OK);
     EXPECT_STREQ(facade.GetFileInfo()->fileType, "");
     EXPECT_EQ(facade.IsAudio(), 0);
+}
+
+TEST(Facade, WavNamedMovIsRefusedByMp4AndReadByWav) {
+    TempDir dir;
+    WavSpec wav = OneSecond();
+    wav.writeData = true;
+    const std::string p = dir.write("a.mov", BuildWav(wav));
+    Mp4Info mp4;
+    EXPECT_EQ(mp4.LoadFile(p.c_str()), MFI_NOT_THIS_FORMAT);
+    // The extension names the MP4 reader: it fails, LoadOtherType does not
+    // try it again, and the WAV reader takes the file.
+    MediaFileInfo facade;
+    EXPECT_EQ(facade.LoadFile(p.c_str()), MFI_OK);
+    EXPECT_STREQ(facade.m_extension, ".mov");
+    EXPECT_NE(dynamic_cast<WavInfo*>(facade.m_reader), nullptr);
+    EXPECT_STREQ(facade.GetFileInfo()->fileType, "WAV");
+    EXPECT_EQ(facade.LoadOtherType(p.c_str()), MFI_OK);
+    EXPECT_NE(dynamic_cast<WavInfo*>(facade.m_reader), nullptr);
 }
 
 }  // namespace

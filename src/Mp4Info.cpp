@@ -1,0 +1,1261 @@
+#include "Mp4Info.h"
+
+#include <sys/stat.h>
+#include <zlib.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+const char* const Mp4Info::AppleLosslessAudioFormat[1] = {"Apple Lossless"};
+
+const unsigned char Mp4Info::MpegAudioTypes[11] = {0x66, 0x67, 0x68, 0x69, 0x6B, 0xE0,
+                                                   0xE1, 0xE3, 0xE4, 0xE5, 0xE6};
+
+const unsigned char Mp4Info::MpegVideoTypes[11] = {0x60, 0x61, 0x62, 0x63, 0x64, 0x65,
+                                                   0x6A, 0x6C, 0xF0, 0xF2, 0xF3};
+
+const char* const Mp4Info::Mpeg4VideoFormat[11] = {
+    "MPEG-2 Simple", "MPEG-2 Main", "MPEG-2 SNR", "MPEG-2 Spatial", "MPEG-2 High", "MPEG-2 4:2:2",
+    "MPEG-1",        "JPEG",        "YUV12",      "H.263",          "H.261"};
+
+// Row n-1 names MPEG-4 audio object type n; types 10, 11 and 18 have no name.
+const char* const Mp4Info::Mpeg4AudioFormat[27] = {
+    "MPEG-4 AAC main",
+    "MPEG-4 AAC LC",
+    "MPEG-4 AAC SSR",
+    "MPEG-4 AAC LTP",
+    "MPEG-4 AAC HE",
+    "MPEG-4 AAC Scalable",
+    "MPEG-4 TwinVQ",
+    "MPEG-4 CELP",
+    "MPEG-4 HVXC",
+    "",
+    "",
+    "MPEG-4 TTSI",
+    "MPEG-4 Main Synthetic",
+    "MPEG-4 Wavetable Syn",
+    "MPEG-4 General MIDI",
+    "MPEG-4 Algo Syn and Audio FX",
+    "MPEG-4 ER AAC LC",
+    "",
+    "MPEG-4 ER AAC LTP",
+    "MPEG-4 ER AAC Scalable",
+    "MPEG-4 ER TwinVQ",
+    "MPEG-4 ER BSAC",
+    "MPEG-4 ER ACC LD",
+    "MPEG-4 ER CELP",
+    "MPEG-4 ER HVXC",
+    "MPEG-4 ER HILN",
+    "MPEG-4 ER Parametric",
+};
+
+// In the order of their bytes. The double blanks, the "@L" without blank and
+// "Efficieny" are the names hosts match on.
+const Mp4Info::VideoProfile Mp4Info::VideoProfileName[58] = {
+    {0x01, "MPEG-4 Simple @ L1"},
+    {0x02, "MPEG-4 Simple @ L2"},
+    {0x03, "MPEG-4 Simple @ L3"},
+    {0x08, "MPEG-4 Simple @ L0"},
+    {0x11, "MPEG-4 Simple Scalable @ L1"},
+    {0x12, "MPEG-4 Simple Scalable @ L2"},
+    {0x21, "MPEG-4 Core @ L1"},
+    {0x22, "MPEG-4 Core @ L2"},
+    {0x32, "MPEG-4 Main @ L2"},
+    {0x33, "MPEG-4 Main @ L3"},
+    {0x34, "MPEG-4 Main @ L4"},
+    {0x42, "MPEG-4 N-bit @ L2"},
+    {0x51, "MPEG-4  Scalable Texture @ L1"},
+    {0x61, "MPEG-4 Simple Face Anim @ L1"},
+    {0x62, "MPEG-4  Simple Face Anim @ L2"},
+    {0x63, "MPEG-4  Simple FBA @ L1"},
+    {0x64, "MPEG-4 Simple FBA @ L2"},
+    {0x71, "MPEG-4 Basic Anim Text @ L1"},
+    {0x72, "MPEG-4 Basic Anim Text @ L2"},
+    {0x81, "MPEG-4 Hybrid @ L1"},
+    {0x82, "MPEG-4 Hybrid @ L2"},
+    {0x91, "MPEG-4 Adv RT Simple @ L1"},
+    {0x92, "MPEG-4 Adv RT Simple @ L2"},
+    {0x93, "MPEG-4 Adv RT Simple @ L3"},
+    {0x94, "MPEG-4 Adv RT Simple @ L4"},
+    {0xA1, "MPEG-4 Core Scalable @ L1"},
+    {0xA2, "MPEG-4 Core Scalable @ L2"},
+    {0xA3, "MPEG-4 Core Scalable @ L3"},
+    {0xB1, "MPEG-4 Adv Coding Efficieny @ L1"},
+    {0xB2, "MPEG-4 Adv Coding Efficieny @ L2"},
+    {0xB3, "MPEG-4 Adv Coding Efficieny @ L3"},
+    {0xB4, "MPEG-4 Adv Coding Efficieny @ L4"},
+    {0xC1, "MPEG-4 Adv Core Profile @ L1"},
+    {0xC2, "MPEG-4 Adv Core Profile @ L2"},
+    {0xD1, "MPEG-4 Adv Scalable Texture @ L1"},
+    {0xD2, "MPEG-4 Adv Scalable Texture @ L2"},
+    {0xD3, "MPEG-4 Adv Scalable Texture @ L3"},
+    {0xE1, "MPEG-4 Simple Studio @ L1"},
+    {0xE2, "MPEG-4 Simple Studio @ L2"},
+    {0xE3, "MPEG-4 Simple Studio @ L3"},
+    {0xE4, "MPEG-4 Simple Studio @ L4"},
+    {0xE5, "MPEG-4 Core Studio @ L1"},
+    {0xE6, "MPEG-4 Core Studio @ L2"},
+    {0xE7, "MPEG-4 Core Studio @ L3"},
+    {0xE8, "MPEG-4 Core Studio @ L4"},
+    {0xF0, "MPEG-4 Adv Simple@L0"},
+    {0xF1, "MPEG-4 Adv Simple@L1"},
+    {0xF2, "MPEG-4 Adv Simple@L2"},
+    {0xF3, "MPEG-4 Adv Simple@L3"},
+    {0xF4, "MPEG-4 Adv Simple@L4"},
+    {0xF5, "MPEG-4 Adv Simple@L5"},
+    {0xF7, "MPEG-4 Adv Simple@L3b"},
+    {0xF8, "MPEG-4 FGS @ L0"},
+    {0xF9, "MPEG-4 FGS @ L1"},
+    {0xFA, "MPEG-4 FGS @ L2"},
+    {0xFB, "MPEG-4 FGS @ L3"},
+    {0xFC, "MPEG-4 FGS @ L4"},
+    {0xFD, "MPEG-4 FGS @ L5"},
+};
+
+// The first eight are item names after their 0xA9 prefix.
+const char* const Mp4Info::ILST_TAG[10] = {"nam", "cmt", "day", "ART", "trk",
+                                           "alb", "wrt", "com", "gnre", "trkn"};
+
+namespace {
+
+// Handler results.
+constexpr int kWalkOn = 0;
+constexpr int kWalkFinished = 1;
+constexpr int kWalkFailed = -1;
+
+// Every atom: a 32-bit big-endian size (header included), then its type.
+constexpr unsigned int kAtomTypeOffset = 4;
+constexpr unsigned int kAtomHeaderSize = 8;
+constexpr unsigned int kFourCc = 4;
+// "skip-or-4": where a size of 0 still moves the walk on.
+constexpr unsigned int kZeroSizeStep = 4;
+// "ftyp": a zero size outside "ftyp" moves the first search on byte-wise.
+constexpr unsigned int kByteStep = 1;
+
+constexpr unsigned int kFtypMajorBrandOffset = 8;
+constexpr unsigned int kMoovChildTypeOffset = 12;
+// Version-0 "mvhd" and "mdhd".
+constexpr unsigned int kTimeScaleOffset = 20;
+constexpr unsigned int kDurationOffset = 24;
+constexpr unsigned int kMsPerSecond = 1000;
+constexpr unsigned int kIodsVisualProfileOffset = 19;
+// "hdlr": handler type, then the component manufacturer; QuickTime's
+// ("appl") has a counted name, so its first character sits one byte later.
+constexpr unsigned int kHdlrTypeOffset = 16;
+constexpr unsigned int kHdlrManufacturerOffset = 20;
+constexpr unsigned int kHdlrNameOffset = 32;
+constexpr unsigned int kHdlrCountedNameOffset = 33;
+// "meta" is a full atom: header, then version and flags.
+constexpr unsigned int kMetaHeaderSize = 12;
+
+// "stsd", from the atom's start: the first sample entry begins at +16.
+constexpr unsigned int kEntryTypeOffset = 20;
+constexpr unsigned int kSoundChannelsOffset = 40;
+constexpr unsigned int kVisualWidthOffset = 48;
+constexpr unsigned int kVisualHeightOffset = 50;
+// Type field of the first child of an 86-byte visual sample entry.
+constexpr unsigned int kVisualChildTypeOffset = 106;
+// "esds" in a version-1 QuickTime sound entry's "wave" atom, and the child
+// directly after a version-0 sound entry.
+constexpr unsigned int kSoundV1EsdsTypeOffset = 104;
+constexpr unsigned int kSoundV0ChildTypeOffset = 56;
+// "alac" inside the "wave" atom of a version-1 sound entry.
+constexpr unsigned int kSoundV1AlacTypeOffset = 92;
+
+// "stsz": sample size at +12, sample count at +16, entries from +20.
+constexpr unsigned int kStszFieldsOffset = 12;
+constexpr unsigned int kStszCountOffset = 16;
+constexpr unsigned int kFieldsCountOffset = 4;
+constexpr unsigned int kFieldsEntriesOffset = 8;
+constexpr unsigned int kWordSize = 4;
+// Where the table is taken to run out of the buffer, and where the file
+// read resumes: two entries on from the entry that ran out.
+constexpr unsigned int kEntryEndBias = 24;
+constexpr unsigned int kSideReadBias = 28;
+constexpr unsigned int kBitsPerByte = 8;
+
+// Decoder configuration children, offsets from the child's type field. An
+// ES descriptor written with four-byte lengths has a zero ES_ID low byte
+// and flags at +14 and its DecoderConfigDescriptor tag with three 0x80
+// continuation bytes at +16.
+constexpr unsigned int kChildSizeBack = 4;
+constexpr unsigned int kFormTestOffset = 14;
+constexpr unsigned int kDecoderConfigOffset = 16;
+constexpr unsigned int kLongFormMarker = 0x04808080u;
+constexpr unsigned int kShortFormAvgBitRateOffset = 24;
+constexpr unsigned int kShortFormObjectTypeOffset = 15;
+constexpr unsigned int kLongFormObjectTypeOffset = 21;
+constexpr unsigned int kConfigPayloadOffset = 4;
+constexpr unsigned int kAlacShortConfigOffset = 8;
+
+// objectTypeIndication values.
+constexpr unsigned char kObjectTypeMovAac = 0x00;
+constexpr unsigned char kObjectTypeMpeg4Audio = 0x40;
+constexpr unsigned char kObjectTypeMpeg4Visual = 0x20;
+// Decoder-specific length: after tag 0x05 with a one-byte length, or with
+// three 0x80 continuation bytes (QuickTime's and 51-byte descriptors).
+constexpr unsigned int kDsiLengthShort = 14;
+constexpr unsigned int kDsiLengthLong = 17;
+constexpr int kAppleEsdsSize = 51;
+constexpr unsigned int kMinAudioConfigLength = 2;
+constexpr unsigned int kAudioObjectTypeShift = 3;
+constexpr unsigned int kLastNamedAudioObjectType = 27;
+// MPEG-4 visual: decoder info after the objectTypeIndication, and the
+// visual object sequence start code whose next byte is the profile.
+constexpr unsigned int kVisualDecoderInfoOffset = 14;
+constexpr unsigned int kVisualObjectSequenceStart = 0x000001B0u;
+constexpr unsigned int kStartCodeSize = 4;
+
+// AVC decoder configuration record.
+constexpr unsigned int kAvcProfileByte = 1;
+constexpr unsigned int kAvcCompatibilityByte = 2;
+constexpr unsigned int kAvcLevelByte = 3;
+constexpr unsigned int kAvcFirstSpsByte = 8;
+constexpr unsigned char kConstrainedCompatibility = 0xE0;
+constexpr unsigned char kSpsNalHeader = 0x67;
+// ALAC configuration: the byte taken as the sample size.
+constexpr unsigned int kAlacBitDepthByte = 4;
+
+// Compressed movie header: "dcom" names the method, "cmvd" holds the data
+// after its size, type and uncompressed-size field.
+constexpr unsigned int kCmovScanTail = 12;
+constexpr unsigned int kDcomAtomStep = 8;
+constexpr unsigned int kCmvdHeaderSize = 12;
+constexpr int kInflateChunk = 4096;
+const char* const kTempFilePath = "/temp.bin";
+
+// "ilst" items: header, then one "data" atom with 8 bytes of type and locale.
+constexpr unsigned int kItemNameOffset = 4;
+constexpr unsigned int kItemHeaderSize = 8;
+constexpr unsigned int kDataTypeOffset = 4;
+constexpr unsigned int kDataHeaderSize = 16;
+constexpr unsigned int kMinDataSize = 17;
+constexpr unsigned int kYearLength = 4;
+
+unsigned int AtomSize(unsigned char* atom) { return MediaFileInfoBase::ReadWord(atom); }
+
+bool IsType(const unsigned char* atom, const char* type) {
+    return memcmp(atom + kAtomTypeOffset, type, kFourCc) == 0;
+}
+
+bool Same4(const void* bytes, const char* text) { return memcmp(bytes, text, kFourCc) == 0; }
+
+// Whether the descriptors after a configuration child's type field are
+// written with four-byte lengths.
+bool IsLongForm(unsigned char* childType) {
+    return MediaFileInfoBase::ReadHalf(childType + kFormTestOffset) == 0 &&
+           MediaFileInfoBase::ReadWord(childType + kDecoderConfigOffset) == kLongFormMarker;
+}
+
+// The decimal value of a text as the 32-bit C library reads it: leading
+// blanks and a sign accepted, saturated at the 32-bit int range.
+unsigned int DecimalValue(const char* text) {
+    long long value = strtoll(text, nullptr, 10);
+    if (value > INT32_MAX) value = INT32_MAX;
+    if (value < INT32_MIN) value = INT32_MIN;
+    return static_cast<unsigned int>(static_cast<int>(value));
+}
+
+// A walk is deterministic: when the reader comes back to a state it was in
+// before (every field, the record, the buffer and the file position), it
+// would go round the same steps for ever. This notices it (Brent's method:
+// a mark taken after 1, 2, 4, 8 ... steps, compared at every step), so the
+// walk can end as if the data had run out. Walks that end by themselves
+// never repeat a state, so their results are untouched.
+class LoopMark {
+public:
+    explicit LoopMark(Mp4Info& reader)
+        : reader_(reader), mark_(static_cast<Mark*>(malloc(sizeof(Mark)))) {}
+    ~LoopMark() { free(mark_); }
+    LoopMark(const LoopMark&) = delete;
+    LoopMark& operator=(const LoopMark&) = delete;
+
+    bool Ready() const { return mark_ != nullptr; }
+
+    // Called before every step; true when this state was met before.
+    bool Repeats() {
+        if (steps_ > 0 && SameAsMark()) return true;
+        if (++steps_ == nextMark_) {
+            Take();
+            nextMark_ *= 2;
+        }
+        return false;
+    }
+
+private:
+    struct Scalars {
+        unsigned int cursor, bufferSize, hasIods, moovOpen, isQuickTime, useTempFile;
+        unsigned int trackTimeScale, isVideo, isAudio, hasId3;
+        double trackSeconds, movieEnd;
+        unsigned char visualProfile;
+        char handlerType[4], handlerName[4], videoEntryType[4], audioEntryType[4];
+        Mp4Info::AtomHandler handler;
+        FILE* file;
+    };
+    struct Mark {
+        Scalars scalars;
+        long filePosition;
+        unsigned char record[sizeof(MediaFileInfo_st)];
+        unsigned char buffer[Mp4Info::kReadSize];
+    };
+
+    Scalars Now() const {
+        const Mp4Info& r = reader_;
+        Scalars s{};
+        s.cursor = r.m_cursor;
+        s.bufferSize = r.m_bufferSize;
+        s.hasIods = r.m_hasIods;
+        s.moovOpen = r.m_moovOpen;
+        s.isQuickTime = r.m_isQuickTime;
+        s.useTempFile = r.m_useTempFile;
+        s.trackTimeScale = r.m_trackTimeScale;
+        s.isVideo = r.m_isVideo;
+        s.isAudio = r.m_isAudio;
+        s.hasId3 = r.m_hasId3;
+        s.trackSeconds = r.m_trackSeconds;
+        // Movie end only counts while "moov" is open and it lies ahead; once
+        // at or below 0 it can only fall further, and then it no longer matters.
+        s.movieEnd = (r.m_moovOpen != 0 && r.m_movieEnd > 0) ? r.m_movieEnd : 0;
+        s.visualProfile = r.m_visualProfile;
+        memcpy(s.handlerType, r.m_handlerType, 4);
+        memcpy(s.handlerName, r.m_handlerName, 4);
+        memcpy(s.videoEntryType, r.m_videoEntryType, 4);
+        memcpy(s.audioEntryType, r.m_audioEntryType, 4);
+        s.handler = r.m_loadHandler;
+        s.file = r.m_file;
+        return s;
+    }
+
+    static bool Equal(const Scalars& a, const Scalars& b) {
+        return a.cursor == b.cursor && a.handler == b.handler && a.bufferSize == b.bufferSize &&
+               a.file == b.file && a.hasIods == b.hasIods && a.moovOpen == b.moovOpen &&
+               a.isQuickTime == b.isQuickTime && a.useTempFile == b.useTempFile &&
+               a.trackTimeScale == b.trackTimeScale && a.isVideo == b.isVideo &&
+               a.isAudio == b.isAudio && a.hasId3 == b.hasId3 &&
+               a.trackSeconds == b.trackSeconds && a.movieEnd == b.movieEnd &&
+               a.visualProfile == b.visualProfile &&
+               memcmp(a.handlerType, b.handlerType, 4) == 0 &&
+               memcmp(a.handlerName, b.handlerName, 4) == 0 &&
+               memcmp(a.videoEntryType, b.videoEntryType, 4) == 0 &&
+               memcmp(a.audioEntryType, b.audioEntryType, 4) == 0;
+    }
+
+    long FilePosition() const { return reader_.m_file == nullptr ? 0 : ftell(reader_.m_file); }
+
+    bool SameAsMark() const {
+        if (!Equal(Now(), mark_->scalars)) return false;
+        if (FilePosition() != mark_->filePosition) return false;
+        if (reader_.m_fileInfo != nullptr &&
+            memcmp(mark_->record, reader_.m_fileInfo, sizeof(MediaFileInfo_st)) != 0) {
+            return false;
+        }
+        return memcmp(mark_->buffer, reader_.m_buffer, Mp4Info::kReadSize) == 0;
+    }
+
+    void Take() {
+        mark_->scalars = Now();
+        mark_->filePosition = FilePosition();
+        if (reader_.m_fileInfo != nullptr) {
+            memcpy(mark_->record, reader_.m_fileInfo, sizeof(MediaFileInfo_st));
+        }
+        memcpy(mark_->buffer, reader_.m_buffer, Mp4Info::kReadSize);
+    }
+
+    Mp4Info& reader_;
+    Mark* mark_;
+    unsigned long long steps_ = 0;
+    unsigned long long nextMark_ = 1;
+};
+
+}  // namespace
+
+Mp4Info::Mp4Info()
+    : m_hasIods(0),
+      m_moovOpen(0),
+      m_isQuickTime(0),
+      m_useTempFile(0),
+      m_cursor(0),
+      m_trackSeconds(0),
+      m_visualProfile(0),
+      m_movieEnd(0),
+      m_trackTimeScale(0),
+      m_loadHandler(&Mp4Info::LoadFtyp),
+      m_buffer(nullptr) {
+    memset(m_handlerType, 0, sizeof m_handlerType);
+    memset(m_handlerName, 0, sizeof m_handlerName);
+    memset(m_videoEntryType, 0, sizeof m_videoEntryType);
+    memset(m_audioEntryType, 0, sizeof m_audioEntryType);
+    memset(m_tempPath, 0, sizeof m_tempPath);
+    m_bufferSize = kReadSize;
+}
+
+Mp4Info::~Mp4Info() { Mp4Info::Destory(); }
+
+void Mp4Info::Destory() {
+    m_isQuickTime = 0;
+    m_hasIods = 0;
+    m_moovOpen = 0;
+    MediaFileInfoBase::Destory();
+    if (m_useTempFile != 0) {
+        remove(m_tempPath);
+        // Deleted once: a later Destory must not remove a file another
+        // load has written meanwhile.
+        m_useTempFile = 0;
+    }
+}
+
+MediaFileInfo_st* Mp4Info::GetFileInfo() { return m_fileInfo; }
+
+int Mp4Info::LoadFile(const char* path) {
+    if (path == nullptr) return MFI_BAD_ARGUMENT;
+    if (m_fileInfo != nullptr) Destory();
+
+    // A load that failed before making a record keeps its path copy.
+    free(m_filePath);
+    m_filePath = strdup(path);
+    m_file = fopen(path, "rb");
+    if (m_file == nullptr) return MFI_OPEN_FAILED;
+    if (fseek(m_file, 0, SEEK_SET) != 0) {
+        fclose(m_file);
+        m_file = nullptr;
+        return MFI_SEEK_FAILED;
+    }
+
+    // Zeroed whole, guard included: bytes past what a read brought in are
+    // zeroes until a read overwrites them.
+    unsigned char* buffer = static_cast<unsigned char*>(calloc(kBufferAllocation, 1));
+    m_fileInfo = NewConstructedRecord();
+    int result;
+    if (buffer == nullptr || m_fileInfo == nullptr) {
+        result = MFI_NO_MEMORY;
+    } else {
+        GetFileStorageInfo(&m_fileInfo, path);
+        m_bufferSize = static_cast<unsigned int>(fread(buffer, 1, kReadSize, m_file));
+        if (m_bufferSize < kReadSize) {
+            result = MFI_SHORT_FILE;
+        } else {
+            ApplyTitleFallback();
+            result = ReadFrame(buffer);
+        }
+    }
+    free(buffer);
+    m_buffer = nullptr;
+    // By now this may be the temporary file of an inflated movie header.
+    fclose(m_file);
+    m_file = nullptr;
+    return result;
+}
+
+int Mp4Info::ReadFrame(unsigned char* buffer) {
+    if (buffer == nullptr) return MFI_BAD_ARGUMENT;
+    m_buffer = buffer;
+    LoopMark loop(*this);
+    if (!loop.Ready()) return MFI_NO_MEMORY;
+
+    for (;;) {
+        if (m_bufferSize <= kAtomHeaderSize || m_cursor >= m_bufferSize - kAtomHeaderSize) break;
+        // A state met before: the walk would never end (e.g. a zero size
+        // under LoadTrakStruct, which does not move the cursor). End it as
+        // if the data had run out.
+        if (loop.Repeats()) break;
+
+        const int step = (this->*m_loadHandler)(buffer + m_cursor);
+        if (step == kWalkFinished) return MFI_OK;
+        if (step == kWalkFailed) return MFI_NOT_THIS_FORMAT;
+
+        // The whole "moov" has been walked.
+        if (m_movieEnd > 0 && static_cast<double>(m_cursor) >= m_movieEnd && m_moovOpen != 0) break;
+
+        // Unsigned on purpose: with fewer than 200 valid bytes this never
+        // refills, and the walk runs to the end of what it has.
+        if (m_cursor <= m_bufferSize - kRefillMargin) continue;
+
+        // Refill from the current atom on, so that every handler finds at
+        // least the margin's worth of bytes after its atom.
+        if (SeekRelative(m_file, m_cursor - m_bufferSize) != 0) continue;
+        if (feof(m_file)) {
+            if (m_cursor > m_bufferSize) return MFI_NOT_THIS_FORMAT;
+            continue;
+        }
+        const size_t got = fread(buffer, 1, kReadSize, m_file);
+        if (got == 0) return MFI_NOT_THIS_FORMAT;
+        if (m_moovOpen != 0) m_movieEnd -= m_cursor;
+        m_cursor = 0;
+        m_bufferSize = static_cast<unsigned int>(got);
+    }
+    return (m_isVideo != 0 || m_isAudio != 0) ? MFI_OK : MFI_NOT_THIS_FORMAT;
+}
+
+size_t Mp4Info::Readable(const unsigned char* p, size_t fallback) const {
+    const uintptr_t at = reinterpret_cast<uintptr_t>(p);
+    const uintptr_t start = reinterpret_cast<uintptr_t>(m_buffer);
+    if (m_buffer != nullptr && at >= start && at < start + kBufferAllocation) {
+        return start + kBufferAllocation - at;
+    }
+    return fallback;
+}
+
+long long Mp4Info::BytesLeftInFile() const {
+    if (m_file == nullptr) return 0;
+    struct stat st;
+    const long position = ftell(m_file);
+    if (position < 0 || fstat(fileno(m_file), &st) != 0) return 0;
+    const long long left = static_cast<long long>(st.st_size) - position;
+    return left > 0 ? left : 0;
+}
+
+// ---- The walk -------------------------------------------------------------
+//
+// Each handler is a table: the atom types it reacts to, the action that does
+// the type's work and moves the cursor, and the handler that takes the next
+// atom (none: unchanged). The last row's type is null: any other atom.
+// The next handler is set only when the action goes on.
+
+template <size_t N>
+int Mp4Info::Dispatch(unsigned char* atom, const AtomRule (&rules)[N]) {
+    const AtomRule* rule = &rules[N - 1];
+    for (const AtomRule& r : rules) {
+        if (r.type != nullptr && IsType(atom, r.type)) {
+            rule = &r;
+            break;
+        }
+    }
+    const int result = (this->*rule->action)(atom);
+    if (result == kWalkOn && rule->next != nullptr) m_loadHandler = rule->next;
+    return result;
+}
+
+int Mp4Info::LoadFtyp(unsigned char* atom) {
+    static const AtomRule kRules[] = {
+        {"ftyp", &Mp4Info::ReadFtyp, &Mp4Info::LoadMoov},
+        {"moov", &Mp4Info::Stay, &Mp4Info::LoadMoov},
+        {nullptr, &Mp4Info::SkipOrStepByte, &Mp4Info::LoadMoov},
+    };
+    return Dispatch(atom, kRules);
+}
+
+int Mp4Info::LoadMoov(unsigned char* atom) {
+    static const AtomRule kRules[] = {
+        {"moov", &Mp4Info::ReadMoov, nullptr},
+        {nullptr, &Mp4Info::SkipOrFail, nullptr},
+    };
+    return Dispatch(atom, kRules);
+}
+
+int Mp4Info::LoadMvhd(unsigned char* atom) {
+    static const AtomRule kRules[] = {
+        {"mvhd", &Mp4Info::ReadMvhd, &Mp4Info::LoadTrak},
+        {nullptr, &Mp4Info::StepByte, nullptr},  // searched for byte by byte
+    };
+    return Dispatch(atom, kRules);
+}
+
+int Mp4Info::LoadTrak(unsigned char* atom) {
+    static const AtomRule kRules[] = {
+        {"trak", &Mp4Info::Enter, &Mp4Info::LoadTrakStruct},
+        {"iods", &Mp4Info::ReadIods, nullptr},
+        {"free", &Mp4Info::Finish, nullptr},
+        {"mdat", &Mp4Info::Finish, nullptr},
+        {nullptr, &Mp4Info::SkipOr4, nullptr},
+    };
+    return Dispatch(atom, kRules);
+}
+
+int Mp4Info::LoadTrakStruct(unsigned char* atom) {
+    static const AtomRule kRules[] = {
+        {"trak", &Mp4Info::Stay, &Mp4Info::LoadTrak},
+        {"mdia", &Mp4Info::Enter, &Mp4Info::LoadMdiaStruct},
+        // A zero size leaves the cursor where it is; the walker notices the
+        // repetition and ends the walk.
+        {nullptr, &Mp4Info::Skip, nullptr},
+    };
+    return Dispatch(atom, kRules);
+}
+
+int Mp4Info::LoadMdiaStruct(unsigned char* atom) {
+    static const AtomRule kRules[] = {
+        {"trak", &Mp4Info::Stay, &Mp4Info::LoadTrak},
+        {"hdlr", &Mp4Info::ReadHdlr, nullptr},
+        {"mdhd", &Mp4Info::ReadMdhd, nullptr},
+        {"minf", &Mp4Info::Enter, &Mp4Info::LoadMinfStruct},
+        {nullptr, &Mp4Info::SkipOr4, nullptr},
+    };
+    return Dispatch(atom, kRules);
+}
+
+int Mp4Info::LoadMinfStruct(unsigned char* atom) {
+    static const AtomRule kRules[] = {
+        {"trak", &Mp4Info::Stay, &Mp4Info::LoadTrak},
+        {"stbl", &Mp4Info::EnterStbl, &Mp4Info::LoadStblStruct},
+        {nullptr, &Mp4Info::SkipOr4, nullptr},
+    };
+    return Dispatch(atom, kRules);
+}
+
+int Mp4Info::LoadStblStruct(unsigned char* atom) {
+    // After the last table of a track, the atoms that follow (the next
+    // "trak", a "udta") come here too: no container ends are tracked.
+    static const AtomRule kRules[] = {
+        {"trak", &Mp4Info::Stay, &Mp4Info::LoadTrak},
+        {"stsd", &Mp4Info::ReadStsd, nullptr},
+        {"stsz", &Mp4Info::ReadStsz, nullptr},
+        {"udta", &Mp4Info::Enter, &Mp4Info::LoadMeta},
+        {nullptr, &Mp4Info::SkipOr4, nullptr},
+    };
+    return Dispatch(atom, kRules);
+}
+
+int Mp4Info::LoadMeta(unsigned char* atom) {
+    static const AtomRule kRules[] = {
+        {"meta", &Mp4Info::EnterMeta, &Mp4Info::LoadMetaStruct},
+        {"trak", &Mp4Info::Enter, &Mp4Info::LoadTrakStruct},
+        {nullptr, &Mp4Info::SkipOr4, nullptr},
+    };
+    return Dispatch(atom, kRules);
+}
+
+int Mp4Info::LoadMetaStruct(unsigned char* atom) {
+    static const AtomRule kRules[] = {
+        {"ilst", &Mp4Info::ReadIlst, nullptr},
+        {"udta", &Mp4Info::Enter, &Mp4Info::LoadMeta},
+        {"trak", &Mp4Info::Enter, &Mp4Info::LoadTrakStruct},
+        {nullptr, &Mp4Info::SkipOrFail, nullptr},  // "hdlr" and anything else
+    };
+    return Dispatch(atom, kRules);
+}
+
+// ---- Actions: how the cursor moves ----------------------------------------------
+
+int Mp4Info::Stay(unsigned char*) { return kWalkOn; }  // the next handler takes this atom
+
+int Mp4Info::Enter(unsigned char*) {
+    m_cursor += kAtomHeaderSize;
+    return kWalkOn;
+}
+
+int Mp4Info::EnterMeta(unsigned char*) {
+    m_cursor += kMetaHeaderSize;
+    return kWalkOn;
+}
+
+int Mp4Info::Skip(unsigned char* atom) {
+    m_cursor += AtomSize(atom);
+    return kWalkOn;
+}
+
+int Mp4Info::SkipOr4(unsigned char* atom) {
+    const unsigned int size = AtomSize(atom);
+    m_cursor += size == 0 ? kZeroSizeStep : size;
+    return kWalkOn;
+}
+
+int Mp4Info::SkipOrFail(unsigned char* atom) {
+    const unsigned int size = AtomSize(atom);
+    if (size == 0) return kWalkFailed;
+    m_cursor += size;
+    return kWalkOn;
+}
+
+int Mp4Info::SkipOrStepByte(unsigned char* atom) {
+    // Not a movie's first atom: look further, byte by byte past a zero size.
+    const unsigned int size = AtomSize(atom);
+    m_cursor += size == 0 ? kByteStep : size;
+    return kWalkOn;
+}
+
+int Mp4Info::StepByte(unsigned char*) {
+    m_cursor += kByteStep;
+    return kWalkOn;
+}
+
+int Mp4Info::Finish(unsigned char*) { return kWalkFinished; }
+
+// ---- Actions: what each atom kind holds -----------------------------------------
+
+int Mp4Info::ReadFtyp(unsigned char* atom) {
+    m_isQuickTime = memcmp(atom + kFtypMajorBrandOffset, "qt", 2) == 0 ? 1 : 0;
+    return SkipOrFail(atom);
+}
+
+int Mp4Info::ReadMoov(unsigned char* atom) {
+    if (Same4(atom + kMoovChildTypeOffset, "cmov")) return InflateMovieHeader(atom);
+    // Positions are unsigned 32-bit: the end is their sum, then widened.
+    m_movieEnd = static_cast<double>(AtomSize(atom) + m_cursor);
+    m_cursor += kAtomHeaderSize;
+    m_loadHandler = &Mp4Info::LoadMvhd;
+    m_moovOpen = 1;
+    return kWalkOn;
+}
+
+int Mp4Info::InflateMovieHeader(unsigned char* atom) {
+    if (m_file == nullptr) return kWalkFailed;
+
+    // Find "dcom" (which must say "zlib") and "cmvd". Counted signed, so an
+    // atom in the last 12 bytes of the buffer finds nothing.
+    const long long scanEnd =
+        static_cast<long long>(m_bufferSize) - static_cast<long long>(m_cursor) - kCmovScanTail;
+    long long i = 0;
+    int compressedLength = 0;
+    bool found = false;
+    for (; i < scanEnd; ++i) {
+        if (Same4(atom + i, "dcom")) {
+            if (!Same4(atom + i + kFourCc, "zlib")) return kWalkFailed;
+            i += kDcomAtomStep;
+        }
+        if (Same4(atom + i + kFourCc, "cmvd")) {
+            // The atom's own size, header included, as a signed count.
+            compressedLength = static_cast<int>(ReadWord(atom + i));
+            i += kCmvdHeaderSize;
+            found = true;
+            break;
+        }
+    }
+    if (!found || compressedLength < 1) return kWalkFailed;
+
+    strcpy(m_tempPath, kTempFilePath);
+    FILE* temp = fopen(m_tempPath, "wb+");
+    if (temp == nullptr) return kWalkFailed;
+
+    z_stream stream;
+    memset(&stream, 0, sizeof stream);
+    stream.zalloc = Z_NULL;
+    stream.zfree = Z_NULL;
+    stream.opaque = Z_NULL;
+    stream.next_in = Z_NULL;
+    stream.avail_in = 0;
+    if (inflateInit(&stream) != Z_OK) {
+        fclose(temp);
+        return kWalkFailed;
+    }
+
+    int chunk = compressedLength < kInflateChunk ? compressedLength : kInflateChunk;
+    unsigned char* input = static_cast<unsigned char*>(calloc(static_cast<size_t>(chunk), 1));
+    unsigned char* output = static_cast<unsigned char*>(calloc(static_cast<size_t>(chunk), 1));
+    if (input == nullptr || output == nullptr) {
+        free(input);
+        free(output);
+        inflateEnd(&stream);
+        fclose(temp);  // the flag stays clear: the file is not ours to delete
+        return kWalkFailed;
+    }
+
+    // To the first compressed byte.
+    SeekRelative(m_file, m_cursor + static_cast<unsigned int>(i) - m_bufferSize);
+    size_t got = fread(input, 1, static_cast<size_t>(chunk), m_file);
+    compressedLength -= static_cast<int>(got);
+    stream.next_in = input;
+    stream.avail_in = static_cast<unsigned int>(chunk);  // what was asked for, not what came
+
+    int result = kWalkOn;
+    for (;;) {
+        do {
+            stream.next_out = output;
+            stream.avail_out = static_cast<unsigned int>(chunk);
+            const int z = inflate(&stream, Z_NO_FLUSH);
+            if (z == Z_STREAM_ERROR || z == Z_NEED_DICT || z == Z_DATA_ERROR || z == Z_MEM_ERROR) {
+                result = kWalkFailed;
+                break;
+            }
+            result = kWalkOn;
+            const size_t produced = static_cast<size_t>(chunk) - stream.avail_out;
+            if (produced > 0 && fwrite(output, 1, produced, temp) != produced) {
+                result = kWalkFailed;
+                break;
+            }
+            m_movieEnd += static_cast<double>(produced);
+        } while (stream.avail_out == 0);
+        // A failed stream fails every further call alike: nothing more to gain.
+        if (result == kWalkFailed) break;
+        if (compressedLength < 1) break;
+        memset(input, 0, static_cast<size_t>(chunk));
+        if (compressedLength < chunk) chunk = compressedLength;
+        got = fread(input, 1, static_cast<size_t>(chunk), m_file);
+        // At the file's end the count would never fall: the data is all here.
+        if (got == 0) break;
+        compressedLength -= static_cast<int>(got);
+        stream.next_in = input;
+        stream.avail_in = static_cast<unsigned int>(chunk);
+    }
+    inflateEnd(&stream);
+    free(input);
+    free(output);
+    fflush(temp);
+
+    // From here on the inflated "moov" is the file walked, from its start:
+    // a cursor at the buffer's end makes the walker refill at once.
+    fclose(m_file);
+    m_file = temp;
+    fseek(m_file, 0, SEEK_SET);
+    m_cursor = m_bufferSize;
+    m_loadHandler = &Mp4Info::LoadMoov;
+    m_useTempFile = 1;
+    return result;
+}
+
+int Mp4Info::ReadMvhd(unsigned char* atom) {
+    const unsigned int timeScale = ReadWord(atom + kTimeScaleOffset);
+    const unsigned int duration = ReadWord(atom + kDurationOffset);
+    // Whole seconds only.
+    if (m_fileInfo != nullptr) {
+        m_fileInfo->durationMs = timeScale == 0 ? 0 : (duration / timeScale) * kMsPerSecond;
+    }
+    return SkipOrFail(atom);
+}
+
+int Mp4Info::ReadIods(unsigned char* atom) {
+    m_visualProfile = atom[kIodsVisualProfileOffset];
+    m_hasIods = 1;
+    return SkipOr4(atom);
+}
+
+int Mp4Info::ReadHdlr(unsigned char* atom) {
+    memcpy(m_handlerType, atom + kHdlrTypeOffset, kFourCc);
+    const unsigned int nameOffset =
+        Same4(atom + kHdlrManufacturerOffset, "appl") ? kHdlrCountedNameOffset : kHdlrNameOffset;
+    memcpy(m_handlerName, atom + nameOffset, kFourCc);
+    return SkipOr4(atom);
+}
+
+int Mp4Info::ReadMdhd(unsigned char* atom) {
+    m_trackTimeScale = ReadWord(atom + kTimeScaleOffset);
+    const unsigned int duration = ReadWord(atom + kDurationOffset);
+    if (m_trackTimeScale != 0 && duration != 0) {
+        m_trackSeconds = static_cast<double>(duration) / m_trackTimeScale;
+    }
+    return SkipOr4(atom);
+}
+
+int Mp4Info::EnterStbl(unsigned char* atom) {
+    // A new track's bit rate is measured afresh.
+    if (m_fileInfo != nullptr) {
+        if (Same4(m_handlerType, "vide")) {
+            m_fileInfo->peakBitRate = 0;
+        } else if (Same4(m_handlerType, "soun")) {
+            m_fileInfo->bitRate = 0;
+        }
+    }
+    return Enter(atom);
+}
+
+// Both table readers look at the atom under the cursor: they run before it moves.
+int Mp4Info::ReadStsd(unsigned char* atom) {
+    const int result = ReadSampleDescription(atom);
+    SkipOr4(atom);
+    return result;
+}
+
+int Mp4Info::ReadStsz(unsigned char* atom) {
+    ReadSampleSizes(atom);
+    return SkipOr4(atom);
+}
+
+int Mp4Info::ReadIlst(unsigned char* atom) {
+    const unsigned int size = AtomSize(atom);
+    if (size == 0) return kWalkFailed;
+    // A list that cannot be re-read is passed over.
+    GetMp4MusicInfo(atom + kAtomHeaderSize, size);
+    m_cursor += size;
+    return kWalkOn;
+}
+
+int Mp4Info::ReadSampleDescription(unsigned char* stsd) {
+    if (m_fileInfo == nullptr) return kWalkOn;
+    if (Same4(m_handlerType, "vide")) {
+        memcpy(m_videoEntryType, stsd + kEntryTypeOffset, kFourCc);
+        GetType(m_videoEntryType);
+        m_fileInfo->width = static_cast<unsigned short>(ReadHalf(stsd + kVisualWidthOffset));
+        m_fileInfo->height = static_cast<unsigned short>(ReadHalf(stsd + kVisualHeightOffset));
+        ReadBitRate(stsd + kVisualChildTypeOffset);
+        return kWalkOn;
+    }
+    if (!Same4(m_handlerType, "soun")) return kWalkOn;
+
+    memcpy(m_audioEntryType, stsd + kEntryTypeOffset, kFourCc);
+    GetType(m_audioEntryType);
+    // The track's time scale, not the sample entry's rate field.
+    m_fileInfo->sampleRate = m_trackTimeScale;
+    CopyField(m_fileInfo->channelMode, GetChannel(ReadHalf(stsd + kSoundChannelsOffset)));
+    // Two places the configuration can sit; the second answer counts.
+    if (Same4(m_audioEntryType, "mp4a")) {
+        if (ReadBitRate(stsd + kSoundV1EsdsTypeOffset) == -1) {
+            return ReadBitRate(stsd + kSoundV0ChildTypeOffset);
+        }
+    } else if (Same4(m_audioEntryType, "alac")) {
+        if (ReadBitRate(stsd + kSoundV0ChildTypeOffset) == -1) {
+            return ReadBitRate(stsd + kSoundV1AlacTypeOffset);
+        }
+    }
+    return kWalkOn;
+}
+
+void Mp4Info::ReadSampleSizes(unsigned char* stsz) {
+    if (m_fileInfo == nullptr) return;
+    // In this reader peakBitRate holds the video track's rate, bitRate the sound track's.
+    if (Same4(m_handlerType, "vide")) {
+        if (m_fileInfo->peakBitRate == 0) {
+            m_fileInfo->peakBitRate = GetBitRate(stsz + kStszFieldsOffset);
+        } else if (m_fileInfo->durationMs != 0) {
+            // Integer division first: below one frame per millisecond this is 0.
+            m_fileInfo->frameRate =
+                (ReadWord(stsz + kStszCountOffset) / m_fileInfo->durationMs) * kMsPerSecond;
+        }
+        m_isVideo = 1;
+    } else if (Same4(m_handlerType, "soun")) {
+        if (m_fileInfo->bitRate == 0) m_fileInfo->bitRate = GetBitRate(stsz + kStszFieldsOffset);
+        m_isAudio = 1;
+    }
+}
+
+// ---- Sample descriptions ---------------------------------------------------
+
+char* Mp4Info::GetType(char* entryType) {
+    if (entryType == nullptr || m_fileInfo == nullptr) return nullptr;
+    MediaFileInfo_st* r = m_fileInfo;
+    const struct {
+        const char* entry;
+        char* field;
+        const char* name;
+    } kinds[] = {
+        {"mp4v", r->fileType, FormatType[3]},   {"s263", r->fileType, FormatType[4]},
+        {"avc1", r->fileType, FormatType[5]},   {"samr", r->audioCodec, FormatType[0]},
+        {"sawb", r->audioCodec, FormatType[1]}, {"alac", r->fileType, FormatType[6]},
+    };
+    for (const auto& kind : kinds) {
+        if (Same4(entryType, kind.entry)) {
+            CopyField(kind.field, kind.name);
+            return kind.field;
+        }
+    }
+    if (Same4(entryType, "mp4a")) {
+        // A video track walked before keeps its codec as the file's type.
+        if (r->fileType[0] == '\0') CopyField(r->fileType, FormatType[2]);
+        CopyField(r->audioCodec, FormatType[2]);
+        return r->audioCodec;
+    }
+    CopyField(r->fileType, FormatType[7]);
+    return r->fileType;
+}
+
+void Mp4Info::StoreAverageBitRate(unsigned int bitRate) {
+    if (m_fileInfo == nullptr) return;
+    if (m_fileInfo->bitRate == 0 && Same4(m_handlerType, "soun")) {
+        m_fileInfo->bitRate = bitRate;
+    } else if (m_fileInfo->peakBitRate == 0 && Same4(m_handlerType, "vide")) {
+        m_fileInfo->peakBitRate = bitRate;
+    }
+}
+
+int Mp4Info::ReadBitRate(unsigned char* p) {
+    if (p == nullptr) return -1;
+    const bool video = Same4(m_handlerType, "vide");
+    const bool sound = Same4(m_handlerType, "soun");
+
+    if (Same4(p, "esds")) {
+        unsigned char* objectType = p + kLongFormObjectTypeOffset;
+        if (!IsLongForm(p)) {
+            StoreAverageBitRate(ReadWord(p + kShortFormAvgBitRateOffset));
+            objectType = p + kShortFormObjectTypeOffset;
+        }
+        if (Same4(m_videoEntryType, "mp4v") && video) return GetMp4vType(objectType);
+        if ((Same4(m_audioEntryType, "mp4a") || Same4(m_audioEntryType, "alac")) && sound) {
+            return GetMp4aType(objectType, static_cast<int>(ReadWord(p - kChildSizeBack)));
+        }
+        return -1;
+    }
+    if (Same4(p, "avcc") || (Same4(p, "avcC") && video)) return GetAvcType(p + kConfigPayloadOffset);
+    if (Same4(p, "alac")) {
+        if (IsLongForm(p)) return GetAlacType(p + kLongFormObjectTypeOffset);
+        StoreAverageBitRate(ReadWord(p + kShortFormAvgBitRateOffset));
+        return GetAlacType(p + kAlacShortConfigOffset);
+    }
+    return -1;
+}
+
+int Mp4Info::GetMp4aType(unsigned char* objectType, int esdsSize) {
+    if (objectType == nullptr || m_fileInfo == nullptr) return -1;
+    char* field = m_fileInfo->audioFormat;
+    const unsigned char type = objectType[0];
+    const char* name = nullptr;
+    if (type == kObjectTypeMovAac) {
+        name = "AAC from .mov";
+    } else if (type == kObjectTypeMpeg4Audio) {
+        const unsigned int k = (Same4(m_handlerName, "Appl") || esdsSize == kAppleEsdsSize)
+                                   ? kDsiLengthLong
+                                   : kDsiLengthShort;
+        if (objectType[k] < kMinAudioConfigLength) {
+            name = "MPEG-4 (no GAConfig)";
+        } else {
+            const unsigned int aot = objectType[k + 1] >> kAudioObjectTypeShift;
+            // 8 is refused although the table names it.
+            if (aot == 0 || aot == 8 || aot == 10 || aot == 11 || aot > kLastNamedAudioObjectType) {
+                name = "MPEG-4 Unknown Profile";
+            } else {
+                name = Mpeg4AudioFormat[aot - 1];
+            }
+        }
+    } else {
+        // The MPEG-4 names by the position in the other list, as hosts know them.
+        for (size_t i = 0; i < sizeof MpegAudioTypes; ++i) {
+            if (MpegAudioTypes[i] == type) name = Mpeg4AudioFormat[i];
+        }
+    }
+    // An unnamed row leaves the field as it is.
+    if (name != nullptr && name[0] != '\0') CopyField(field, name);
+    return 0;
+}
+
+int Mp4Info::GetMp4vType(unsigned char* objectType) {
+    if (objectType == nullptr || m_fileInfo == nullptr) return -1;
+    if (objectType[0] != kObjectTypeMpeg4Visual) {
+        for (size_t i = 0; i < sizeof MpegVideoTypes; ++i) {
+            if (MpegVideoTypes[i] == objectType[0]) {
+                CopyField(m_fileInfo->videoFormat, Mpeg4VideoFormat[i]);
+            }
+        }
+        return 0;
+    }
+    const unsigned char profileLevel =
+        m_hasIods != 0 ? m_visualProfile : GetProfileLevel(objectType + kVisualDecoderInfoOffset);
+    const char* name = GetProfileName(profileLevel);
+    if (name == nullptr) {
+        CopyField(m_fileInfo->videoFormat, "MPEG-4 Unknown Profile");
+        return 0;
+    }
+    CopyField(m_fileInfo->videoFormat, name);
+    const size_t length = strlen(name);
+    if (length >= 3 && name[length - 2] == 'L') {
+        const char last = name[length - 1];
+        m_fileInfo->profileLevelId =
+            static_cast<unsigned short>(last >= '0' && last <= '9' ? last - '0' : 0);
+    }
+    return 0;
+}
+
+unsigned char Mp4Info::GetProfileLevel(unsigned char* decoderInfo) {
+    if (decoderInfo == nullptr) return 0;
+    const size_t readable = Readable(decoderInfo, SIZE_MAX);
+    const unsigned int n = decoderInfo[0];
+    for (unsigned int i = 0; i < n; ++i) {
+        // The start code and the byte after it must lie in the buffer.
+        if (1 + i + kStartCodeSize + 1 > readable) break;
+        if (ReadWord(decoderInfo + 1 + i) == kVisualObjectSequenceStart) {
+            return decoderInfo[1 + i + kStartCodeSize];
+        }
+    }
+    return 0;
+}
+
+char* Mp4Info::GetProfileName(unsigned char profileLevel) {
+    const char* name = nullptr;
+    for (const VideoProfile& row : VideoProfileName) {
+        if (row.profileLevel == profileLevel) name = row.name;
+    }
+    return const_cast<char*>(name);
+}
+
+int Mp4Info::GetAvcType(unsigned char* c) {
+    if (c == nullptr || m_fileInfo == nullptr) return -1;
+    const char* profile = "";
+    switch (c[kAvcProfileByte]) {
+        case 66: profile = "Baseline"; break;
+        case 77: profile = "Main"; break;
+        case 88: profile = "Extended"; break;
+        case 100: profile = "High"; break;
+        case 110: profile = "High 10"; break;
+        case 122: profile = "High 4:2:2"; break;
+        case 144: profile = "High 4:4:4"; break;
+        default: break;
+    }
+    m_fileInfo->profile = c[kAvcProfileByte];
+
+    const unsigned int level = c[kAvcLevelByte];
+    char levelText[16];
+    switch (level) {
+        case 10: case 20: case 30: case 40: case 50:
+            snprintf(levelText, sizeof levelText, "%u", level / 10);
+            break;
+        case 11: case 12: case 13: case 21: case 22: case 31: case 32: case 41: case 42: case 51:
+            snprintf(levelText, sizeof levelText, "%u.%u", level / 10, level % 10);
+            break;
+        default:
+            snprintf(levelText, sizeof levelText, "unknown");
+            break;
+    }
+    if (c[kAvcCompatibilityByte] == kConstrainedCompatibility || c[kAvcFirstSpsByte] == kSpsNalHeader) {
+        CopyField(m_fileInfo->fileType, H264LCFileType[0]);
+    }
+    m_fileInfo->level = static_cast<unsigned short>(level);
+    char format[MEDIA_TEXT_SIZE];
+    snprintf(format, sizeof format, "H264 %s@L%s", profile, levelText);
+    CopyField(m_fileInfo->videoFormat, format);
+    return 0;
+}
+
+int Mp4Info::GetAlacType(unsigned char* alacConfig) {
+    if (alacConfig == nullptr || m_fileInfo == nullptr) return -1;
+    CopyField(m_fileInfo->audioFormat, AppleLosslessAudioFormat[0]);
+    m_fileInfo->bitsPerSample = alacConfig[kAlacBitDepthByte];
+    return 0;
+}
+
+unsigned int Mp4Info::GetBitRate(unsigned char* s) {
+    if (s == nullptr || m_fileInfo == nullptr || m_fileInfo->durationMs == 0) return 0;
+    const unsigned int sampleSize = ReadWord(s);
+    const unsigned int count = ReadWord(s + kFieldsCountOffset);
+    // Without a usable "mdhd" there is no time to divide by.
+    if (m_trackSeconds == 0) return 0;
+
+    if (Same4(m_handlerType, "vide")) m_fileInfo->frameRate = DoubleToUInt32(count / m_trackSeconds);
+    if (sampleSize != 0) {
+        return DoubleToUInt32(sampleSize / m_trackSeconds * count * kBitsPerByte);
+    }
+
+    // Entries while they lie in the buffer...
+    unsigned int sum = 0;
+    const size_t readable = Readable(s, SIZE_MAX);
+    unsigned int i = 0;
+    for (; i < count; ++i) {
+        if (m_cursor + kWordSize * i + kEntryEndBias > m_bufferSize - kWordSize) break;
+        const size_t at = kFieldsEntriesOffset + static_cast<size_t>(kWordSize) * i;
+        if (at + kWordSize > readable) break;
+        sum += ReadWord(s + at);
+    }
+    // ...then the rest from the file. The read resumes two entries on, so
+    // entries i and i+1 are left out and the word after the table is summed
+    // (at least one word is, even when the table ran out at its last entry).
+    if (i < count && m_file != nullptr) {
+        const long remembered = ftell(m_file);
+        const unsigned long long rest = static_cast<unsigned long long>(count) - i - 1;
+        if (SeekRelative(m_file, m_cursor + kWordSize * i - m_bufferSize + kSideReadBias) == 0 &&
+            !feof(m_file)) {
+            sum += SumSizesFromFile(rest == 0 ? 1 : rest);
+        }
+        fseek(m_file, remembered, SEEK_SET);
+    }
+    return DoubleToUInt32(sum / m_trackSeconds * kBitsPerByte);
+}
+
+unsigned int Mp4Info::SumSizesFromFile(unsigned long long words) {
+    // Read in pieces: a table's claimed length can be far more than the
+    // file holds, and whatever lies past the file's end sums as zero.
+    unsigned char piece[kReadSize];
+    unsigned long long bytesLeft = words * kWordSize;
+    unsigned int sum = 0;
+    while (bytesLeft > 0) {
+        const size_t want = bytesLeft < sizeof piece ? static_cast<size_t>(bytesLeft) : sizeof piece;
+        const size_t got = fread(piece, 1, want, m_file);
+        // A word cut by the file's end reads with zeroes for its missing bytes.
+        memset(piece + got, 0, want - got);
+        for (size_t k = 0; k < got; k += kWordSize) sum += ReadWord(piece + k);
+        if (got < want) break;
+        bytesLeft -= got;
+    }
+    return sum;
+}
+
+// ---- Metadata items ----------------------------------------------------------
+
+int Mp4Info::GetMp4MusicInfo(unsigned char* items, unsigned int ilstSize) {
+    if (items == nullptr) return -1;
+    const unsigned char* walk = items;
+    size_t region = Readable(items, ilstSize);
+    unsigned char* copy = nullptr;
+    bool reread = false;
+    long remembered = 0;
+
+    // Unsigned 32-bit sum, as the positions are.
+    if (ilstSize != 0 && m_cursor + ilstSize > m_bufferSize) {
+        // The list runs out of the buffer: read it again whole, from the
+        // "ilst" header on (so its first pass meets "ilst" as an item name
+        // and stops: a list that crosses the buffer yields no items).
+        if (m_file == nullptr) return -1;
+        remembered = ftell(m_file);
+        if (SeekRelative(m_file, m_cursor - m_bufferSize) == 0 && !feof(m_file)) {
+            if (static_cast<long long>(ilstSize) > BytesLeftInFile()) {
+                // The read would come up short: the file ends inside the list.
+                fseek(m_file, 0, SEEK_END);
+                return -1;
+            }
+            copy = static_cast<unsigned char*>(calloc(ilstSize, 1));
+            if (copy == nullptr) {
+                fseek(m_file, remembered, SEEK_SET);
+                return -1;
+            }
+            if (fread(copy, 1, ilstSize, m_file) != ilstSize) {
+                free(copy);
+                return -1;
+            }
+            walk = copy;
+            region = ilstSize;
+        } else {
+            // Nothing read: the copy would be zeroes, which hold no item.
+            region = 0;
+        }
+        reread = true;
+    }
+
+    // 64-bit, so a huge data size ends the walk instead of wrapping back.
+    unsigned long long pos = 0;
+    while (pos < ilstSize) {
+        // Name, data size and the "data" type must be readable.
+        if (pos + kItemHeaderSize + kDataTypeOffset + kFourCc > region) break;
+        const char* name = reinterpret_cast<const char*>(walk + pos + kItemNameOffset);
+        pos += kItemHeaderSize;
+        const unsigned int dataSize = ReadWord(const_cast<unsigned char*>(walk + pos));
+        if (dataSize < kMinDataSize || !Same4(walk + pos + kDataTypeOffset, "data")) break;
+        pos += kDataHeaderSize;
+        if (pos >= region) break;
+        const unsigned long long valueSize = dataSize - kDataHeaderSize;
+        // Binary values (track and genre numbers, pictures) start with 0.
+        if (walk[pos] != 0) {
+            if (valueSize > region - pos) break;  // the value runs out of what was read
+            char* value = static_cast<char*>(calloc(static_cast<size_t>(valueSize) + 1, 1));
+            if (value != nullptr) {
+                memcpy(value, walk + pos, static_cast<size_t>(valueSize));
+                SaveMp4Id3Info(name, value);
+                free(value);
+            }
+        }
+        pos += valueSize;
+    }
+
+    if (reread) {
+        free(copy);
+        fseek(m_file, remembered, SEEK_SET);
+    }
+    return 1;
+}
+
+void Mp4Info::SaveMp4Id3Info(const char* itemName, const char* value) {
+    if (itemName == nullptr || value == nullptr || m_fileInfo == nullptr) return;
+    MediaFileInfo_st* r = m_fileInfo;
+    // Rows 0-7 follow a 0xA9 byte (any first byte passes); rows 8-9 are whole names.
+    enum { kNam, kCmt, kDay, kArt, kTrk, kAlb, kWrt, kCom, kGnre, kTrkn, kNone };
+    int tag = kNone;
+    for (int k = kNam; k <= kCom && tag == kNone; ++k) {
+        if (memcmp(itemName + 1, ILST_TAG[k], 3) == 0) tag = k;
+    }
+    if (tag == kNone && Same4(itemName, ILST_TAG[kGnre])) tag = kGnre;
+    if (tag == kNone && Same4(itemName, ILST_TAG[kTrkn])) tag = kTrkn;
+
+    switch (tag) {
+        case kNam: CopyField(r->title, value); break;
+        case kCmt: CopyField(r->comment, value); break;
+        case kDay: {
+            char year[kYearLength + 1] = {0};
+            strncpy(year, value, kYearLength);
+            CopyField(r->year, year);
+            break;
+        }
+        case kArt: CopyField(r->artist, value); break;
+        case kTrk:
+        case kTrkn: r->trackNumber = static_cast<unsigned short>(DecimalValue(value)); break;
+        case kAlb: CopyField(r->album, value); break;
+        case kWrt:
+        case kCom: CopyField(r->composer, value); break;
+        case kGnre: CopyField(r->genre, value); break;
+        default: return;  // not a tag this record holds
+    }
+    m_hasId3 = 1;
+}

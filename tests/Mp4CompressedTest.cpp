@@ -1,0 +1,213 @@
+// QuickTime movies whose "moov" is zlib-compressed ("cmov"): inflated into
+// the fixed file "/temp.bin" and walked from there.
+//
+// Every test here writes the same "/temp.bin", and ctest runs tests in
+// parallel processes: the fixture holds an exclusive lock on a lock file
+// for the length of each test.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <vector>
+
+#include "Mp4Builder.h"
+#include "Mp4Info.h"
+#include "Mp4Load.h"
+#include "Mutation.h"
+#include "TestFiles.h"
+
+namespace {
+
+const char* const kTempBin = "/temp.bin";
+
+bool Exists(const char* path) { return access(path, F_OK) == 0; }
+
+Bytes PlainMoov() {
+    const Bytes video = VideoTrak(VisualEntry("avc1", 320, 240, AvcC(77, 0x40, 31, 0x67)),
+                                  Stsz(0, 4, {1000, 2000, 3000, 4000}), 600, 6000);
+    const Bytes sound = SoundTrak(SoundEntry("mp4a", 2, Esds({})), Stsz(0, 3, {1, 2, 3}), 44100, 441000);
+    return Moov({Mvhd(600, 6000), video, sound});
+}
+
+void ExpectPlainValues(const MediaFileInfo_st& r) {
+    EXPECT_EQ(r.durationMs, 10000u);
+    EXPECT_EQ(r.width, 320);
+    EXPECT_EQ(r.height, 240);
+    EXPECT_STREQ(r.fileType, "H.264LC");
+    EXPECT_STREQ(r.videoFormat, "H264 Main@L3.1");
+    EXPECT_EQ(r.peakBitRate, 8000u);  // 10000 bytes in 10 s
+    EXPECT_EQ(r.bitRate, 128000u);
+    EXPECT_STREQ(r.audioFormat, "MPEG-4 AAC LC");
+    EXPECT_STREQ(r.title, "movie");
+}
+
+class CompressedMovie : public testing::Test {
+protected:
+    void SetUp() override {
+        lock_ = open("/tmp/fileinfo-temp-bin.lock", O_CREAT | O_RDWR, 0666);
+        ASSERT_GE(lock_, 0);
+        ASSERT_EQ(flock(lock_, LOCK_EX), 0);
+        remove(kTempBin);
+        FILE* probe = fopen(kTempBin, "wb");
+        if (probe == nullptr) GTEST_SKIP() << "the file-system root is not writable here";
+        fclose(probe);
+        remove(kTempBin);
+    }
+    void TearDown() override {
+        if (lock_ < 0) return;
+        remove(kTempBin);
+        flock(lock_, LOCK_UN);
+        close(lock_);
+    }
+
+    std::string Write(const Bytes& file, const std::string& name = "movie.mov") {
+        return dir_.write(name, file);
+    }
+
+    TempDir dir_;
+    int lock_ = -1;
+};
+
+TEST_F(CompressedMovie, IsInflatedIntoTempBinAndWalked) {
+    const Bytes moov = PlainMoov();
+    const std::string path = Write(Cat({Ftyp("qt  "), CompressedMoov(moov), Filler("mdat", 5000)}));
+    {
+        Mp4Info reader;
+        EXPECT_EQ(reader.LoadFile(path.c_str()), MFI_OK);
+        ExpectPlainValues(*reader.GetFileInfo());
+        EXPECT_EQ(reader.IsVideo(), 1);
+        EXPECT_EQ(reader.IsAudio(), 1);
+        EXPECT_EQ(reader.m_useTempFile, 1u);
+        EXPECT_STREQ(reader.m_tempPath, kTempBin);
+        // The inflated movie header stays on disk while the reader lives.
+        ASSERT_TRUE(Exists(kTempBin));
+        EXPECT_EQ(ReadAll(kTempBin), moov);
+    }
+    EXPECT_FALSE(Exists(kTempBin));
+}
+
+TEST_F(CompressedMovie, TempFileIsDeletedByTheNextLoad) {
+    const std::string compressed = Write(Cat({Ftyp("qt  "), CompressedMoov(PlainMoov()), Filler("mdat", 5000)}));
+    const std::string plain = Write(FastStart(PlainMoov()), "plain.mov");
+    Mp4Info reader;
+    ASSERT_EQ(reader.LoadFile(compressed.c_str()), MFI_OK);
+    ASSERT_TRUE(Exists(kTempBin));
+    EXPECT_EQ(reader.LoadFile(plain.c_str()), MFI_NOT_THIS_FORMAT);  // the walk is not reset
+    EXPECT_FALSE(Exists(kTempBin));
+    EXPECT_EQ(reader.m_useTempFile, 0u);
+}
+
+TEST_F(CompressedMovie, MethodOtherThanZlibIsRefused) {
+    const std::string path = Write(Cat({Ftyp("qt  "), CompressedMoov(PlainMoov(), "gzip"), Filler("mdat", 5000)}));
+    Mp4Info reader;
+    EXPECT_EQ(reader.LoadFile(path.c_str()), MFI_NOT_THIS_FORMAT);
+    EXPECT_FALSE(Exists(kTempBin));
+    EXPECT_EQ(reader.m_useTempFile, 0u);
+}
+
+TEST_F(CompressedMovie, MissingCompressedDataIsRefused) {
+    ByteWriter dcom;
+    dcom.str("zlib");
+    const Bytes moov = Box("moov", {Box("cmov", {Atom("dcom", dcom.data())})});
+    const std::string path = Write(Cat({Ftyp("qt  "), moov, Filler("mdat", 5000)}));
+    Mp4Info reader;
+    EXPECT_EQ(reader.LoadFile(path.c_str()), MFI_NOT_THIS_FORMAT);
+    EXPECT_FALSE(Exists(kTempBin));
+}
+
+TEST_F(CompressedMovie, CompressedLengthBelowOneIsRefused) {
+    Bytes moov = CompressedMoov(PlainMoov());
+    const size_t cmvd = OffsetOf(moov, "cmvd");
+    moov[cmvd] = 0x80;  // a negative count
+    const std::string path = Write(Cat({Ftyp("qt  "), moov, Filler("mdat", 5000)}));
+    Mp4Info reader;
+    EXPECT_EQ(reader.LoadFile(path.c_str()), MFI_NOT_THIS_FORMAT);
+    EXPECT_FALSE(Exists(kTempBin));
+}
+
+TEST_F(CompressedMovie, CorruptDataFailsButTheTempFileStaysUntilDestruction) {
+    const Bytes junk(300, 0x42);
+    const std::string path =
+        Write(Cat({Ftyp("qt  "), CompressedMoov(PlainMoov(), "zlib", &junk), Filler("mdat", 5000)}));
+    {
+        Mp4Info reader;
+        EXPECT_EQ(reader.LoadFile(path.c_str()), MFI_NOT_THIS_FORMAT);
+        EXPECT_EQ(reader.m_useTempFile, 1u);
+        EXPECT_TRUE(Exists(kTempBin));
+        EXPECT_EQ(ReadAll(kTempBin).size(), 0u);
+    }
+    EXPECT_FALSE(Exists(kTempBin));
+}
+
+TEST_F(CompressedMovie, HeaderLargerThanOneChunkIsInflatedInPieces) {
+    // 20000 bytes that do not compress well make the compressed data span
+    // several 4096-byte reads and the inflated "moov" several buffers.
+    Bytes noise(20000);
+    uint32_t x = 12345;
+    for (uint8_t& b : noise) {
+        x = x * 1103515245u + 12345u;
+        b = static_cast<uint8_t>(x >> 24);
+    }
+    const Bytes sound = SoundTrak(SoundEntry("samr", 1), Stsz(32, 500), 8000, 80000);
+    const Bytes moov = Moov({Mvhd(1000, 10000), Atom("junk", noise), sound});
+    ASSERT_GT(Deflate(moov).size(), 4096u * 3);
+    const std::string path = Write(Cat({Ftyp("qt  "), CompressedMoov(moov), Filler("mdat", 5000)}));
+    Mp4Info reader;
+    EXPECT_EQ(reader.LoadFile(path.c_str()), MFI_OK);
+    EXPECT_EQ(reader.GetFileInfo()->bitRate, 12800u);
+    EXPECT_STREQ(reader.GetFileInfo()->audioCodec, "AMR");
+    EXPECT_EQ(ReadAll(kTempBin), moov);
+}
+
+TEST_F(CompressedMovie, HeaderAtTheEndOfTheFileEnds) {
+    // The compressed length counts the 12-byte atom header, so the last
+    // read wants 12 bytes past the file's end: at the end of the file the
+    // reading stops (it could never get them).
+    const std::string path = Write(Cat({Ftyp("qt  "), Filler("mdat", 20000), CompressedMoov(PlainMoov())}));
+    const auto start = std::chrono::steady_clock::now();
+    Mp4Info reader;
+    EXPECT_EQ(reader.LoadFile(path.c_str()), MFI_OK);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+    ExpectPlainValues(*reader.GetFileInfo());
+}
+
+TEST_F(CompressedMovie, TruncatedDataEndsWithWhatWasInflated) {
+    // The file ends a third of the way before the compressed data does: the
+    // movie header is inflated as far as it goes, its walk reaches the end
+    // of the inflated bytes and the refill there reads nothing.
+    const Bytes moov = PlainMoov();
+    Bytes file = Cat({Ftyp("qt  "), Filler("mdat", 5000), CompressedMoov(moov)});
+    file.resize(file.size() - Deflate(moov).size() / 3);
+    const std::string path = Write(file);
+    const auto start = std::chrono::steady_clock::now();
+    Mp4Info reader;
+    EXPECT_EQ(reader.LoadFile(path.c_str()), MFI_NOT_THIS_FORMAT);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+    EXPECT_EQ(reader.m_useTempFile, 1u);
+    const Bytes inflated = ReadAll(kTempBin);
+    EXPECT_LT(inflated.size(), moov.size());
+    EXPECT_TRUE(std::equal(inflated.begin(), inflated.end(), moov.begin()));
+}
+
+TEST_F(CompressedMovie, CorruptedCopiesNeverCrash) {
+    // The compressed data, its sizes and the method corrupted in turn:
+    // every load ends with a known status, and no copy leaves "/temp.bin"
+    // behind once its reader is gone.
+    const Bytes seed = Cat({Ftyp("qt  "), CompressedMoov(PlainMoov()), Filler("mdat", 5000)});
+    for (uint32_t n = 0; n < 150; ++n) {
+        const std::string path = Write(Mutate(seed, n), "mutant.mov");
+        {
+            Mp4Info reader;
+            const int status = reader.LoadFile(path.c_str());
+            EXPECT_TRUE(IsKnownStatus(status)) << "#" << n << ": " << status;
+            ExpectTextsTerminated(reader.GetFileInfo());
+        }
+        EXPECT_FALSE(Exists(kTempBin)) << "#" << n;
+    }
+}
+
+}  // namespace
