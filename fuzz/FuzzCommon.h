@@ -5,6 +5,7 @@
 
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -50,8 +51,9 @@ inline void CheckStatus(int status) {
 // Every text field is terminated within its 128 bytes.
 inline void CheckRecord(const MediaFileInfo_st* r) {
     if (r == nullptr) return;
+    const char* texts = reinterpret_cast<const char*>(r) + offsetof(MediaFileInfo_st, fileType);
     for (int field = 0; field < 14; ++field) {
-        if (memchr(r->fileType + field * MEDIA_TEXT_SIZE, 0, MEDIA_TEXT_SIZE) == nullptr) {
+        if (memchr(texts + field * MEDIA_TEXT_SIZE, 0, MEDIA_TEXT_SIZE) == nullptr) {
             fprintf(stderr, "text field %d is not terminated\n", field);
             abort();
         }
@@ -63,7 +65,8 @@ inline MediaFileInfo_st RecordFrom(const uint8_t* data, size_t size) {
     MediaFileInfo_st r;
     unsigned char* bytes = reinterpret_cast<unsigned char*>(&r);
     for (size_t i = 0; i < sizeof r; ++i) bytes[i] = size == 0 ? 0 : data[i % size];
-    for (int field = 0; field < 14; ++field) r.fileType[field * MEDIA_TEXT_SIZE + MEDIA_TEXT_SIZE - 1] = '\0';
+    char* texts = reinterpret_cast<char*>(&r) + offsetof(MediaFileInfo_st, fileType);
+    for (int field = 0; field < 14; ++field) texts[field * MEDIA_TEXT_SIZE + MEDIA_TEXT_SIZE - 1] = '\0';
     return r;
 }
 

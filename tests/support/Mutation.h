@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <cstring>
 #include <random>
 
@@ -58,7 +59,7 @@ inline bool IsKnownStatus(int status) {
 // Every text field of the record holds its terminator within 128 bytes.
 inline void ExpectTextsTerminated(const MediaFileInfo_st* r) {
     if (r == nullptr) return;
-    const char* texts = r->fileType;
+    const char* texts = reinterpret_cast<const char*>(r) + offsetof(MediaFileInfo_st, fileType);
     for (int field = 0; field < 14; ++field) {
         EXPECT_NE(memchr(texts + field * MEDIA_TEXT_SIZE, 0, MEDIA_TEXT_SIZE), nullptr)
             << "text field " << field << " is not terminated";
