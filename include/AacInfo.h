@@ -10,9 +10,9 @@ class Id3Info;
 
 // Sampling frequencies of MPEG-4 audio by their 4-bit index; 13 to 15 are
 // not assigned and read as 0.
-extern const unsigned int SAMPLE[16];
+FILEINFO_API extern const unsigned int SAMPLE[16];
 
-class AacInfo : public MediaFileInfoBase {
+class FILEINFO_API AacInfo : public MediaFileInfoBase {
 public:
     enum {
         // Bytes read per buffer load; also the bound on an ADTS frame's length.

@@ -8,14 +8,14 @@
 // An 80-bit IEEE 754 extended-precision number exactly as AIFF stores it:
 // sign and 15-bit biased exponent, then the 64-bit significand with its
 // integer bit explicit, both big-endian.
-struct ExtFloat_st {
+struct FILEINFO_API ExtFloat_st {
     unsigned char exponent[2];
     unsigned char mantissa[8];
 };
 
 static_assert(sizeof(ExtFloat_st) == 10, "ExtFloat_st must be the 10 bytes stored in the file");
 
-class AifInfo : public MediaFileInfoBase {
+class FILEINFO_API AifInfo : public MediaFileInfoBase {
 public:
     enum {
         kBufferSize = 1024,  // bytes read per buffer load

@@ -9,7 +9,7 @@
 #include "MediaFileInfoDefine.h"
 
 // One key of the description and the value element that follows it.
-struct KEY_VAR_st {
+struct FILEINFO_API KEY_VAR_st {
     // Kind of the value: 0 integer, 1 string or empty element, 2 real.
     unsigned int type = 0;
     std::string key;
@@ -21,7 +21,7 @@ struct KEY_VAR_st {
 // finds tags with plain text searches, tracks only the nesting depth of
 // <dict> elements and never moves back. An object judges one record: the
 // cursor and the depth keep the state the walk left.
-class FileInfoFilter {
+class FILEINFO_API FileInfoFilter {
 public:
     enum { kFileTypeTagCount = 2, kFileInfoTagCount = 30 };
 

@@ -9,7 +9,7 @@
 
 class Id3Info;
 
-class Mp3Info : public MediaFileInfoBase {
+class FILEINFO_API Mp3Info : public MediaFileInfoBase {
 public:
     // Bytes read from the file per buffer.
     enum { kReadSize = 4096 };

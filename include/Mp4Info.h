@@ -13,7 +13,7 @@
 
 #include "MediaFileInfoBase.h"
 
-class Mp4Info : public MediaFileInfoBase {
+class FILEINFO_API Mp4Info : public MediaFileInfoBase {
 public:
     // An atom handler: gets the atom under the cursor, advances the cursor,
     // may replace the current handler; 0 go on, 1 walk finished, -1 failure.
