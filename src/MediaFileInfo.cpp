@@ -6,6 +6,7 @@
 
 #include "AacInfo.h"
 #include "AifInfo.h"
+#include "Mp3Info.h"
 #include "WavInfo.h"
 
 const char* strlwr(char* s) {
@@ -33,12 +34,14 @@ MediaFileInfoBase* Make() {
 const char* const kWavExtensions[] = {WavTail, nullptr};
 const char* const kAifExtensions[] = {AifTail, nullptr};
 const char* const kAacExtensions[] = {AacTail, nullptr};
+const char* const kMp3Extensions[] = {Mp3Tail, nullptr};
 
 // Fallback order: MP4, WAV, AIFF, AAC, MP3.
 const ReaderKind kReaders[] = {
     {kWavExtensions, &Make<WavInfo>},
     {kAifExtensions, &Make<AifInfo>},
     {kAacExtensions, &Make<AacInfo>},
+    {kMp3Extensions, &Make<Mp3Info>},
 };
 
 bool Names(const ReaderKind& kind, const char* extension) {

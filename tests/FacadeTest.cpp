@@ -3,6 +3,9 @@
 #include <cstring>
 
 #include "MediaFileInfo.h"
+#include "Id3Builder.h"
+#include "Mp3Builder.h"
+#include "Mp3Info.h"
 #include "TestFiles.h"
 #include "WavBuilder.h"
 
@@ -72,8 +75,8 @@ TEST(Facade, LongNameWithoutDotIsABadArgument) {
 TEST(Facade, LeadingDotIsNotAnExtension) {
     MediaFileInfo facade;
     // Position 0 is never examined: ".wav" is a bare name of four characters,
-    // which names the WAV reader; no such file exists, so every reader tried
-    // fails to open it.
+    // which names the WAV reader; the file is missing, so the trial ends with
+    // the MP3 reader's code.
     EXPECT_EQ(facade.LoadFile(".wav"), MFI_OPEN_FAILED);
     EXPECT_STREQ(facade.m_extension, ".wav");
 }
@@ -95,7 +98,69 @@ TEST(Facade, MissingWavFileEndsWithTheLastReadersCode) {
     TempDir dir;
     MediaFileInfo facade;
     const int status = facade.LoadFile(dir.file("missing.wav").c_str());
-    EXPECT_NE(status, MFI_OK);
+    // MP3 is the last reader tried; it cannot open the file.
+    EXPECT_EQ(status, MFI_OPEN_FAILED);
+    EXPECT_NE(dynamic_cast<Mp3Info*>(facade.m_reader), nullptr);
+}
+
+// Nine CD-quality frames at the start of a 12 KB file: an MP3 the reader accepts.
+Bytes SmallMp3() { return PadTo(Mp3Frames(Mp3Header{}, 417, 9), 3 * 4096); }
+
+TEST(Facade, UpperCaseMp3ExtensionLoadsThroughTheMp3Reader) {
+    TempDir dir;
+    const std::string p = dir.write("Song.MP3", SmallMp3());
+    MediaFileInfo facade;
+    EXPECT_EQ(facade.LoadFile(p.c_str()), MFI_OK);
+    EXPECT_STREQ(facade.m_extension, ".mp3");
+    EXPECT_NE(dynamic_cast<Mp3Info*>(facade.m_reader), nullptr);
+    EXPECT_STREQ(facade.GetFileInfo()->fileType, "MP3");
+    EXPECT_STREQ(facade.GetFileInfo()->title, "Song");
+    EXPECT_EQ(facade.IsAudio(), 1);
+}
+
+// A FORM/AIFF header whose first chunk declares size 0: the AIFF reader
+// refuses it (10) instead of letting it through as a non-AIFF file.
+Bytes BrokenAiffHeader() {
+    ByteWriter w;
+    w.str("FORM").be32(0).str("AIFF").str("COMM").be32(0);
+    return w.take();
+}
+
+TEST(Facade, Mp3NamedWavIsTakenByTheLenientAiffReader) {
+    TempDir dir;
+    const std::string p = dir.write("track.wav", SmallMp3());
+    MediaFileInfo facade;
+    // The AIFF reader, tried before MP3, accepts any file that is not a FORM.
+    EXPECT_EQ(facade.LoadFile(p.c_str()), MFI_OK);
+    EXPECT_EQ(dynamic_cast<Mp3Info*>(facade.m_reader), nullptr);
+    EXPECT_STREQ(facade.GetFileInfo()->fileType, "");
+    EXPECT_STREQ(facade.GetFileInfo()->title, "track");
+}
+
+TEST(Facade, Mp3BehindABrokenAiffHeaderIsFoundByTheLastReader) {
+    TempDir dir;
+    const std::string p = dir.write("track.wav", PadTo(Join({BrokenAiffHeader(), Mp3Frames(Mp3Header{}, 417, 9)}), 3 * 4096));
+    MediaFileInfo facade;
+    EXPECT_EQ(facade.LoadFile(p.c_str()), MFI_OK);
+    EXPECT_NE(dynamic_cast<Mp3Info*>(facade.m_reader), nullptr);
+    EXPECT_STREQ(facade.GetFileInfo()->fileType, "MP3");
+}
+
+TEST(Facade, FileNoReaderAcceptsReturnsTheMp3ReadersCode) {
+    TempDir dir;
+    MediaFileInfo facade;
+    // 16 bytes: too short for every reader; the MP3 reader answers last (6).
+    const std::string small = dir.write("tiny.wav", Bytes(16, 0x20));
+    EXPECT_EQ(facade.LoadFile(small.c_str()), MFI_SHORT_FILE);
+    // 5000 bytes behind a broken AIFF header, without a frame: not an MP3 (10).
+    const std::string junk = dir.write("noise.wav", PadTo(BrokenAiffHeader(), 5000, 0x20));
+    EXPECT_EQ(facade.LoadFile(junk.c_str()), MFI_NOT_THIS_FORMAT);
+    Mp3Info* mp3 = dynamic_cast<Mp3Info*>(facade.m_reader);
+    ASSERT_NE(mp3, nullptr);
+    EXPECT_EQ(facade.IsAudio(), 0);
+    EXPECT_EQ(facade.IsAudio(), mp3->IsAudio());
+    EXPECT_EQ(facade.GetFileInfo(), mp3->GetFileInfo());
+    EXPECT_EQ(facade.GetFileInfo()->fileSize, 5000u);
 }
 
 TEST(Facade, ASecondLoadReleasesTheFirstReader) {
