@@ -34,6 +34,8 @@ class ToolSet : public Tool {
 protected:
     // Runs the tool, keeping its standard error.
     ToolRun Run(const std::string& arguments) { return RunTool(arguments, dir_.file("stderr.txt")); }
+    // An MP3 file without tags, song.mp3 in the test's folder.
+    std::string WriteUntagged() { return dir_.write("song.mp3", UntaggedMp3()); }
     // A copy of an MP3 fixture in the test's folder.
     std::string CopyFixture(const std::string& name) {
         const std::string path = dir_.file(name);
@@ -42,7 +44,7 @@ protected:
     }
     // Usage errors exit 2 before the file is read or written.
     void ExpectUsageError(const std::string& arguments, const std::string& message) {
-        const std::string path = dir_.write("song.mp3", UntaggedMp3());
+        const std::string path = WriteUntagged();
         const ToolRun run = Run(arguments + " " + path);
         EXPECT_EQ(run.exitCode, 2) << arguments;
         EXPECT_NE(run.err.find(message), std::string::npos) << arguments << ": " << run.err;
@@ -84,7 +86,7 @@ TEST_F(ToolSet, WritesIntoACopyOfATaggedMp3AndKeepsTheOriginalAsBackup) {
 }
 
 TEST_F(ToolSet, NoBackupWritesInPlaceAndListsTheFile) {
-    const std::string path = dir_.write("song.mp3", UntaggedMp3());
+    const std::string path = WriteUntagged();
     const ToolRun run = Run("--set title=New --set 'comment=Hello world' --no-backup " + path);
     ASSERT_EQ(run.exitCode, 0) << run.err;
     EXPECT_FALSE(fs::exists(path + ".bak"));
@@ -100,14 +102,14 @@ TEST_F(ToolSet, NoBackupWritesInPlaceAndListsTheFile) {
 }
 
 TEST_F(ToolSet, LongTextsAreCutTo127Characters) {
-    const std::string path = dir_.write("song.mp3", UntaggedMp3());
+    const std::string path = WriteUntagged();
     const ToolRun run = Run("--json --no-backup --set title=" + std::string(200, 'x') + " " + path);
     ASSERT_EQ(run.exitCode, 0) << run.err;
     EXPECT_EQ(ReadBack(run)["record"]["title"], std::string(127, 'x'));
 }
 
 TEST_F(ToolSet, Utf8TextIsStoredAsLatin1) {
-    const std::string path = dir_.write("song.mp3", UntaggedMp3());
+    const std::string path = WriteUntagged();
     const ToolRun run = Run("--json --no-backup --set 'artist=Caf\xC3\xA9' " + path);
     ASSERT_EQ(run.exitCode, 0) << run.err;
     EXPECT_EQ(ReadBack(run)["record"]["artist"], "Caf\xC3\xA9");
@@ -117,7 +119,7 @@ TEST_F(ToolSet, Utf8TextIsStoredAsLatin1) {
 }
 
 TEST_F(ToolSet, TextWithoutALatin1FormIsAUsageError) {
-    const std::string path = dir_.write("song.mp3", UntaggedMp3());
+    const std::string path = WriteUntagged();
     const ToolRun run = Run("--set 'title=\xE2\x82\xAC' " + path);  // the euro sign
     EXPECT_EQ(run.exitCode, 2);
     EXPECT_EQ(ReadAll(path), UntaggedMp3());
@@ -152,7 +154,7 @@ TEST_F(ToolSet, WavStoresNoTagsAndKeepsNoBackup) {
 }
 
 TEST_F(ToolSet, ExistingBackupIsNeverReplaced) {
-    const std::string path = dir_.write("song.mp3", UntaggedMp3());
+    const std::string path = WriteUntagged();
     const std::string backup = dir_.write("song.mp3.bak", Bytes{'o', 'l', 'd'});
     const ToolRun run = Run("--set title=New " + path);
     EXPECT_EQ(run.exitCode, 1);
@@ -163,10 +165,17 @@ TEST_F(ToolSet, ExistingBackupIsNeverReplaced) {
 
 TEST_F(ToolSet, LargestTrackComesBackThroughTheSignedTrackByte) {
     // 65535 keeps its low byte 255 in ID3v1, read as -1: 65535 in 16 bits.
-    const std::string path = dir_.write("song.mp3", UntaggedMp3());
+    const std::string path = WriteUntagged();
     const ToolRun run = Run("--json --no-backup --set track=65535 " + path);
     ASSERT_EQ(run.exitCode, 0) << run.err;
     EXPECT_EQ(ReadBack(run)["record"]["trackNumber"], 65535);
+}
+
+TEST_F(ToolSet, TrackMayHaveLeadingZeros) {
+    const std::string path = WriteUntagged();
+    const ToolRun run = Run("--json --no-backup --set track=0000007 " + path);
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(ReadBack(run)["record"]["trackNumber"], 7);
 }
 
 TEST_F(ToolSet, UnknownFieldIsAUsageError) {
@@ -179,7 +188,7 @@ TEST_F(ToolSet, AssignmentWithoutValueSignIsAUsageError) {
 }
 
 TEST_F(ToolSet, TrackThatIsNotANumberUpTo65535IsAUsageError) {
-    for (const char* track : {"12a", "65536", "-1", "", " 7", "+7", "100000"}) {
+    for (const char* track : {"12a", "65536", "-1", "", " 7", "+7", "100000", "99999999999999999999999"}) {
         ExpectUsageError(std::string("--set 'track=") + track + "'", "the track is a decimal number from 0 to 65535");
     }
 }

@@ -392,13 +392,13 @@ bool ToLatin1(const std::string& value, std::string& out) {
 
 // A track number: decimal digits only, 0 to 65535 (the record's 16 bits).
 bool ParseTrack(const std::string& value, unsigned short& track) {
-    if (value.empty() || value.size() > 5) return false;
+    if (value.empty()) return false;
     unsigned long n = 0;
     for (char c : value) {
         if (c < '0' || c > '9') return false;
         n = n * 10 + static_cast<unsigned long>(c - '0');
+        if (n > 65535) return false;  // also keeps long digit strings from overflowing
     }
-    if (n > 65535) return false;
     track = static_cast<unsigned short>(n);
     return true;
 }
