@@ -39,25 +39,12 @@ Bytes Mp3Audio() { return PadTo(Mp3Frames(Mp3Header{}, 417, 24), 3 * 4096); }
 // 100 ADTS frames of 372 bytes: 37200 bytes.
 Bytes AacAudio() { return AdtsStream(AdtsSpec{}, 100); }
 
-struct Mp3Kind {
-    using Reader = Mp3Info;
-    static Bytes Audio() { return Mp3Audio(); }
-    static std::string Name() { return "song.mp3"; }
-};
-struct AacKind {
-    using Reader = AacInfo;
-    static Bytes Audio() { return AacAudio(); }
-    static std::string Name() { return "song.aac"; }
-};
-struct FacadeMp3Kind {
-    using Reader = MediaFileInfo;
-    static Bytes Audio() { return Mp3Audio(); }
-    static std::string Name() { return "song.mp3"; }
-};
-struct FacadeAacKind {
-    using Reader = MediaFileInfo;
-    static Bytes Audio() { return AacAudio(); }
-    static std::string Name() { return "song.aac"; }
+// A reader, and whether it is given an MP3 stream or an AAC one.
+template <class R, bool kMp3>
+struct ReaderAndStream {
+    using Reader = R;
+    static Bytes Audio() { return kMp3 ? Mp3Audio() : AacAudio(); }
+    static std::string Name() { return kMp3 ? "song.mp3" : "song.aac"; }
 };
 
 template <class Kind>
@@ -74,19 +61,28 @@ protected:
     RoundTrip Change(const std::string& path, const std::function<void(MediaFileInfo_st&)>& change) {
         return WriteAndReload<Reader>(path, change);
     }
+    // Loads the file, lets `meddle` change what lies at its path, then hands
+    // the loaded record back to SetId3Info.
+    int SetAfter(const std::string& path, const std::function<void(const std::string&)>& meddle) {
+        Reader reader;
+        EXPECT_EQ(reader.LoadFile(path.c_str()), MFI_OK);
+        MediaFileInfo_st record = *reader.GetFileInfo();
+        meddle(path);
+        return reader.SetId3Info(&record);
+    }
     size_t audioSize_ = 0;
     TempDir dir_;
 };
 
-using Kinds = testing::Types<Mp3Kind, AacKind, FacadeMp3Kind, FacadeAacKind>;
+using Kinds = testing::Types<ReaderAndStream<Mp3Info, true>, ReaderAndStream<AacInfo, false>,
+                             ReaderAndStream<MediaFileInfo, true>, ReaderAndStream<MediaFileInfo, false>>;
 class KindNames {
 public:
     template <class T>
     static std::string GetName(int) {
-        if (std::is_same<T, Mp3Kind>()) return "Mp3Info";
-        if (std::is_same<T, AacKind>()) return "AacInfo";
-        if (std::is_same<T, FacadeMp3Kind>()) return "FacadeMp3";
-        return "FacadeAac";
+        const std::string stream = T::Name() == "song.mp3" ? "Mp3" : "Aac";
+        if (std::is_same<typename T::Reader, MediaFileInfo>()) return "Facade" + stream;
+        return stream + "Info";
     }
 };
 TYPED_TEST_SUITE(TagRoundTrip, Kinds, KindNames);
@@ -103,6 +99,11 @@ Bytes WrittenFrame(const std::string& id, const std::string& text) {
     ByteWriter w;
     w.fixed(id, 4).be32(static_cast<uint32_t>(text.size() + 1)).be16(0).u8(0).str(text);
     return w.take();
+}
+
+// A change that gives the record a new title and nothing else.
+std::function<void(MediaFileInfo_st&)> NewTitle(const std::string& title) {
+    return [title](MediaFileInfo_st& f) { MediaFileInfoBase::CopyField(f.title, title.c_str()); };
 }
 
 constexpr Tags kNoTags = {"song", "", "", "", "", "", "", "", 0};
@@ -200,7 +201,7 @@ TYPED_TEST(TagRoundTrip, Id3v22FramesAreWrittenBackUnderTheirThreeLetterIds) {
     s.padding = 20;  // body 41
     const std::string path =
         this->Write(BuildId3v2(s), BuildId3v1(Id3v1Spec{"V1 Title", "V1 Artist", "V1 Album", "1990", "note", 4, 13}));
-    const RoundTrip r = this->Change(path, [](MediaFileInfo_st& f) { MediaFileInfoBase::CopyField(f.title, "New title"); });
+    const RoundTrip r = this->Change(path, NewTitle("New title"));
     ASSERT_EQ(r.loadStatus, MFI_OK);
     ExpectTags(r.loaded, {"Old", "Band", "V1 Album", "Pop", "", "1990", "note", "", 4});
     EXPECT_EQ(r.setStatus, MFI_OK);
@@ -220,7 +221,7 @@ TYPED_TEST(TagRoundTrip, Id3v2OnlyFileShrinksItsTagAndGainsAnId3v1Tag) {
     Id3v2Spec s;
     s.frames = {TextFrame("TIT2", "A long old title"), TextFrame("TPE1", "Artist"), TextFrame("TALB", "Album")};
     const std::string path = this->Write(BuildId3v2(s));  // body 60, no padding
-    const RoundTrip r = this->Change(path, [](MediaFileInfo_st& f) { MediaFileInfoBase::CopyField(f.title, "Short"); });
+    const RoundTrip r = this->Change(path, NewTitle("Short"));
     ASSERT_EQ(r.loadStatus, MFI_OK);
     // Without an ID3v1 tag nothing was copied: artist and album are empty in
     // the record, so the write empties their frames.
@@ -260,7 +261,7 @@ TYPED_TEST(TagRoundTrip, TrackKeepsOnlyItsLowEightBits) {
 TYPED_TEST(TagRoundTrip, LongTitleKeepsAll127CharactersInTheId3v2Frame) {
     const std::string path = this->Write({});
     const std::string title(127, 'x');
-    const RoundTrip r = this->Change(path, [&title](MediaFileInfo_st& f) { MediaFileInfoBase::CopyField(f.title, title.c_str()); });
+    const RoundTrip r = this->Change(path, NewTitle(title));
     ASSERT_EQ(r.reloadStatus, MFI_OK);
     EXPECT_EQ(std::string(r.reloaded.title), title);  // ID3v1 holds 29 of them
     EXPECT_EQ(Slice(r.file, 0, 18), Join({WrittenHeader(1, 10), Bytes{'T', 'I', 'T', '2', 0, 0, 1, 0}}));  // 138; 128
@@ -268,22 +269,19 @@ TYPED_TEST(TagRoundTrip, LongTitleKeepsAll127CharactersInTheId3v2Frame) {
 
 TYPED_TEST(TagRoundTrip, DeletedFileCannotBeOpenedForWriting) {
     const std::string path = this->Write({});
-    typename TestFixture::Reader reader;
-    ASSERT_EQ(reader.LoadFile(path.c_str()), MFI_OK);
-    MediaFileInfo_st record = *reader.GetFileInfo();
-    ASSERT_EQ(std::remove(path.c_str()), 0);
-    EXPECT_EQ(reader.SetId3Info(&record), MFI_OPEN_FAILED);
+    EXPECT_EQ(this->SetAfter(path, [](const std::string& p) { ASSERT_EQ(std::remove(p.c_str()), 0); }),
+              MFI_OPEN_FAILED);
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
 TYPED_TEST(TagRoundTrip, FileReplacedByADirectoryCannotBeOpenedForWriting) {
     const std::string path = this->Write({});
-    typename TestFixture::Reader reader;
-    ASSERT_EQ(reader.LoadFile(path.c_str()), MFI_OK);
-    MediaFileInfo_st record = *reader.GetFileInfo();
-    ASSERT_EQ(std::remove(path.c_str()), 0);
-    ASSERT_TRUE(std::filesystem::create_directory(path));
-    EXPECT_EQ(reader.SetId3Info(&record), MFI_OPEN_FAILED);
+    EXPECT_EQ(this->SetAfter(path,
+                             [](const std::string& p) {
+                                 ASSERT_EQ(std::remove(p.c_str()), 0);
+                                 ASSERT_TRUE(std::filesystem::create_directory(p));
+                             }),
+              MFI_OPEN_FAILED);
     EXPECT_TRUE(std::filesystem::is_directory(path));
 }
 
@@ -355,7 +353,9 @@ TEST(TagWrite, WavStoresNoTags) {
     ExpectStoresNoTags("a.wav", BuildWav(s));
 }
 
-TEST(TagWrite, AiffStoresNoTags) { ExpectStoresNoTags("a.aif", AiffBuilder().comm(1, 16, 8000.0).ssnd(0, 400).build()); }
+TEST(TagWrite, AiffStoresNoTags) {
+    ExpectStoresNoTags("a.aif", AiffBuilder().comm(1, 16, 8000.0).ssnd(0, 400).build());
+}
 
 TEST(TagWrite, Mp3TakenByTheLenientAiffReaderStoresNoTags) {
     // Named .wav, an MP3 stream is let through by the AIFF reader first.
