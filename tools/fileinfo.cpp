@@ -15,8 +15,10 @@
 #include <system_error>
 #include <vector>
 
+#include "AacInfo.h"
 #include "JudgeInfo.h"
 #include "MediaFileInfo.h"
+#include "Mp3Info.h"
 
 namespace fs = std::filesystem;
 using nlohmann::ordered_json;
@@ -447,6 +449,10 @@ void ApplyTagEdits(const std::vector<TagEdit>& edits, MediaFileInfo_st& record) 
     }
 }
 
+bool StoresTags(MediaFileInfoBase* reader) {
+    return dynamic_cast<Mp3Info*>(reader) != nullptr || dynamic_cast<AacInfo*>(reader) != nullptr;
+}
+
 bool SameContents(const std::string& a, const std::string& b) {
     std::ifstream first(a, std::ios::binary), second(b, std::ios::binary);
     if (!first || !second) return false;
@@ -500,13 +506,14 @@ int SetTags(const std::string& path, const std::vector<TagEdit>& edits, bool bac
 
     const int status = facade.SetId3Info(&record);
     if (status == MFI_UNREADABLE) {
-        const std::string type = RecordText(record.fileType);
-        const bool tagFormat = type == "MP3" || type == "AAC";
-        if (tagFormat) {
+        // Only the MP3 and AAC readers own a tag writer; from them 0 means
+        // the record's fields could not be taken.
+        if (StoresTags(facade.m_reader)) {
             std::cerr << "fileinfo: " << path << ": the tag writer took none of the fields; nothing was written\n";
         } else {
-            std::cerr << "fileinfo: " << path << ": the format of this file" << (type.empty() ? "" : " (" + type + ")")
-                      << " stores no tags; nothing was written\n";
+            const std::string type = RecordText(record.fileType);
+            std::cerr << "fileinfo: " << path << ": the format of this file"
+                      << (type.empty() ? std::string() : " (" + type + ")") << " stores no tags; nothing was written\n";
         }
         // Nothing was written, so the backup is an identical copy.
         if (backup && SameContents(path, backupPath) && fs::remove(backupPath, error)) {
