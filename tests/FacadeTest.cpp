@@ -4,6 +4,7 @@
 
 #include "AifInfo.h"
 #include "MediaFileInfo.h"
+#include "Id3Builder.h"
 #include "Mp3Builder.h"
 #include "Mp3Info.h"
 #include "Mp4Info.h"
@@ -120,6 +121,14 @@ TEST(Facade, UpperCaseMp3ExtensionLoadsThroughTheMp3Reader) {
     EXPECT_EQ(facade.IsAudio(), 1);
 }
 
+// A FORM/AIFF header whose first chunk declares size 0: the AIFF reader
+// refuses it (10) instead of letting it through as a non-AIFF file.
+Bytes BrokenAiffHeader() {
+    ByteWriter w;
+    w.str("FORM").be32(0).str("AIFF").str("COMM").be32(0);
+    return w.take();
+}
+
 TEST(Facade, Mp3NamedWavIsTakenByTheLenientAiffReader) {
     // The fallback tries AIFF before MP3, and the AIFF reader accepts every
     // file longer than 16 bytes that is not a FORM file, with only its title.
@@ -131,6 +140,17 @@ TEST(Facade, Mp3NamedWavIsTakenByTheLenientAiffReader) {
     EXPECT_STREQ(facade.GetFileInfo()->fileType, "");
     EXPECT_STREQ(facade.GetFileInfo()->title, "track");
     EXPECT_EQ(facade.IsAudio(), 0);
+}
+
+TEST(Facade, Mp3BehindABrokenAiffHeaderIsFoundByTheLastReader) {
+    TempDir dir;
+    const std::string p =
+        dir.write("track.wav", PadTo(Join({BrokenAiffHeader(), Mp3Frames(Mp3Header{}, 417, 9)}), 3 * 4096));
+    MediaFileInfo facade;
+    EXPECT_EQ(facade.LoadFile(p.c_str()), MFI_OK);
+    EXPECT_NE(dynamic_cast<Mp3Info*>(facade.m_reader), nullptr);
+    EXPECT_STREQ(facade.GetFileInfo()->fileType, "MP3");
+    EXPECT_EQ(facade.IsAudio(), 1);
 }
 
 TEST(Facade, FileNoReaderAcceptsReturnsTheMp3ReadersCode) {

@@ -6,18 +6,22 @@
 
 #include <array>
 #include <cstdio>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <sys/wait.h>
 
 struct ToolRun {
     std::string out;
     int exitCode = -1;
+    std::string err;  // only when asked for
 };
 
-// Standard error is discarded; arguments are passed to the shell as given.
-inline ToolRun RunTool(const std::string& arguments) {
+// Arguments are passed to the shell as given. Standard error goes to
+// `errorFile` and is kept in `err`; by default it is discarded.
+inline ToolRun RunTool(const std::string& arguments, const std::string& errorFile = "/dev/null") {
     ToolRun run;
-    const std::string command = std::string(FILEINFO_TOOL_PATH) + " " + arguments + " 2>/dev/null";
+    const std::string command = std::string(FILEINFO_TOOL_PATH) + " " + arguments + " 2>" + errorFile;
     FILE* pipe = popen(command.c_str(), "r");
     if (pipe == nullptr) return run;
     std::array<char, 4096> chunk;
@@ -25,6 +29,10 @@ inline ToolRun RunTool(const std::string& arguments) {
     while ((n = fread(chunk.data(), 1, chunk.size(), pipe)) > 0) run.out.append(chunk.data(), n);
     const int status = pclose(pipe);
     run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    if (errorFile != "/dev/null") {
+        std::ifstream in(errorFile, std::ios::binary);
+        run.err.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    }
     return run;
 }
 

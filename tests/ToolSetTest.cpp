@@ -1,0 +1,210 @@
+// fileinfo --set: tags written through the library into one file, the
+// original kept in PATH.bak, and the record printed as read back.
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include <filesystem>
+#include <string>
+
+#include "Id3Builder.h"
+#include "Mp3Builder.h"
+#include "TestFiles.h"
+#include "ToolRun.h"
+#include "WavBuilder.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string Fixture(const std::string& name) { return std::string(FILEINFO_FIXTURES_DIR) + "/mp3/" + name; }
+
+// 24 CD-quality frames padded with zeros to 12288 bytes, without tags.
+Bytes UntaggedMp3() { return PadTo(Mp3Frames(Mp3Header{}, 417, 24), 3 * 4096); }
+
+// The JSON object of the read-back listing: the last line of the output
+// (the library may print a warning line of its own before it).
+nlohmann::json ReadBack(const ToolRun& run) {
+    std::string out = run.out;
+    while (!out.empty() && out.back() == '\n') out.pop_back();
+    return nlohmann::json::parse(out.substr(out.rfind('\n') == std::string::npos ? 0 : out.rfind('\n') + 1));
+}
+
+class ToolSet : public Tool {
+protected:
+    // Runs the tool, keeping its standard error.
+    ToolRun Run(const std::string& arguments) { return RunTool(arguments, dir_.file("stderr.txt")); }
+    // An MP3 file without tags, song.mp3 in the test's folder.
+    std::string WriteUntagged() { return dir_.write("song.mp3", UntaggedMp3()); }
+    // A copy of an MP3 fixture in the test's folder.
+    std::string CopyFixture(const std::string& name) {
+        const std::string path = dir_.file(name);
+        fs::copy_file(Fixture(name), path);
+        return path;
+    }
+    // Usage errors exit 2 before the file is read or written.
+    void ExpectUsageError(const std::string& arguments, const std::string& message) {
+        const std::string path = WriteUntagged();
+        const ToolRun run = Run(arguments + " " + path);
+        EXPECT_EQ(run.exitCode, 2) << arguments;
+        EXPECT_NE(run.err.find(message), std::string::npos) << arguments << ": " << run.err;
+        EXPECT_EQ(ReadAll(path), UntaggedMp3());
+        EXPECT_FALSE(fs::exists(path + ".bak"));
+    }
+    TempDir dir_;
+};
+
+TEST_F(ToolSet, WritesIntoACopyOfATaggedMp3AndKeepsTheOriginalAsBackup) {
+    const std::string path = CopyFixture("tagged-id3v2.mp3");
+    const ToolRun run = Run("--json --set title=New --set track=12 " + path);
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_NE(run.err.find("backup of " + path + " written to " + path + ".bak"), std::string::npos) << run.err;
+    EXPECT_EQ(ReadAll(path + ".bak"), ReadAll(Fixture("tagged-id3v2.mp3")));
+
+    // The tag written by id3v2 (body 1990 bytes): the title frame shrinks by
+    // 7, the track frame becomes the byte 12, the genre frame "(17)" names no
+    // genre and goes, an empty lyrics frame is appended (+11): the tag grows
+    // by 4 and the file by 4 and one 1024-byte block.
+    const nlohmann::json j = ReadBack(run);
+    EXPECT_EQ(j["status"], 1);
+    const nlohmann::json& r = j["record"];
+    EXPECT_EQ(r["fileType"], "MP3");
+    EXPECT_EQ(r["fileSize"], 26752 + 4 + 1024);
+    EXPECT_EQ(ReadAll(path).size(), 26752u + 4 + 1024);
+    EXPECT_EQ(r["title"], "New");
+    EXPECT_EQ(r["artist"], "The Testers");
+    EXPECT_EQ(r["album"], "Fixtures");
+    // ID3v1 genre 40, the row the record held; no genre frame is left.
+    EXPECT_EQ(r["genre"], "Alternative Rock");
+    EXPECT_EQ(r["year"], "2009");  // the year frame; ID3v1 says "ade "
+    // The record's "ade for tests" went into the comment frame, which reads
+    // from its sixth character.
+    EXPECT_EQ(r["comment"], "or tests");
+    EXPECT_EQ(r["lyrics"], "");
+    EXPECT_EQ(r["composer"], "");
+    EXPECT_EQ(r["trackNumber"], 12);
+}
+
+TEST_F(ToolSet, NoBackupWritesInPlaceAndListsTheFile) {
+    const std::string path = WriteUntagged();
+    const ToolRun run = Run("--set title=New --set 'comment=Hello world' --no-backup " + path);
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_FALSE(fs::exists(path + ".bak"));
+    EXPECT_EQ(run.err.find("backup"), std::string::npos) << run.err;
+    // ID3v1 appended (128), a title frame of 14 bytes, one block more.
+    EXPECT_EQ(ReadAll(path).size(), 12288u + 128 + 14 + 1024);
+    EXPECT_NE(run.out.find(path + "\n  status: 1 (success)\n"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("  title: \"New\"\n"), std::string::npos);
+    // The comment over the ID3v1 year: "Hell" and "o world".
+    EXPECT_NE(run.out.find("  year: \"Hell\"\n"), std::string::npos);
+    EXPECT_NE(run.out.find("  comment: \"o world\"\n"), std::string::npos);
+    EXPECT_NE(run.out.find("  trackNumber: 0\n"), std::string::npos);
+}
+
+TEST_F(ToolSet, LongTextsAreCutTo127Characters) {
+    const std::string path = WriteUntagged();
+    const ToolRun run = Run("--json --no-backup --set title=" + std::string(200, 'x') + " " + path);
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(ReadBack(run)["record"]["title"], std::string(127, 'x'));
+}
+
+TEST_F(ToolSet, Utf8TextIsStoredAsLatin1) {
+    const std::string path = WriteUntagged();
+    const ToolRun run = Run("--json --no-backup --set 'artist=Caf\xC3\xA9' " + path);
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(ReadBack(run)["record"]["artist"], "Caf\xC3\xA9");
+    // One byte 0xE9 in the ID3v1 artist field (offset 33).
+    const Bytes file = ReadAll(path);
+    EXPECT_EQ(file[file.size() - 128 + 36], 0xE9);
+}
+
+TEST_F(ToolSet, TextWithoutALatin1FormIsAUsageError) {
+    const std::string path = WriteUntagged();
+    const ToolRun run = Run("--set 'title=\xE2\x82\xAC' " + path);  // the euro sign
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_EQ(ReadAll(path), UntaggedMp3());
+}
+
+TEST_F(ToolSet, FileThatDidNotLoadIsRefused) {
+    // Sixteen bytes: every reader refuses them, yet the last one tried would
+    // still write its tags.
+    const std::string path = dir_.write("junk.mp3", Bytes(16, 'x'));
+    const ToolRun run = Run("--set title=New " + path);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_NE(run.err.find("did not load (status 6: cannot stat, or file too short); no tags written"),
+              std::string::npos)
+        << run.err;
+    EXPECT_EQ(ReadAll(path), Bytes(16, 'x'));
+    EXPECT_FALSE(fs::exists(path + ".bak"));
+    EXPECT_EQ(run.out, "");
+}
+
+TEST_F(ToolSet, WavStoresNoTagsAndKeepsNoBackup) {
+    WavSpec s;
+    s.dataBytes = 4000;
+    s.writeData = true;
+    const Bytes wav = BuildWav(s);
+    const std::string path = dir_.write("tone.wav", wav);
+    const ToolRun run = Run("--set title=New " + path);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_NE(run.err.find("the format of this file (WAV) stores no tags; nothing was written"), std::string::npos)
+        << run.err;
+    EXPECT_EQ(ReadAll(path), wav);
+    EXPECT_FALSE(fs::exists(path + ".bak"));
+}
+
+TEST_F(ToolSet, ExistingBackupIsNeverReplaced) {
+    const std::string path = WriteUntagged();
+    const std::string backup = dir_.write("song.mp3.bak", Bytes{'o', 'l', 'd'});
+    const ToolRun run = Run("--set title=New " + path);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_NE(run.err.find("cannot make the backup"), std::string::npos) << run.err;
+    EXPECT_EQ(ReadAll(backup), (Bytes{'o', 'l', 'd'}));
+    EXPECT_EQ(ReadAll(path), UntaggedMp3());
+}
+
+TEST_F(ToolSet, LargestTrackComesBackThroughTheSignedTrackByte) {
+    // 65535 keeps its low byte 255 in ID3v1, read as -1: 65535 in 16 bits.
+    const std::string path = WriteUntagged();
+    const ToolRun run = Run("--json --no-backup --set track=65535 " + path);
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(ReadBack(run)["record"]["trackNumber"], 65535);
+}
+
+TEST_F(ToolSet, TrackMayHaveLeadingZeros) {
+    const std::string path = WriteUntagged();
+    const ToolRun run = Run("--json --no-backup --set track=0000007 " + path);
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(ReadBack(run)["record"]["trackNumber"], 7);
+}
+
+TEST_F(ToolSet, UnknownFieldIsAUsageError) {
+    ExpectUsageError("--set titel=New", "--set titel=New: expected FIELD=VALUE with FIELD one of title, artist, "
+                                        "album, genre, year, comment, composer, lyrics, track");
+}
+
+TEST_F(ToolSet, AssignmentWithoutValueSignIsAUsageError) {
+    ExpectUsageError("--set title", "expected FIELD=VALUE");
+}
+
+TEST_F(ToolSet, TrackThatIsNotANumberUpTo65535IsAUsageError) {
+    for (const char* track : {"12a", "65536", "-1", "", " 7", "+7", "100000", "99999999999999999999999"}) {
+        ExpectUsageError(std::string("--set 'track=") + track + "'", "the track is a decimal number from 0 to 65535");
+    }
+}
+
+TEST_F(ToolSet, FieldGivenTwiceIsAUsageError) {
+    ExpectUsageError("--set title=a --set title=b", "title is given more than once");
+}
+
+TEST_F(ToolSet, MoreThanOnePathIsAUsageError) {
+    ExpectUsageError("--set title=a " + dir_.file("other.mp3"), "exactly one file; 2 paths given");
+}
+
+TEST_F(ToolSet, NoBackupWithoutSetIsAUsageError) { ExpectUsageError("--no-backup", "--no-backup requires --set"); }
+
+TEST_F(ToolSet, SetTogetherWithDeviceIsAUsageError) {
+    ExpectUsageError("--device " + dir_.file("caps.plist") + " --set title=a", "excludes");
+}
+
+}  // namespace
