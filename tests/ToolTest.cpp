@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "TestFiles.h"
 #include "ToolRun.h"
 
 namespace {
@@ -52,6 +53,25 @@ TEST_F(Tool, DirectoryIsWalkedInSortedOrder) {
     }
     ASSERT_GE(paths.size(), 2u);
     EXPECT_TRUE(std::is_sorted(paths.begin(), paths.end()));
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(Tool, LibraryWarningsGoToStandardErrorNotIntoTheJsonLines) {
+    // An atom size of FFFFFFFF makes the MP4 reader's ReadWord print its
+    // warning on the process's standard output.
+    TempDir dir;
+    ByteWriter w;
+    w.be32(0xFFFFFFFFu).str("ftyp").str("qt  ").fill(4096);
+    const std::string p = dir.write("warn.mp4", w.take());
+    const std::string errors = dir.file("stderr.txt");
+    const ToolRun run = RunTool("--json " + p, errors);
+    EXPECT_EQ(run.out.find("ReadWord"), std::string::npos);
+    EXPECT_NO_THROW(nlohmann::json::parse(run.out));
+    const Bytes err = ReadAll(errors);
+    EXPECT_NE(std::string(err.begin(), err.end()).find("ReadWord warning!"), std::string::npos);
 }
 
 }  // namespace

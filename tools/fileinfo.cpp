@@ -3,6 +3,8 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -546,9 +548,72 @@ int SetTagsCommand(const std::vector<std::string>& assignments, const std::vecto
     return SetTags(paths.front(), edits, backup, json);
 }
 
+// The library prints its one warning ("ReadWord warning!") on standard
+// output, where it would break the JSON lines and listings of this tool.
+// While the tool runs, the process's standard output goes to standard
+// error, and the tool's own output to the real standard output through a
+// descriptor saved before the switch.
+class ToolOutput : public std::streambuf {
+public:
+    ToolOutput() {
+        fflush(stdout);
+        fd_ = dup(STDOUT_FILENO);
+        if (fd_ < 0 || dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
+            if (fd_ >= 0) close(fd_);
+            fd_ = -1;
+            return;  // keep writing where we were
+        }
+        previous_ = std::cout.rdbuf(this);
+    }
+    ~ToolOutput() override {
+        if (fd_ < 0) return;
+        sync();
+        std::cout.rdbuf(previous_);
+        fflush(stdout);
+        dup2(fd_, STDOUT_FILENO);
+        close(fd_);
+    }
+    ToolOutput(const ToolOutput&) = delete;
+    ToolOutput& operator=(const ToolOutput&) = delete;
+
+protected:
+    int_type overflow(int_type c) override {
+        if (c != traits_type::eof()) {
+            if (used_ == sizeof buffer_ && !Flush()) return traits_type::eof();
+            buffer_[used_++] = static_cast<char>(c);
+        }
+        return traits_type::not_eof(c);
+    }
+    std::streamsize xsputn(const char* s, std::streamsize n) override {
+        for (std::streamsize i = 0; i < n; ++i) {
+            if (overflow(traits_type::to_int_type(s[i])) == traits_type::eof()) return i;
+        }
+        return n;
+    }
+    int sync() override { return Flush() ? 0 : -1; }
+
+private:
+    bool Flush() {
+        size_t done = 0;
+        while (done < used_) {
+            const ssize_t n = write(fd_, buffer_ + done, used_ - done);
+            if (n <= 0) return false;
+            done += static_cast<size_t>(n);
+        }
+        used_ = 0;
+        return true;
+    }
+
+    int fd_ = -1;
+    std::streambuf* previous_ = nullptr;
+    char buffer_[1 << 16];
+    size_t used_ = 0;
+};
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    ToolOutput output;
     CLI::App app{"Shows what libFileInfo reads from media files."};
     std::vector<std::string> arguments;
     bool json = false;
