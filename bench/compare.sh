@@ -46,8 +46,12 @@ if pkg-config --exists taglib 2>/dev/null; then
   c++ -O2 -std=c++17 -o "$work/taglib-read" "$root/bench/taglib_read.cpp" $(pkg-config --cflags --libs taglib) &&
     { t=$(seconds "$work/taglib-read" "$work/files"); add "TagLib properties+tags" "$(rate "$total" "$t")"; }
 fi
-if python3 -c 'import mutagen' 2>/dev/null; then
-  t=$(seconds python3 -c '
+python=""
+for candidate in python3 /usr/bin/python3; do
+  if "$candidate" -c "import mutagen" 2>/dev/null; then python=$candidate; break; fi
+done
+if [ -n "$python" ]; then
+  t=$(seconds "$python" -c '
 import sys, mutagen
 for line in open(sys.argv[1]):
     try: mutagen.File(line.rstrip("\n"))

@@ -179,7 +179,9 @@ void MediaFileInfoBase::ApplyTitleFallback() {
 }
 
 MediaFileInfo_st* MediaFileInfoBase::NewConstructedRecord() {
-    void* memory = malloc(sizeof(MediaFileInfo_st));
+    // Cleared before construction so that the alignment bytes after
+    // `width` hold a defined value too (records are compared bytewise).
+    void* memory = calloc(1, sizeof(MediaFileInfo_st));
     if (memory == nullptr) return nullptr;
     MediaFileInfo_st* record = new (memory) MediaFileInfo_st();
     record->fileSize = 0;
