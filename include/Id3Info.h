@@ -40,6 +40,10 @@ public:
     int LoadFile(const char* path) override;
     void Destory() override;
     ID3Info_st* GetId3Info();
+    // Copies the eight tag texts (each when present) into the record's
+    // eight tag fields from the title on, and the track into trackNumber:
+    // what the MP3 and AAC readers take from their tags.
+    void CopyTagsTo(MediaFileInfo_st* record);
     void UninitID3Info();
     int ReadId3v1Information(unsigned char* tag);
     int ReadId3v2Information(unsigned char* body, int size);

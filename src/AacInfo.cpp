@@ -40,8 +40,6 @@ constexpr double kBitsPerByte = 8.0;
 // The ADIF duration: bytes over bits per second is a count of 8 seconds.
 constexpr unsigned int kMsPerEightSeconds = 8000;
 
-// Title, artist, album, genre, lyrics, year, comment, composer.
-constexpr int kTagTextCount = 8;
 
 unsigned int SampleRateAt(unsigned int index) { return SAMPLE[index & 0x0F]; }
 
@@ -107,18 +105,7 @@ void AacInfo::LoadTags(const char* path) {
     // The tag reader answers 1 only when it read an ID3v1 tag: a file with
     // only an ID3v2 tag gets none of its texts.
     if (m_id3->LoadFile(path) != MFI_OK || m_id3->HasId3Info() != 1) return;
-    const ID3Info_st* tags = m_id3->GetId3Info();
-    if (tags == nullptr) return;
-    // The eight texts go, in order, into the record's eight tag fields
-    // starting at the title.
-    const char* const entries[kTagTextCount] = {tags->pTitle, tags->pArtist, tags->pAlbum,   tags->pGenre,
-                                    tags->pLyrics, tags->pYear,  tags->pComment, tags->pComposer};
-    char* const fields[kTagTextCount] = {m_fileInfo->title,  m_fileInfo->artist, m_fileInfo->album,   m_fileInfo->genre,
-                             m_fileInfo->lyrics, m_fileInfo->year,   m_fileInfo->comment, m_fileInfo->composer};
-    for (int i = 0; i < kTagTextCount; ++i) {
-        if (entries[i] != nullptr) CopyField(fields[i], entries[i]);
-    }
-    m_fileInfo->trackNumber = static_cast<unsigned short>(tags->nTrack);
+    m_id3->CopyTagsTo(m_fileInfo);
 }
 
 int AacInfo::ReadFrame(unsigned char* buffer) {

@@ -225,6 +225,19 @@ Id3Info::Id3Info() : m_nTagSize(0), m_nFrameCount(0), m_nVersion(3), m_bHasV1(0)
 
 Id3Info::~Id3Info() { Id3Info::Destory(); }
 
+void Id3Info::CopyTagsTo(MediaFileInfo_st* record) {
+    if (record == nullptr || m_pID3Info == nullptr) return;
+    const ID3Info_st& tags = *m_pID3Info;
+    const char* const texts[] = {tags.pTitle,  tags.pArtist, tags.pAlbum,   tags.pGenre,
+                                 tags.pLyrics, tags.pYear,   tags.pComment, tags.pComposer};
+    char* const fields[] = {record->title,  record->artist, record->album,   record->genre,
+                            record->lyrics, record->year,   record->comment, record->composer};
+    for (size_t k = 0; k < sizeof texts / sizeof texts[0]; ++k) {
+        if (texts[k] != nullptr) CopyField(fields[k], texts[k]);
+    }
+    record->trackNumber = static_cast<unsigned short>(tags.nTrack);
+}
+
 ID3Info_st* Id3Info::GetId3Info() { return m_pID3Info; }
 
 bool Id3Info::EnsureId3Info() {

@@ -317,19 +317,7 @@ int Mp3Info::GetDuration() {
     return static_cast<int>(DoubleToUInt32(ms));
 }
 
-void Mp3Info::CopyTags() {
-    const ID3Info_st* tags = m_id3->GetId3Info();
-    if (tags == nullptr) return;
-    const char* const texts[] = {tags->pTitle,  tags->pArtist, tags->pAlbum,   tags->pGenre,
-                                 tags->pLyrics, tags->pYear,   tags->pComment, tags->pComposer};
-    char* const fields[] = {m_fileInfo->title,  m_fileInfo->artist, m_fileInfo->album,
-                            m_fileInfo->genre,  m_fileInfo->lyrics, m_fileInfo->year,
-                            m_fileInfo->comment, m_fileInfo->composer};
-    for (size_t k = 0; k < sizeof texts / sizeof texts[0]; ++k) {
-        if (texts[k] != nullptr) CopyField(fields[k], texts[k]);
-    }
-    m_fileInfo->trackNumber = static_cast<unsigned short>(tags->nTrack);
-}
+void Mp3Info::CopyTags() { m_id3->CopyTagsTo(m_fileInfo); }
 
 void Mp3Info::ScanFrames(unsigned char* buffer) {
     int last = 0;
