@@ -40,7 +40,6 @@ constexpr double kBitsPerByte = 8.0;
 // The ADIF duration: bytes over bits per second is a count of 8 seconds.
 constexpr unsigned int kMsPerEightSeconds = 8000;
 
-
 unsigned int SampleRateAt(unsigned int index) { return SAMPLE[index & 0x0F]; }
 
 }  // namespace
