@@ -32,7 +32,18 @@ for h in "$prefix"/include/FileInfo/*.h; do echo "#include \"$(basename "$h")\""
 echo "int main() { return 0; }" >>"$work/all.cpp"
 c++ -std=c++17 -Wall -Wextra -Werror -I"$prefix/include/FileInfo" -c "$work/all.cpp" -o "$work/all.o"
 
-echo "== exported symbols"
+echo "== exported symbols: the public API and nothing else"
 nm -D --defined-only "$prefix"/lib/libFileInfo.so | awk '{print $3}' | c++filt | sort >"$work/symbols"
+classes='MediaFileInfo|MediaFileInfoBase|WavInfo|AifInfo|Mp3Info|AacInfo|Mp4Info|Id3Info|FileInfoFilter|FileInfo|KEY_VAR_st|ExtFloat_st|MediaFileInfo_st'
+tables='Mp3Tail|AacTail|Mp4Tail|TGPTail|M4vTail|M4aTail|WavTail|AifTail|MovTail|CHANNEL|Mp3FileType|AacFileType'
+tables="$tables|WavFileType|AIFTYPE|AIFFORMAT|FormatType|H264LCFileType|PCM_FORMAT|RiffTag|WavTag|ID3V1TAG"
+tables="$tables|ID3V2Ver2_TAG|ID3V2_TAG|SAMPLE"
+grep -v -E "(^|[ <(])($classes)::|^(typeinfo|typeinfo name|vtable|VTT) for ($classes)\$|^($tables)\$|^strlwr\\(char\\*\\)\$|^(void |bool |char |int )?std::" \
+  "$work/symbols" >"$work/unexpected" || true
 echo "  $(wc -l <"$work/symbols") symbols exported"
+if [ -s "$work/unexpected" ]; then
+  echo "  symbols outside the public API:"
+  sed 's/^/    /' "$work/unexpected"
+  exit 1
+fi
 echo "install check passed"
