@@ -2,8 +2,11 @@
 // list of recognised frames, and writing ID3v1 and ID3v2.3 tags back.
 #include "Id3Info.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 const char* const ID3V1TAG[1] = {"TAG"};
 
@@ -125,15 +128,53 @@ struct TagBody {
     unsigned char At(long k) const { return k >= 0 && k < avail ? bytes[k] : 0; }
 };
 
-// True when the `length` bytes at p, taken as a string (a zero byte ends
-// it), equal one of the ids.
-bool IsKnownId(const TagBody& body, long p, const FrameLayout& layout, char* id) {
-    for (int k = 0; k < layout.idLength; ++k) id[k] = static_cast<char>(body.At(p + k));
-    id[layout.idLength] = '\0';
-    for (int i = 0; i < layout.idCount; ++i) {
-        if (strcmp(id, layout.ids[i]) == 0) return true;
+// The ids of a table packed into integers (first character most
+// significant) and sorted, for a binary search. Every id of both tables has
+// exactly idLength characters, so comparing the packed bytes at a position
+// is the same as comparing them as a string: a zero byte inside them can
+// match no id either way.
+struct PackedIds {
+    std::vector<uint32_t> sorted;
+    // Whether any id starts with this byte: most positions of padding and
+    // unknown data are refused on their first byte alone.
+    bool leads[256] = {};
+
+    explicit PackedIds(const FrameLayout& layout) {
+        for (int i = 0; i < layout.idCount; ++i) {
+            const unsigned char* id = reinterpret_cast<const unsigned char*>(layout.ids[i]);
+            sorted.push_back(Pack(id, layout.idLength));
+            leads[id[0]] = true;
+        }
+        std::sort(sorted.begin(), sorted.end());
     }
-    return false;
+
+    static uint32_t Pack(const unsigned char* bytes, int length) {
+        uint32_t key = 0;
+        for (int k = 0; k < length; ++k) key = (key << 8) | bytes[k];
+        return key;
+    }
+
+    bool Contains(uint32_t key) const { return std::binary_search(sorted.begin(), sorted.end(), key); }
+};
+
+const PackedIds& IdsOf(const FrameLayout& layout) {
+    static const PackedIds v23(kLayoutV23);
+    static const PackedIds v22(kLayoutV22);
+    return layout.idLength == kLayoutV23.idLength ? v23 : v22;
+}
+
+// True when the `length` bytes at p, taken as a string (a zero byte ends
+// it), equal one of the ids. The scan asks this at every byte of padding
+// and unknown data, so it is a table look-up.
+bool IsKnownId(const TagBody& body, long p, const FrameLayout& layout, char* id) {
+    const PackedIds& ids = IdsOf(layout);
+    if (!ids.leads[body.At(p)]) return false;
+    unsigned char bytes[4];
+    for (int k = 0; k < layout.idLength; ++k) bytes[k] = body.At(p + k);
+    if (!ids.Contains(PackedIds::Pack(bytes, layout.idLength))) return false;
+    memcpy(id, bytes, static_cast<size_t>(layout.idLength));
+    id[layout.idLength] = '\0';
+    return true;
 }
 
 // A frame's text: at most maxLength bytes from `start`, ending at the first

@@ -585,8 +585,14 @@ protected:
         return traits_type::not_eof(c);
     }
     std::streamsize xsputn(const char* s, std::streamsize n) override {
-        for (std::streamsize i = 0; i < n; ++i) {
-            if (overflow(traits_type::to_int_type(s[i])) == traits_type::eof()) return i;
+        std::streamsize done = 0;
+        while (done < n) {
+            if (used_ == sizeof buffer_ && !Flush()) return done;
+            const size_t room = sizeof buffer_ - used_;
+            const size_t take = std::min(room, static_cast<size_t>(n - done));
+            memcpy(buffer_ + used_, s + done, take);
+            used_ += take;
+            done += static_cast<std::streamsize>(take);
         }
         return n;
     }
