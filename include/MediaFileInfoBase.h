@@ -32,6 +32,9 @@ public:
     static const char* GetChannel(unsigned int channels);
     // Stores the low 32 bits of the file size into (*info)->fileSize.
     static int GetFileStorageInfo(MediaFileInfo_st** info, const char* path);
+    // The same, for a reader that already holds the file open: asks the open
+    // descriptor (no second path look-up) and falls back to the path.
+    static int GetFileStorageInfo(MediaFileInfo_st** info, const char* path, FILE* open);
     // Skips a leading ID3v2 tag: seeks to the decoded tag size (10 bytes short
     // of the tag's end, which the frame searches cope with) and refills.
     int OverleapID3V2(char** buffer);
@@ -56,6 +59,10 @@ public:
     // Big-endian 32-bit read without ReadWord's warning: for scans over
     // arbitrary bytes, where all-ones words are ordinary data.
     static unsigned int ReadBigEndian32(const unsigned char* p);
+    // fopen(path, "rb") without stdio's own buffer: every reader reads in
+    // blocks of its own, so each fread becomes one read of the file, with
+    // no block-aligned split reads and no extra fstat behind them.
+    static FILE* OpenForReading(const char* path);
     // Puts the file's name into the record's title when the title is empty.
     void ApplyTitleFallback();
     // Records are malloc'ed so that Destory can free them whatever made them.

@@ -71,7 +71,7 @@ int AacInfo::LoadFile(const char* path) {
     GetFileStorageInfo(&m_fileInfo, path);
     LoadTags(path);
 
-    m_file = fopen(path, "rb");
+    m_file = OpenForReading(path);
     if (m_file == nullptr) return MFI_OPEN_FAILED;
 
     int result;

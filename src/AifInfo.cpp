@@ -70,7 +70,7 @@ int AifInfo::LoadFile(const char* path) {
     if (m_fileInfo != nullptr || m_filePath != nullptr) Destory();
 
     m_filePath = strdup(path);
-    m_file = fopen(path, "rb");
+    m_file = OpenForReading(path);
     if (m_file == nullptr) return MFI_OPEN_FAILED;
 
     int result;
@@ -81,7 +81,7 @@ int AifInfo::LoadFile(const char* path) {
                (m_fileInfo = NewZeroedRecord()) == nullptr) {
         result = MFI_NO_MEMORY;
     } else {
-        GetFileStorageInfo(&m_fileInfo, path);
+        GetFileStorageInfo(&m_fileInfo, path, m_file);
         m_bufferSize = static_cast<unsigned int>(fread(buffer, 1, kBufferSize, m_file));
         if (m_bufferSize <= kShortestLoad) {
             result = MFI_SHORT_FILE;

@@ -300,7 +300,7 @@ int Id3Info::LoadFile(const char* path) {
     // any other earlier load is released here.
     free(m_filePath);
     m_filePath = strdup(path);
-    m_file = fopen(path, "rb");
+    m_file = OpenForReading(path);
     if (m_file == nullptr) return MFI_UNREADABLE;
 
     const int v1Status = LoadId3v1();

@@ -110,6 +110,14 @@ int MediaFileInfoBase::GetFileStorageInfo(MediaFileInfo_st** info, const char* p
     return MFI_OK;
 }
 
+int MediaFileInfoBase::GetFileStorageInfo(MediaFileInfo_st** info, const char* path, FILE* open) {
+    if (path == nullptr || info == nullptr || *info == nullptr) return MFI_BAD_ARGUMENT;
+    struct stat st;
+    if (open == nullptr || fstat(fileno(open), &st) != 0) return GetFileStorageInfo(info, path);
+    (*info)->fileSize = static_cast<unsigned int>(st.st_size);
+    return MFI_OK;
+}
+
 int MediaFileInfoBase::OverleapID3V2(char** buffer) {
     if (buffer == nullptr || *buffer == nullptr) return MFI_BAD_ARGUMENT;
     const unsigned char* b = reinterpret_cast<const unsigned char*>(*buffer);
@@ -167,6 +175,12 @@ unsigned int MediaFileInfoBase::ReadBigEndian32(const unsigned char* p) {
 
 unsigned int MediaFileInfoBase::ReadHalf(const unsigned char* p) {
     return (static_cast<unsigned int>(p[0]) << 8) | p[1];
+}
+
+FILE* MediaFileInfoBase::OpenForReading(const char* path) {
+    FILE* file = fopen(path, "rb");
+    if (file != nullptr) setvbuf(file, nullptr, _IONBF, 0);
+    return file;
 }
 
 void MediaFileInfoBase::ApplyTitleFallback() {

@@ -366,7 +366,7 @@ int Mp3Info::LoadFile(const char* path) {
         CopyTags();
     }
 
-    m_file = fopen(path, "rb");
+    m_file = OpenForReading(path);
     if (m_file == nullptr) return MFI_OPEN_FAILED;
     fseek(m_file, 0, SEEK_SET);
 

@@ -260,11 +260,16 @@ unsigned int DecimalValue(const char* text) {
 // A walk is deterministic: when the reader comes back to a state it was in
 // before (every field, the record, the buffer and the file position), it
 // would go round the same steps for ever. This notices it (Brent's method:
-// a mark taken after 1, 2, 4, 8 ... steps, compared at every step), so the
-// walk can end as if the data had run out. Walks that end by themselves
-// never repeat a state, so their results are untouched.
+// a mark taken after 64, 128, 256 ... steps, compared at every step), so
+// the walk can end as if the data had run out. Walks that end by themselves
+// never repeat a state, so their results are untouched. The first mark waits
+// for step 64: a cycle is found wherever the marks start, and the walk of an
+// ordinary file ends before then without paying for a mark (each one asks
+// the file for its position, a system call).
 class LoopMark {
 public:
+    static constexpr unsigned long long kFirstMark = 64;
+
     explicit LoopMark(Mp4Info& reader)
         : reader_(reader), mark_(static_cast<Mark*>(malloc(sizeof(Mark)))) {}
     ~LoopMark() { free(mark_); }
@@ -275,9 +280,10 @@ public:
 
     // Called before every step; true when this state was met before.
     bool Repeats() {
-        if (steps_ > 0 && SameAsMark()) return true;
+        if (marked_ && SameAsMark()) return true;
         if (++steps_ == nextMark_) {
             Take();
+            marked_ = true;
             nextMark_ *= 2;
         }
         return false;
@@ -365,7 +371,8 @@ private:
     Mp4Info& reader_;
     Mark* mark_;
     unsigned long long steps_ = 0;
-    unsigned long long nextMark_ = 1;
+    unsigned long long nextMark_ = kFirstMark;
+    bool marked_ = false;
 };
 
 }  // namespace
@@ -414,7 +421,7 @@ int Mp4Info::LoadFile(const char* path) {
     // A load that failed before making a record keeps its path copy.
     free(m_filePath);
     m_filePath = strdup(path);
-    m_file = fopen(path, "rb");
+    m_file = OpenForReading(path);
     if (m_file == nullptr) return MFI_OPEN_FAILED;
     if (fseek(m_file, 0, SEEK_SET) != 0) {
         fclose(m_file);
@@ -430,7 +437,7 @@ int Mp4Info::LoadFile(const char* path) {
     if (buffer == nullptr || m_fileInfo == nullptr) {
         result = MFI_NO_MEMORY;
     } else {
-        GetFileStorageInfo(&m_fileInfo, path);
+        GetFileStorageInfo(&m_fileInfo, path, m_file);
         m_bufferSize = static_cast<unsigned int>(fread(buffer, 1, kReadSize, m_file));
         if (m_bufferSize < kReadSize) {
             result = MFI_SHORT_FILE;

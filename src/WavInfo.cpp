@@ -60,7 +60,7 @@ int WavInfo::LoadFile(const char* path) {
     if (m_fileInfo != nullptr) Destory();
 
     m_filePath = strdup(path);
-    m_file = fopen(path, "rb");
+    m_file = OpenForReading(path);
     if (m_file == nullptr) return MFI_OPEN_FAILED;
 
     int result;
@@ -71,7 +71,7 @@ int WavInfo::LoadFile(const char* path) {
     } else {
         // Constructed, then cleared whole: every field of a WAV record starts 0.
         memset(static_cast<void*>(m_fileInfo), 0, sizeof *m_fileInfo);
-        GetFileStorageInfo(&m_fileInfo, path);
+        GetFileStorageInfo(&m_fileInfo, path, m_file);
         result = fread(m_header, 1, kHeaderSize, m_file) == kHeaderSize ? GetInfo()
                                                                          : MFI_UNREADABLE;
         // Also a rejected file keeps its size and its name as title.

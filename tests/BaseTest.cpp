@@ -160,3 +160,22 @@ TEST(ReaderBase, SeekRelativeTakesTheDifferenceAsSigned) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(ReaderBase, GetFileStorageInfoOfAnOpenFileAsksItsDescriptor) {
+    TempDir dir;
+    const std::string p = dir.write("f.bin", Bytes(4321, 1));
+    FILE* f = MediaFileInfoBase::OpenForReading(p.c_str());
+    ASSERT_NE(f, nullptr);
+    MediaFileInfo_st record;
+    MediaFileInfo_st* r = &record;
+    EXPECT_EQ(MediaFileInfoBase::GetFileStorageInfo(&r, p.c_str(), f), MFI_OK);
+    EXPECT_EQ(record.fileSize, 4321u);
+    // Without an open file it falls back to the path.
+    EXPECT_EQ(MediaFileInfoBase::GetFileStorageInfo(&r, dir.file("missing").c_str(), nullptr), MFI_SHORT_FILE);
+    EXPECT_EQ(MediaFileInfoBase::GetFileStorageInfo(&r, nullptr, f), MFI_BAD_ARGUMENT);
+    fclose(f);
+}
+
+}  // namespace
