@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -173,30 +174,46 @@ struct Target {
     bool named;
 };
 
-// Expands directories (recursively, in sorted order) into their files.
-bool CollectPaths(const std::string& argument, std::vector<Target>& out) {
+// Calls visit for every regular file below dir, one directory at a time:
+// each directory's entries are sorted, files are visited as they come and
+// subdirectories walked in their place. Memory grows with one directory's
+// size and the depth, never with the number of files in the tree.
+// Symbolic links to directories are not followed.
+void WalkDirectory(const fs::path& dir, const std::function<void(const Target&)>& visit) {
+    std::error_code error;
+    std::vector<fs::directory_entry> entries;
+    for (fs::directory_iterator it(dir, fs::directory_options::skip_permission_denied, error), end;
+         !error && it != end; it.increment(error)) {
+        entries.push_back(*it);
+    }
+    if (error) std::cerr << "fileinfo: " << dir.string() << ": " << error.message() << "\n";
+    std::sort(entries.begin(), entries.end(),
+              [](const fs::directory_entry& a, const fs::directory_entry& b) { return a.path() < b.path(); });
+    for (const fs::directory_entry& entry : entries) {
+        std::error_code ignored;
+        if (entry.is_symlink(ignored) && entry.is_directory(ignored)) continue;
+        if (entry.is_directory(ignored)) {
+            WalkDirectory(entry.path(), visit);
+        } else if (entry.is_regular_file(ignored)) {
+            visit({entry.path().string(), false});
+        }
+    }
+}
+
+// Visits the file named by argument, or every file below it when it is a
+// directory. False when the argument names nothing.
+bool VisitPaths(const std::string& argument, const std::function<void(const Target&)>& visit) {
     std::error_code error;
     const fs::file_status st = fs::status(argument, error);
     if (error || !fs::exists(st)) {
         std::cerr << "fileinfo: " << argument << ": no such file or directory\n";
         return false;
     }
-    if (!fs::is_directory(st)) {
-        out.push_back({argument, true});
-        return true;
+    if (fs::is_directory(st)) {
+        WalkDirectory(argument, visit);
+    } else {
+        visit({argument, true});
     }
-    std::vector<std::string> files;
-    fs::recursive_directory_iterator it(argument, fs::directory_options::skip_permission_denied, error);
-    if (error) {
-        std::cerr << "fileinfo: " << argument << ": " << error.message() << "\n";
-        return false;
-    }
-    for (; it != fs::recursive_directory_iterator(); it.increment(error)) {
-        if (error) break;
-        if (it->is_regular_file(error)) files.push_back(it->path().string());
-    }
-    std::sort(files.begin(), files.end());
-    for (std::string& file : files) out.push_back({std::move(file), false});
     return true;
 }
 
@@ -656,15 +673,12 @@ int main(int argc, char** argv) {
     }
 
     bool allLoaded = true;
-    std::vector<Target> targets;
-    for (const std::string& argument : arguments) allLoaded &= CollectPaths(argument, targets);
-
-    for (const Target& target : targets) {
+    const auto show = [&](const Target& target) {
         MediaFileInfo facade;
         const LoadResult result = Load(facade, target.path);
         // In a walked directory, a file whose extension names no reader was
         // not even opened: it is not a media file, so it is not listed.
-        if (!target.named && result.status == MFI_NOT_THIS_FORMAT && facade.m_reader == nullptr) continue;
+        if (!target.named && result.status == MFI_NOT_THIS_FORMAT && facade.m_reader == nullptr) return;
         allLoaded &= result.status == MFI_OK;
         const DeviceVerdict verdict = caps ? JudgeOnDevice(*caps, result, explain) : DeviceVerdict();
         if (json) {
@@ -675,6 +689,7 @@ int main(int argc, char** argv) {
             PrintText(result);
             if (caps) PrintVerdict(verdict, explain);
         }
-    }
+    };
+    for (const std::string& argument : arguments) allLoaded &= VisitPaths(argument, show);
     return allLoaded ? 0 : 1;
 }
