@@ -9,9 +9,9 @@ namespace {
 
 constexpr uint32_t kCdBytesPerSecond = 44100 * 2 * 2;
 
-MediaFileInfo_st LoadWav(const WavSpec& spec, int expectedStatus = MFI_OK) {
+MediaFileInfo_st LoadWav(const WavSpec& wav, int expectedStatus = MFI_OK) {
     TempDir dir;
-    const std::string p = dir.write("clip.wav", BuildWav(spec));
+    const std::string p = dir.write("clip.wav", BuildWav(wav));
     WavInfo reader;
     EXPECT_EQ(reader.LoadFile(p.c_str()), expectedStatus);
     return *reader.GetFileInfo();
