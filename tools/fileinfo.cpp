@@ -44,8 +44,8 @@ const char* StatusText(int status) {
 }
 
 // Record texts are 8-bit Latin-1; JSON wants UTF-8.
-std::string Latin1ToUtf8(const char* text, size_t capacity) {
-    std::string out;
+// Appends to out, which keeps its capacity from file to file.
+void AppendLatin1AsUtf8(std::string& out, const char* text, size_t capacity) {
     for (size_t i = 0; i < capacity && text[i] != '\0'; ++i) {
         const unsigned char c = static_cast<unsigned char>(text[i]);
         if (c < 0x80) {
@@ -55,6 +55,11 @@ std::string Latin1ToUtf8(const char* text, size_t capacity) {
             out += static_cast<char>(0x80 | (c & 0x3F));
         }
     }
+}
+
+std::string Latin1ToUtf8(const char* text, size_t capacity) {
+    std::string out;
+    AppendLatin1AsUtf8(out, text, capacity);
     return out;
 }
 
@@ -126,24 +131,71 @@ LoadResult Load(MediaFileInfo& facade, const std::string& path) {
     return result;
 }
 
-ordered_json RecordJson(const MediaFileInfo_st& r) {
-    ordered_json j = ordered_json::object();
-    for (const NumberField& f : kNumbers) j[f.name] = f.get(r);
-    for (const TextField& f : kTexts) j[f.name] = Latin1ToUtf8(f.get(r), MEDIA_TEXT_SIZE);
-    return j;
-}
+// The JSON line of one load. The document and its keys are built once and
+// every file only refills the values in place, so a long scan does not
+// allocate 35 keys and strings per file.
+class JsonLine {
+public:
+    JsonLine() {
+        doc_["path"] = "";
+        doc_["status"] = 0;
+        doc_["status_text"] = "";
+        doc_["is_audio"] = false;
+        doc_["is_video"] = false;
+        doc_["has_tags"] = false;
+        doc_["record"] = nullptr;
+        record_ = ordered_json::object();
+        for (const NumberField& f : kNumbers) record_[f.name] = 0ul;
+        for (const TextField& f : kTexts) record_[f.name] = "";
+        // The values' places stay put: the record's members live in a block
+        // that moving the record value in and out of the document keeps.
+        for (const NumberField& f : kNumbers) numberSlots_.push_back(&record_[f.name]);
+        for (const TextField& f : kTexts) textSlots_.push_back(&record_[f.name]);
+        path_ = &doc_["path"];
+        status_ = &doc_["status"];
+        statusText_ = &doc_["status_text"];
+        isAudio_ = &doc_["is_audio"];
+        isVideo_ = &doc_["is_video"];
+        hasTags_ = &doc_["has_tags"];
+        recordSlot_ = &doc_["record"];
+    }
+    JsonLine(const JsonLine&) = delete;
+    JsonLine& operator=(const JsonLine&) = delete;
 
-ordered_json ResultJson(const LoadResult& result) {
-    ordered_json j;
-    j["path"] = result.path;
-    j["status"] = result.status;
-    j["status_text"] = StatusText(result.status);
-    j["is_audio"] = result.isAudio;
-    j["is_video"] = result.isVideo;
-    j["has_tags"] = result.hasTags;
-    j["record"] = result.hasRecord ? RecordJson(result.record) : ordered_json(nullptr);
-    return j;
-}
+    // The document for this result; valid until the next Fill.
+    ordered_json& Fill(const LoadResult& result) {
+        path_->get_ref<std::string&>().assign(result.path);
+        *status_ = result.status;
+        statusText_->get_ref<std::string&>().assign(StatusText(result.status));
+        *isAudio_ = result.isAudio;
+        *isVideo_ = result.isVideo;
+        *hasTags_ = result.hasTags;
+        const bool showsRecord = recordSlot_->is_object();
+        if (result.hasRecord) {
+            for (size_t k = 0; k < numberSlots_.size(); ++k) *numberSlots_[k] = kNumbers[k].get(result.record);
+            for (size_t k = 0; k < textSlots_.size(); ++k) {
+                std::string& text = textSlots_[k]->get_ref<std::string&>();
+                text.clear();
+                AppendLatin1AsUtf8(text, kTexts[k].get(result.record), MEDIA_TEXT_SIZE);
+            }
+        }
+        if (result.hasRecord != showsRecord) std::swap(*recordSlot_, record_);
+        return doc_;
+    }
+
+private:
+    ordered_json doc_;
+    ordered_json record_;  // the record object while the document shows null
+    ordered_json* path_;
+    ordered_json* status_;
+    ordered_json* statusText_;
+    ordered_json* isAudio_;
+    ordered_json* isVideo_;
+    ordered_json* hasTags_;
+    ordered_json* recordSlot_;
+    std::vector<ordered_json*> numberSlots_;
+    std::vector<ordered_json*> textSlots_;
+};
 
 void PrintText(const LoadResult& result) {
     std::cout << result.path << "\n";
@@ -485,7 +537,8 @@ bool PrintReadBack(const std::string& path, bool json) {
     MediaFileInfo facade;
     const LoadResult result = Load(facade, path);
     if (json) {
-        std::cout << ResultJson(result).dump() << "\n";
+        JsonLine line;
+        std::cout << line.Fill(result) << "\n";
     } else {
         PrintText(result);
     }
@@ -673,6 +726,7 @@ int main(int argc, char** argv) {
     }
 
     bool allLoaded = true;
+    JsonLine line;
     const auto show = [&](const Target& target) {
         MediaFileInfo facade;
         const LoadResult result = Load(facade, target.path);
@@ -682,9 +736,9 @@ int main(int argc, char** argv) {
         allLoaded &= result.status == MFI_OK;
         const DeviceVerdict verdict = caps ? JudgeOnDevice(*caps, result, explain) : DeviceVerdict();
         if (json) {
-            ordered_json j = ResultJson(result);
+            ordered_json& j = line.Fill(result);
             if (caps) AddVerdictJson(j, verdict, explain);
-            std::cout << j.dump() << "\n";
+            std::cout << j << "\n";
         } else {
             PrintText(result);
             if (caps) PrintVerdict(verdict, explain);
