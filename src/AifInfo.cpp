@@ -73,11 +73,12 @@ int AifInfo::LoadFile(const char* path) {
     m_file = OpenForReading(path);
     if (m_file == nullptr) return MFI_OPEN_FAILED;
 
+    // Positioned at the start; the AIFF load has no status for a failed
+    // seek, so a stream that cannot seek (a pipe) is read as it comes.
+    fseek(m_file, 0, SEEK_SET);
     int result;
     unsigned char* buffer = nullptr;
-    if (fseek(m_file, 0, SEEK_SET) != 0) {
-        result = MFI_SEEK_FAILED;
-    } else if ((buffer = static_cast<unsigned char*>(calloc(kBufferAllocation, 1))) == nullptr ||
+    if ((buffer = static_cast<unsigned char*>(calloc(kBufferAllocation, 1))) == nullptr ||
                (m_fileInfo = NewZeroedRecord()) == nullptr) {
         result = MFI_NO_MEMORY;
     } else {
@@ -107,7 +108,8 @@ int AifInfo::ReadHeader(unsigned char* buffer) {
     // Where the buffer now held starts in the file. The walk only moves
     // forward through a regular file; the check below ends it on a stream
     // whose position stands still (it would otherwise never reach its end).
-    long bufferStart = m_file == nullptr ? 0 : ftell(m_file) - static_cast<long>(m_bufferSize);
+    const long start = m_file == nullptr ? -1 : ftell(m_file);
+    long bufferStart = start < 0 ? -1 : start - static_cast<long>(m_bufferSize);
 
     while (m_file != nullptr && !feof(m_file) && !ferror(m_file)) {
         // A chunk index past the buffer only arises after a failed read left
@@ -126,8 +128,10 @@ int AifInfo::ReadHeader(unsigned char* buffer) {
         // chunk may start up to 100 bytes before the end of this buffer.
         SeekRelative(m_file, m_chunkPos - m_bufferSize);
         m_chunkPos = 0;
+        // A stream that reports no position (a pipe) is consumed by every
+        // read and so reaches its end; only a known position can stand still.
         const long here = ftell(m_file);
-        if (here <= bufferStart) break;
+        if (here >= 0 && bufferStart >= 0 && here <= bufferStart) break;
         bufferStart = here;
         if (!feof(m_file)) {
             m_bufferSize = static_cast<unsigned int>(fread(buffer, 1, kBufferSize, m_file));
