@@ -41,6 +41,8 @@ ChildLoad RunInChild(const std::function<void(ChildLoad&)>& load) {
     if (pid == 0) {
         close(fds[0]);
         ChildLoad mine;
+        memset(static_cast<void*>(&mine), 0, sizeof mine);  // padding included: it crosses the pipe
+        mine.status = -1;
         load(mine);
         const ssize_t ignored = write(fds[1], &mine, sizeof mine);
         (void)ignored;
