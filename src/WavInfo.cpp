@@ -57,7 +57,9 @@ void WavInfo::Destory() { MediaFileInfoBase::Destory(); }
 
 int WavInfo::LoadFile(const char* path) {
     if (path == nullptr) return MFI_BAD_ARGUMENT;
-    if (m_fileInfo != nullptr) Destory();
+    // A load that failed to open the file left its path copy but no
+    // record: release it too, so nothing leaks.
+    if (m_fileInfo != nullptr || m_filePath != nullptr) Destory();
 
     m_filePath = strdup(path);
     m_file = OpenForReading(path);
