@@ -217,15 +217,25 @@ unsigned char* ReadUpTo(FILE* file, size_t limit, size_t* got) {
 // The frame scan shared by ID3v2.2 and ID3v2.3 tags. Fields go to the
 // tag object through SaveId3Info; the result is 1 when the walk reached
 // the end, 10 when a damaged frame size ended it.
+// The first position from p on, short of end, whose byte can start an id;
+// end when there is none. Padding is mostly zeros: one table look-up a byte.
+long NextPossibleId(const TagBody& body, long p, long end, const PackedIds& ids) {
+    while (p < end && !ids.leads[body.bytes[p]]) ++p;
+    return p;
+}
+
 int ScanFrames(Id3Info& tag, const TagBody& body, const FrameLayout& layout) {
+    const PackedIds& ids = IdsOf(layout);
+    // Past the bytes in memory everything reads as zero and no id can
+    // match: the walk would only step to the end.
+    const long inMemory = body.avail < body.size ? body.avail : body.size;
     char id[5];
     long p = 0;
     while (p < body.size) {
-        // Past the bytes in memory everything reads as zero and no id can
-        // match: the walk would only step to the end.
-        if (p >= body.avail) return MFI_OK;
         // Unknown ids, padding and even the data of unknown frames are
         // walked one byte at a time; a known id inside them is taken.
+        p = NextPossibleId(body, p, inMemory, ids);
+        if (p >= inMemory) return MFI_OK;
         if (!IsKnownId(body, p, layout, id)) {
             ++p;
             continue;
