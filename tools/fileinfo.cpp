@@ -2,10 +2,14 @@
 // (a labelled listing) and for scripts (--json, one JSON object per line).
 #include <CLI/CLI.hpp>
 
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cassert>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -201,38 +205,93 @@ void PrintText(const LoadResult& result) {
     }
 }
 
-// The order a directory's entries are visited in. All entries of one
-// directory share its path as their prefix and a file name holds no '/',
-// so comparing the whole path strings orders them exactly as comparing
-// the paths component by component, only without taking them apart.
-bool ComesBefore(const fs::directory_entry& a, const fs::directory_entry& b) {
-    return a.path().native() < b.path().native();
+// What a directory entry is to the walk: a file to visit, a directory to
+// walk, or neither (devices, pipes, sockets, dangling links, and symbolic
+// links to directories, which are not followed).
+enum class EntryKind : unsigned char { kNeither, kFile, kDirectory };
+
+// Takes the type the directory listing gives; asks the file system only
+// when the listing gives none, or for where a symbolic link leads.
+EntryKind KindOf(int directory, const dirent& entry) {
+    struct stat st;
+    unsigned char type = entry.d_type;
+    if (type == DT_UNKNOWN) {
+        if (fstatat(directory, entry.d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) return EntryKind::kNeither;
+        if (S_ISREG(st.st_mode)) return EntryKind::kFile;
+        if (S_ISDIR(st.st_mode)) return EntryKind::kDirectory;
+        if (!S_ISLNK(st.st_mode)) return EntryKind::kNeither;
+        type = DT_LNK;
+    }
+    switch (type) {
+        case DT_REG: return EntryKind::kFile;
+        case DT_DIR: return EntryKind::kDirectory;
+        case DT_LNK:
+            return fstatat(directory, entry.d_name, &st, 0) == 0 && S_ISREG(st.st_mode) ? EntryKind::kFile
+                                                                                        : EntryKind::kNeither;
+        default: return EntryKind::kNeither;
+    }
 }
 
-// Calls visit(path, false) for every regular file below dir, one directory
-// at a time: each directory's entries are sorted, files are visited as they
-// come and subdirectories walked in their place. Memory grows with one
-// directory's size and the depth, never with the number of files in the
-// tree. Symbolic links to directories are not followed.
+void ReportDirectoryError(const std::string& path, int error) {
+    std::cerr << "fileinfo: " << path << ": " << std::generic_category().message(error) << "\n";
+}
+
+// Calls visit(path, false) for every regular file below the directory that
+// path names, one directory at a time: each directory's entries are sorted
+// by name, files are visited as they come and subdirectories walked in
+// their place. Memory grows with one directory's size and the depth, never
+// with the number of files in the tree; a directory's names share one
+// block. path is the walk's one buffer: every level adds its entries' names
+// to it in turn and leaves it as it found it. A directory that may not be
+// read is passed over in silence.
 template <class Visit>
-void WalkDirectory(const fs::path& dir, Visit& visit) {
-    std::error_code error;
-    std::vector<fs::directory_entry> entries;
-    for (fs::directory_iterator it(dir, fs::directory_options::skip_permission_denied, error), end;
-         !error && it != end; it.increment(error)) {
-        entries.push_back(*it);
+void WalkDirectory(std::string& path, Visit& visit) {
+    struct Entry {
+        size_t offset;  // of the name in names
+        size_t length;
+        EntryKind kind;
+    };
+    std::string names;
+    std::vector<Entry> entries;
+    DIR* directory = opendir(path.c_str());
+    if (directory == nullptr) {
+        if (errno != EACCES) ReportDirectoryError(path, errno);
+        return;
     }
-    if (error) std::cerr << "fileinfo: " << dir.string() << ": " << error.message() << "\n";
-    std::sort(entries.begin(), entries.end(), ComesBefore);
-    for (const fs::directory_entry& entry : entries) {
-        std::error_code ignored;
-        if (entry.is_symlink(ignored) && entry.is_directory(ignored)) continue;
-        if (entry.is_directory(ignored)) {
-            WalkDirectory(entry.path(), visit);
-        } else if (entry.is_regular_file(ignored)) {
-            visit(entry.path().native(), false);
+    for (;;) {
+        errno = 0;
+        const dirent* entry = readdir(directory);
+        if (entry == nullptr) {
+            if (errno != 0) ReportDirectoryError(path, errno);
+            break;
+        }
+        if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0) continue;
+        const EntryKind kind = KindOf(dirfd(directory), *entry);
+        if (kind == EntryKind::kNeither) continue;
+        const size_t length = strlen(entry->d_name);
+        entries.push_back({names.size(), length, kind});
+        names.append(entry->d_name, length);
+    }
+    closedir(directory);
+
+    // All entries share the directory's path as their prefix and a name
+    // holds no '/', so ordering by name orders the whole paths the same way,
+    // component by component or as plain strings.
+    const auto name = [&names](const Entry& e) { return std::string_view(names.data() + e.offset, e.length); };
+    std::sort(entries.begin(), entries.end(), [&name](const Entry& a, const Entry& b) { return name(a) < name(b); });
+
+    const size_t given = path.size();
+    if (path.empty() || path.back() != '/') path += '/';
+    const size_t prefix = path.size();
+    for (const Entry& e : entries) {
+        path.replace(prefix, std::string::npos, names, e.offset, e.length);
+        if (e.kind == EntryKind::kDirectory) {
+            WalkDirectory(path, visit);
+        } else {
+            visit(path, false);
         }
     }
+    path.resize(given);
 }
 
 // Visits the file named by argument (visit(argument, true)), or every file
@@ -246,7 +305,8 @@ bool VisitPaths(const std::string& argument, Visit& visit) {
         return false;
     }
     if (fs::is_directory(st)) {
-        WalkDirectory(argument, visit);
+        std::string path = argument;
+        WalkDirectory(path, visit);
     } else {
         visit(argument, true);
     }
