@@ -83,9 +83,9 @@ char* PutJsonEscape(char* out, unsigned char c) {
 }
 
 // Record texts are 8-bit Latin-1; JSON and terminals want UTF-8. Writes the
-// text at out, which has room for kLongestEscape bytes per character, and
-// returns its end. With `json`, the characters a JSON string cannot hold as
-// they are get their escapes.
+// text at out and returns its end. With `json`, the characters a JSON
+// string cannot hold as they are get their escapes. out has room for two
+// bytes per character, kLongestEscape with `json`.
 char* PutLatin1AsUtf8(char* out, const char* text, size_t capacity, bool json) {
     for (size_t i = 0; i < capacity && text[i] != '\0'; ++i) {
         const unsigned char c = static_cast<unsigned char>(text[i]);
@@ -101,6 +101,7 @@ char* PutLatin1AsUtf8(char* out, const char* text, size_t capacity, bool json) {
     return out;
 }
 
+// Appends a record text as UTF-8, for the listing.
 void AppendLatin1AsUtf8(std::string& out, const char* text, size_t capacity) {
     const size_t start = out.size();
     out.resize(start + 2 * capacity);
@@ -467,7 +468,11 @@ char* PutJsonString(char* out, std::string_view text) {
     while (i < n) {
         const unsigned char c = s[i];
         if (c < 0x80) {
-            out = NeedsJsonEscape(c) ? PutJsonEscape(out, c) : (*out = static_cast<char>(c), out + 1);
+            if (NeedsJsonEscape(c)) {
+                out = PutJsonEscape(out, c);
+            } else {
+                *out++ = static_cast<char>(c);
+            }
             ++i;
             continue;
         }
@@ -580,7 +585,8 @@ size_t RecordJsonBound() {
 }
 
 // Room for the keys, punctuation and values of a line besides the record,
-// the path and the verdict's two texts (about 150 bytes).
+// the path and the verdict's two texts: under 200 bytes, the longest
+// status text (30 characters, none escaped) included.
 constexpr size_t kLineFrameBound = 512;
 
 // Writes the JSON line of one load, line end included, and returns its end.
