@@ -1,20 +1,24 @@
 // fileinfo: shows what libFileInfo reads from media files, for people
 // (a labelled listing) and for scripts (--json, one JSON object per line).
 #include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
 
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cassert>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <functional>
 #include <fstream>
 #include <iostream>
 #include <iterator>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
@@ -24,7 +28,6 @@
 #include "Mp3Info.h"
 
 namespace fs = std::filesystem;
-using nlohmann::ordered_json;
 
 namespace {
 
@@ -43,18 +46,66 @@ const char* StatusText(int status) {
     }
 }
 
-// Record texts are 8-bit Latin-1; JSON wants UTF-8.
-// Appends to out, which keeps its capacity from file to file.
-void AppendLatin1AsUtf8(std::string& out, const char* text, size_t capacity) {
+// The characters a JSON string cannot hold as they are: the quote, the
+// backslash and the control characters.
+bool NeedsJsonEscape(unsigned char c) { return c < 0x20 || c == '"' || c == '\\'; }
+
+// The longest form one byte of a string can take in a JSON line: \u00xx.
+constexpr size_t kLongestEscape = 6;
+
+// Writes the escape of one such character at out and returns its end: the
+// short forms where JSON has one, \u00xx (lower-case hex) for the other
+// control characters.
+char* PutJsonEscape(char* out, unsigned char c) {
+    static const char kHex[] = "0123456789abcdef";
+    char shortForm = 0;
+    switch (c) {
+        case '"': shortForm = '"'; break;
+        case '\\': shortForm = '\\'; break;
+        case '\b': shortForm = 'b'; break;
+        case '\f': shortForm = 'f'; break;
+        case '\n': shortForm = 'n'; break;
+        case '\r': shortForm = 'r'; break;
+        case '\t': shortForm = 't'; break;
+        default: break;
+    }
+    *out++ = '\\';
+    if (shortForm != 0) {
+        *out++ = shortForm;
+        return out;
+    }
+    *out++ = 'u';
+    *out++ = '0';
+    *out++ = '0';
+    *out++ = kHex[c >> 4];
+    *out++ = kHex[c & 0xF];
+    return out;
+}
+
+// Record texts are 8-bit Latin-1; JSON and terminals want UTF-8. Writes the
+// text at out and returns its end. With `json`, the characters a JSON
+// string cannot hold as they are get their escapes. out has room for two
+// bytes per character, kLongestEscape with `json`.
+char* PutLatin1AsUtf8(char* out, const char* text, size_t capacity, bool json) {
     for (size_t i = 0; i < capacity && text[i] != '\0'; ++i) {
         const unsigned char c = static_cast<unsigned char>(text[i]);
-        if (c < 0x80) {
-            out += static_cast<char>(c);
+        if (c >= 0x80) {
+            *out++ = static_cast<char>(0xC0 | (c >> 6));
+            *out++ = static_cast<char>(0x80 | (c & 0x3F));
+        } else if (json && NeedsJsonEscape(c)) {
+            out = PutJsonEscape(out, c);
         } else {
-            out += static_cast<char>(0xC0 | (c >> 6));
-            out += static_cast<char>(0x80 | (c & 0x3F));
+            *out++ = static_cast<char>(c);
         }
     }
+    return out;
+}
+
+// Appends a record text as UTF-8, for the listing.
+void AppendLatin1AsUtf8(std::string& out, const char* text, size_t capacity) {
+    const size_t start = out.size();
+    out.resize(start + 2 * capacity);
+    out.resize(static_cast<size_t>(PutLatin1AsUtf8(&out[start], text, capacity, false) - out.data()));
 }
 
 std::string Latin1ToUtf8(const char* text, size_t capacity) {
@@ -106,9 +157,10 @@ std::string Kbits(unsigned long bitsPerSecond) {
     return text;
 }
 
-// What one load produced, kept until it is printed.
+// What one load produced, kept until it is printed. The path is the
+// caller's, which outlives the result.
 struct LoadResult {
-    std::string path;
+    std::string_view path;
     int status = MFI_NOT_THIS_FORMAT;
     bool isAudio = false;
     bool isVideo = false;
@@ -130,72 +182,6 @@ LoadResult Load(MediaFileInfo& facade, const std::string& path) {
     }
     return result;
 }
-
-// The JSON line of one load. The document and its keys are built once and
-// every file only refills the values in place, so a long scan does not
-// allocate 35 keys and strings per file.
-class JsonLine {
-public:
-    JsonLine() {
-        doc_["path"] = "";
-        doc_["status"] = 0;
-        doc_["status_text"] = "";
-        doc_["is_audio"] = false;
-        doc_["is_video"] = false;
-        doc_["has_tags"] = false;
-        doc_["record"] = nullptr;
-        record_ = ordered_json::object();
-        for (const NumberField& f : kNumbers) record_[f.name] = 0ul;
-        for (const TextField& f : kTexts) record_[f.name] = "";
-        // The values' places stay put: the record's members live in a block
-        // that moving the record value in and out of the document keeps.
-        for (const NumberField& f : kNumbers) numberSlots_.push_back(&record_[f.name]);
-        for (const TextField& f : kTexts) textSlots_.push_back(&record_[f.name]);
-        path_ = &doc_["path"];
-        status_ = &doc_["status"];
-        statusText_ = &doc_["status_text"];
-        isAudio_ = &doc_["is_audio"];
-        isVideo_ = &doc_["is_video"];
-        hasTags_ = &doc_["has_tags"];
-        recordSlot_ = &doc_["record"];
-    }
-    JsonLine(const JsonLine&) = delete;
-    JsonLine& operator=(const JsonLine&) = delete;
-
-    // The document for this result; valid until the next Fill.
-    ordered_json& Fill(const LoadResult& result) {
-        path_->get_ref<std::string&>().assign(result.path);
-        *status_ = result.status;
-        statusText_->get_ref<std::string&>().assign(StatusText(result.status));
-        *isAudio_ = result.isAudio;
-        *isVideo_ = result.isVideo;
-        *hasTags_ = result.hasTags;
-        const bool showsRecord = recordSlot_->is_object();
-        if (result.hasRecord) {
-            for (size_t k = 0; k < numberSlots_.size(); ++k) *numberSlots_[k] = kNumbers[k].get(result.record);
-            for (size_t k = 0; k < textSlots_.size(); ++k) {
-                std::string& text = textSlots_[k]->get_ref<std::string&>();
-                text.clear();
-                AppendLatin1AsUtf8(text, kTexts[k].get(result.record), MEDIA_TEXT_SIZE);
-            }
-        }
-        if (result.hasRecord != showsRecord) std::swap(*recordSlot_, record_);
-        return doc_;
-    }
-
-private:
-    ordered_json doc_;
-    ordered_json record_;  // the record object while the document shows null
-    ordered_json* path_;
-    ordered_json* status_;
-    ordered_json* statusText_;
-    ordered_json* isAudio_;
-    ordered_json* isVideo_;
-    ordered_json* hasTags_;
-    ordered_json* recordSlot_;
-    std::vector<ordered_json*> numberSlots_;
-    std::vector<ordered_json*> textSlots_;
-};
 
 void PrintText(const LoadResult& result) {
     std::cout << result.path << "\n";
@@ -220,41 +206,99 @@ void PrintText(const LoadResult& result) {
     }
 }
 
-// A path to load, and whether the user named it or a directory walk found it.
-struct Target {
-    std::string path;
-    bool named;
-};
+// What a directory entry is to the walk: a file to visit, a directory to
+// walk, or neither (devices, pipes, sockets, dangling links, and symbolic
+// links to directories, which are not followed).
+enum class EntryKind : unsigned char { kNeither, kFile, kDirectory };
 
-// Calls visit for every regular file below dir, one directory at a time:
-// each directory's entries are sorted, files are visited as they come and
-// subdirectories walked in their place. Memory grows with one directory's
-// size and the depth, never with the number of files in the tree.
-// Symbolic links to directories are not followed.
-void WalkDirectory(const fs::path& dir, const std::function<void(const Target&)>& visit) {
-    std::error_code error;
-    std::vector<fs::directory_entry> entries;
-    for (fs::directory_iterator it(dir, fs::directory_options::skip_permission_denied, error), end;
-         !error && it != end; it.increment(error)) {
-        entries.push_back(*it);
+// Takes the type the directory listing gives; asks the file system only
+// when the listing gives none, or for where a symbolic link leads.
+EntryKind KindOf(int directory, const dirent& entry) {
+    struct stat st;
+    unsigned char type = entry.d_type;
+    if (type == DT_UNKNOWN) {
+        if (fstatat(directory, entry.d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) return EntryKind::kNeither;
+        if (S_ISREG(st.st_mode)) return EntryKind::kFile;
+        if (S_ISDIR(st.st_mode)) return EntryKind::kDirectory;
+        if (!S_ISLNK(st.st_mode)) return EntryKind::kNeither;
+        type = DT_LNK;
     }
-    if (error) std::cerr << "fileinfo: " << dir.string() << ": " << error.message() << "\n";
-    std::sort(entries.begin(), entries.end(),
-              [](const fs::directory_entry& a, const fs::directory_entry& b) { return a.path() < b.path(); });
-    for (const fs::directory_entry& entry : entries) {
-        std::error_code ignored;
-        if (entry.is_symlink(ignored) && entry.is_directory(ignored)) continue;
-        if (entry.is_directory(ignored)) {
-            WalkDirectory(entry.path(), visit);
-        } else if (entry.is_regular_file(ignored)) {
-            visit({entry.path().string(), false});
-        }
+    switch (type) {
+        case DT_REG: return EntryKind::kFile;
+        case DT_DIR: return EntryKind::kDirectory;
+        case DT_LNK:
+            return fstatat(directory, entry.d_name, &st, 0) == 0 && S_ISREG(st.st_mode) ? EntryKind::kFile
+                                                                                        : EntryKind::kNeither;
+        default: return EntryKind::kNeither;
     }
 }
 
-// Visits the file named by argument, or every file below it when it is a
-// directory. False when the argument names nothing.
-bool VisitPaths(const std::string& argument, const std::function<void(const Target&)>& visit) {
+void ReportDirectoryError(const std::string& path, int error) {
+    std::cerr << "fileinfo: " << path << ": " << std::generic_category().message(error) << "\n";
+}
+
+// Calls visit(path, false) for every regular file below the directory that
+// path names, one directory at a time: each directory's entries are sorted
+// by name, files are visited as they come and subdirectories walked in
+// their place. Memory grows with one directory's size and the depth, never
+// with the number of files in the tree; a directory's names share one
+// block. path is the walk's one buffer: every level adds its entries' names
+// to it in turn and leaves it as it found it. A directory that may not be
+// read is passed over in silence.
+template <class Visit>
+void WalkDirectory(std::string& path, Visit& visit) {
+    struct Entry {
+        size_t offset;  // of the name in names
+        size_t length;
+        EntryKind kind;
+    };
+    std::string names;
+    std::vector<Entry> entries;
+    DIR* directory = opendir(path.c_str());
+    if (directory == nullptr) {
+        if (errno != EACCES) ReportDirectoryError(path, errno);
+        return;
+    }
+    for (;;) {
+        errno = 0;
+        const dirent* entry = readdir(directory);
+        if (entry == nullptr) {
+            if (errno != 0) ReportDirectoryError(path, errno);
+            break;
+        }
+        if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0) continue;
+        const EntryKind kind = KindOf(dirfd(directory), *entry);
+        if (kind == EntryKind::kNeither) continue;
+        const size_t length = strlen(entry->d_name);
+        entries.push_back({names.size(), length, kind});
+        names.append(entry->d_name, length);
+    }
+    closedir(directory);
+
+    // All entries share the directory's path as their prefix and a name
+    // holds no '/', so ordering by name orders the whole paths the same way,
+    // component by component or as plain strings.
+    const auto name = [&names](const Entry& e) { return std::string_view(names.data() + e.offset, e.length); };
+    std::sort(entries.begin(), entries.end(), [&name](const Entry& a, const Entry& b) { return name(a) < name(b); });
+
+    const size_t given = path.size();
+    if (path.empty() || path.back() != '/') path += '/';
+    const size_t prefix = path.size();
+    for (const Entry& e : entries) {
+        path.replace(prefix, std::string::npos, names, e.offset, e.length);
+        if (e.kind == EntryKind::kDirectory) {
+            WalkDirectory(path, visit);
+        } else {
+            visit(path, false);
+        }
+    }
+    path.resize(given);
+}
+
+// Visits the file named by argument (visit(argument, true)), or every file
+// below it when it is a directory. False when the argument names nothing.
+template <class Visit>
+bool VisitPaths(const std::string& argument, Visit& visit) {
     std::error_code error;
     const fs::file_status st = fs::status(argument, error);
     if (error || !fs::exists(st)) {
@@ -262,9 +306,10 @@ bool VisitPaths(const std::string& argument, const std::function<void(const Targ
         return false;
     }
     if (fs::is_directory(st)) {
-        WalkDirectory(argument, visit);
+        std::string path = argument;
+        WalkDirectory(path, visit);
     } else {
-        visit({argument, true});
+        visit(argument, true);
     }
     return true;
 }
@@ -387,12 +432,217 @@ void PrintVerdict(const DeviceVerdict& verdict, bool explain) {
     std::cout << "\n";
 }
 
-void AddVerdictJson(ordered_json& j, const DeviceVerdict& verdict, bool explain) {
-    j["playable"] = verdict.playable;
-    if (!explain) return;
-    j["refused_by"] = verdict.refusedBy.empty() ? ordered_json(nullptr) : ordered_json(verdict.refusedBy);
-    j["explanation"] = verdict.explanation.empty() ? ordered_json(nullptr) : ordered_json(verdict.explanation);
+// ---- --json: one compact JSON object per line ----
+//
+// Written by hand into one reused buffer: a long scan spends its time in
+// the library, not in building documents. The form is the compact one of
+// common JSON writers: no spaces, keys in a fixed order, numbers in
+// decimal, strings in UTF-8 with only the quote, the backslash and the
+// control characters escaped. Each line is written into room sized for its
+// longest possible form first, so the writing itself never checks room.
+
+template <size_t N>
+char* PutLiteral(char* out, const char (&text)[N]) {
+    memcpy(out, text, N - 1);
+    return out + N - 1;
 }
+
+char* PutBytes(char* out, const std::string& bytes) {
+    memcpy(out, bytes.data(), bytes.size());
+    return out + bytes.size();
+}
+
+// The most bytes PutJsonString writes for a text of n bytes.
+size_t JsonStringBound(size_t n) { return 2 + kLongestEscape * n; }
+
+// Writes a byte string as a JSON string. Paths and the capability
+// description's texts are bytes and need not be UTF-8: each invalid part (a
+// byte that cannot start a sequence, or a sequence's start cut short by a
+// byte that cannot continue it or by the end) becomes one U+FFFD, and the
+// byte that cut it short is read again on its own.
+char* PutJsonString(char* out, std::string_view text) {
+    const auto* s = reinterpret_cast<const unsigned char*>(text.data());
+    const size_t n = text.size();
+    *out++ = '"';
+    size_t i = 0;
+    while (i < n) {
+        const unsigned char c = s[i];
+        if (c < 0x80) {
+            if (NeedsJsonEscape(c)) {
+                out = PutJsonEscape(out, c);
+            } else {
+                *out++ = static_cast<char>(c);
+            }
+            ++i;
+            continue;
+        }
+        // The continuation bytes a lead byte needs, and the range of the
+        // first of them (narrower where the shortest form, the surrogates or
+        // the end of Unicode rule values out).
+        size_t need = 0;
+        unsigned char low = 0x80, high = 0xBF;
+        if (c >= 0xC2 && c <= 0xDF) {
+            need = 1;
+        } else if (c >= 0xE0 && c <= 0xEF) {
+            need = 2;
+            if (c == 0xE0) low = 0xA0;
+            if (c == 0xED) high = 0x9F;
+        } else if (c >= 0xF0 && c <= 0xF4) {
+            need = 3;
+            if (c == 0xF0) low = 0x90;
+            if (c == 0xF4) high = 0x8F;
+        }
+        size_t k = 1;  // the sequence's bytes seen so far
+        for (; k <= need && i + k < n; ++k, low = 0x80, high = 0xBF) {
+            if (s[i + k] < low || s[i + k] > high) break;
+        }
+        if (need != 0 && k > need) {
+            memcpy(out, s + i, k);  // a whole sequence goes over as it is
+            out += k;
+        } else {
+            out = PutLiteral(out, "\xEF\xBF\xBD");
+        }
+        i += k;
+    }
+    *out++ = '"';
+    return out;
+}
+
+// An unsigned long has at most 20 decimal digits.
+constexpr size_t kLongestNumber = 20;
+
+char* PutUnsigned(char* out, unsigned long value) {
+    char digits[kLongestNumber];
+    char* first = digits + sizeof digits;
+    do {
+        *--first = static_cast<char>('0' + value % 10);
+        value /= 10;
+    } while (value != 0);
+    const size_t n = static_cast<size_t>(digits + sizeof digits - first);
+    memcpy(out, first, n);
+    return out + n;
+}
+
+char* PutInt(char* out, int value) {
+    if (value < 0) *out++ = '-';
+    return PutUnsigned(out, value < 0 ? 0ul - static_cast<unsigned long>(value) : static_cast<unsigned long>(value));
+}
+
+char* PutBool(char* out, bool value) { return value ? PutLiteral(out, "true") : PutLiteral(out, "false"); }
+
+// A text that is null when empty.
+char* PutJsonTextOrNull(char* out, const std::string& text) {
+    return text.empty() ? PutLiteral(out, "null") : PutJsonString(out, text);
+}
+
+// The record's keys with their punctuation, made once: ,"name": and for the
+// first number {"name": instead.
+struct RecordKeys {
+    std::string numbers[std::size(kNumbers)];
+    std::string texts[std::size(kTexts)];
+    size_t length = 0;  // all of them together
+
+    RecordKeys() {
+        for (size_t k = 0; k < std::size(kNumbers); ++k) numbers[k] = Key(k == 0 ? '{' : ',', kNumbers[k].name);
+        for (size_t k = 0; k < std::size(kTexts); ++k) texts[k] = Key(',', kTexts[k].name);
+    }
+    std::string Key(char before, const char* name) {
+        std::string key(1 + JsonStringBound(strlen(name)) + 1, '\0');
+        char* end = PutJsonString(&key[1], name);
+        key[0] = before;
+        *end++ = ':';
+        key.resize(static_cast<size_t>(end - key.data()));
+        length += key.size();
+        return key;
+    }
+};
+
+const RecordKeys& TheRecordKeys() {
+    static const RecordKeys keys;
+    return keys;
+}
+
+char* PutRecordJson(char* out, const MediaFileInfo_st& r) {
+    const RecordKeys& keys = TheRecordKeys();
+    for (size_t k = 0; k < std::size(kNumbers); ++k) {
+        out = PutBytes(out, keys.numbers[k]);
+        out = PutUnsigned(out, kNumbers[k].get(r));
+    }
+    for (size_t k = 0; k < std::size(kTexts); ++k) {
+        out = PutBytes(out, keys.texts[k]);
+        *out++ = '"';
+        out = PutLatin1AsUtf8(out, kTexts[k].get(r), MEDIA_TEXT_SIZE, true);
+        *out++ = '"';
+    }
+    *out++ = '}';
+    return out;
+}
+
+// The most bytes PutRecordJson writes.
+size_t RecordJsonBound() {
+    return TheRecordKeys().length + std::size(kNumbers) * kLongestNumber +
+           std::size(kTexts) * (2 + kLongestEscape * MEDIA_TEXT_SIZE) + 1;
+}
+
+// Room for the keys, punctuation and values of a line besides the record,
+// the path and the verdict's two texts: under 200 bytes, the longest
+// status text (30 characters, none escaped) included.
+constexpr size_t kLineFrameBound = 512;
+
+// Writes the JSON line of one load, line end included, and returns its end.
+// With a verdict, "playable" follows the record, and with `explain`
+// "refused_by" and "explanation" too. out has room for JsonLineBound bytes.
+char* PutJsonLine(char* out, const LoadResult& result, const DeviceVerdict* verdict, bool explain) {
+    out = PutLiteral(out, "{\"path\":");
+    out = PutJsonString(out, result.path);
+    out = PutLiteral(out, ",\"status\":");
+    out = PutInt(out, result.status);
+    out = PutLiteral(out, ",\"status_text\":");
+    out = PutJsonString(out, StatusText(result.status));
+    out = PutLiteral(out, ",\"is_audio\":");
+    out = PutBool(out, result.isAudio);
+    out = PutLiteral(out, ",\"is_video\":");
+    out = PutBool(out, result.isVideo);
+    out = PutLiteral(out, ",\"has_tags\":");
+    out = PutBool(out, result.hasTags);
+    out = PutLiteral(out, ",\"record\":");
+    out = result.hasRecord ? PutRecordJson(out, result.record) : PutLiteral(out, "null");
+    if (verdict != nullptr) {
+        out = PutLiteral(out, ",\"playable\":");
+        out = PutBool(out, verdict->playable);
+        if (explain) {
+            out = PutLiteral(out, ",\"refused_by\":");
+            out = PutJsonTextOrNull(out, verdict->refusedBy);
+            out = PutLiteral(out, ",\"explanation\":");
+            out = PutJsonTextOrNull(out, verdict->explanation);
+        }
+    }
+    return PutLiteral(out, "}\n");
+}
+
+size_t JsonLineBound(const LoadResult& result, const DeviceVerdict* verdict) {
+    size_t bound = kLineFrameBound + JsonStringBound(result.path.size()) + RecordJsonBound();
+    if (verdict != nullptr) {
+        bound += JsonStringBound(verdict->refusedBy.size()) + JsonStringBound(verdict->explanation.size());
+    }
+    return bound;
+}
+
+// One JSON line at a time, built in a buffer that keeps its size from file
+// to file and handed to the output whole.
+class JsonLineWriter {
+public:
+    void Write(const LoadResult& result, const DeviceVerdict* verdict = nullptr, bool explain = false) {
+        const size_t bound = JsonLineBound(result, verdict);
+        if (line_.size() < bound) line_.resize(std::max(bound, 2 * line_.size()));
+        const char* end = PutJsonLine(&line_[0], result, verdict, explain);
+        assert(static_cast<size_t>(end - line_.data()) <= bound);
+        std::cout.write(line_.data(), end - line_.data());
+    }
+
+private:
+    std::string line_;  // room for the longest line so far; only its start is used
+};
 
 // ---- --set: write tags through the library, then show what it reads back ----
 
@@ -537,8 +787,7 @@ bool PrintReadBack(const std::string& path, bool json) {
     MediaFileInfo facade;
     const LoadResult result = Load(facade, path);
     if (json) {
-        JsonLine line;
-        std::cout << line.Fill(result) << "\n";
+        JsonLineWriter().Write(result);
     } else {
         PrintText(result);
     }
@@ -726,19 +975,17 @@ int main(int argc, char** argv) {
     }
 
     bool allLoaded = true;
-    JsonLine line;
-    const auto show = [&](const Target& target) {
+    JsonLineWriter line;
+    const auto show = [&](const std::string& path, bool named) {
         MediaFileInfo facade;
-        const LoadResult result = Load(facade, target.path);
+        const LoadResult result = Load(facade, path);
         // In a walked directory, a file whose extension names no reader was
         // not even opened: it is not a media file, so it is not listed.
-        if (!target.named && result.status == MFI_NOT_THIS_FORMAT && facade.m_reader == nullptr) return;
+        if (!named && result.status == MFI_NOT_THIS_FORMAT && facade.m_reader == nullptr) return;
         allLoaded &= result.status == MFI_OK;
         const DeviceVerdict verdict = caps ? JudgeOnDevice(*caps, result, explain) : DeviceVerdict();
         if (json) {
-            ordered_json& j = line.Fill(result);
-            if (caps) AddVerdictJson(j, verdict, explain);
-            std::cout << j << "\n";
+            line.Write(result, caps ? &verdict : nullptr, explain);
         } else {
             PrintText(result);
             if (caps) PrintVerdict(verdict, explain);
