@@ -270,13 +270,9 @@ class LoopMark {
 public:
     static constexpr unsigned long long kFirstMark = 64;
 
-    explicit LoopMark(Mp4Info& reader)
-        : reader_(reader), mark_(static_cast<Mark*>(malloc(sizeof(Mark)))) {}
-    ~LoopMark() { free(mark_); }
+    explicit LoopMark(Mp4Info& reader) : reader_(reader) {}
     LoopMark(const LoopMark&) = delete;
     LoopMark& operator=(const LoopMark&) = delete;
-
-    bool Ready() const { return mark_ != nullptr; }
 
     // Called before every step; true when this state was met before.
     bool Repeats() {
@@ -350,26 +346,28 @@ private:
     long FilePosition() const { return reader_.m_file == nullptr ? 0 : ftell(reader_.m_file); }
 
     bool SameAsMark() const {
-        if (!Equal(Now(), mark_->scalars)) return false;
-        if (FilePosition() != mark_->filePosition) return false;
+        if (!Equal(Now(), mark_.scalars)) return false;
+        if (FilePosition() != mark_.filePosition) return false;
         if (reader_.m_fileInfo != nullptr &&
-            memcmp(mark_->record, reader_.m_fileInfo, sizeof(MediaFileInfo_st)) != 0) {
+            memcmp(mark_.record, reader_.m_fileInfo, sizeof(MediaFileInfo_st)) != 0) {
             return false;
         }
-        return memcmp(mark_->buffer, reader_.m_buffer, Mp4Info::kReadSize) == 0;
+        return memcmp(mark_.buffer, reader_.m_buffer, Mp4Info::kReadSize) == 0;
     }
 
     void Take() {
-        mark_->scalars = Now();
-        mark_->filePosition = FilePosition();
+        mark_.scalars = Now();
+        mark_.filePosition = FilePosition();
         if (reader_.m_fileInfo != nullptr) {
-            memcpy(mark_->record, reader_.m_fileInfo, sizeof(MediaFileInfo_st));
+            memcpy(mark_.record, reader_.m_fileInfo, sizeof(MediaFileInfo_st));
         }
-        memcpy(mark_->buffer, reader_.m_buffer, Mp4Info::kReadSize);
+        memcpy(mark_.buffer, reader_.m_buffer, Mp4Info::kReadSize);
     }
 
     Mp4Info& reader_;
-    Mark* mark_;
+    // On the stack, left unwritten until the first mark: most walks end
+    // long before it, and then cost neither an allocation nor a copy.
+    Mark mark_;
     unsigned long long steps_ = 0;
     unsigned long long nextMark_ = kFirstMark;
     bool marked_ = false;
@@ -458,7 +456,6 @@ int Mp4Info::ReadFrame(unsigned char* buffer) {
     if (buffer == nullptr) return MFI_BAD_ARGUMENT;
     m_buffer = buffer;
     LoopMark loop(*this);
-    if (!loop.Ready()) return MFI_NO_MEMORY;
 
     for (;;) {
         if (m_bufferSize <= kAtomHeaderSize || m_cursor >= m_bufferSize - kAtomHeaderSize) break;
