@@ -68,10 +68,12 @@ int AacInfo::LoadFile(const char* path) {
     m_filePath = strdup(path);
     m_fileInfo = NewZeroedRecord();
     if (m_fileInfo == nullptr) return MFI_NO_MEMORY;
-    GetFileStorageInfo(&m_fileInfo, path);
     LoadTags(path);
 
     m_file = OpenForReading(path);
+    // The size comes from the open file, sparing a second look-up of the
+    // path; one that cannot be opened is still measured by its path.
+    GetFileStorageInfo(&m_fileInfo, path, m_file);
     if (m_file == nullptr) return MFI_OPEN_FAILED;
 
     int result;

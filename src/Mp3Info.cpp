@@ -357,7 +357,6 @@ int Mp3Info::LoadFile(const char* path) {
     m_filePath = strdup(path);
     m_fileInfo = NewConstructedRecord();
     if (m_fileInfo == nullptr) return MFI_NO_MEMORY;
-    GetFileStorageInfo(&m_fileInfo, path);
 
     m_id3 = new (std::nothrow) Id3Info();
     if (m_id3 == nullptr) {
@@ -367,6 +366,9 @@ int Mp3Info::LoadFile(const char* path) {
     }
 
     m_file = OpenForReading(path);
+    // The size comes from the open file, sparing a second look-up of the
+    // path; one that cannot be opened is still measured by its path.
+    GetFileStorageInfo(&m_fileInfo, path, m_file);
     if (m_file == nullptr) return MFI_OPEN_FAILED;
     fseek(m_file, 0, SEEK_SET);
 
