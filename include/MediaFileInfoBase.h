@@ -33,8 +33,10 @@ public:
     // Stores the low 32 bits of the file size into (*info)->fileSize.
     static int GetFileStorageInfo(MediaFileInfo_st** info, const char* path);
     // The same, for a reader that already holds the file open: asks the open
-    // descriptor (no second path look-up) and falls back to the path.
-    static int GetFileStorageInfo(MediaFileInfo_st** info, const char* path, FILE* open);
+    // descriptor (no second path look-up) and falls back to the path. When
+    // `size` is given it receives the whole size the descriptor told, or -1.
+    static int GetFileStorageInfo(MediaFileInfo_st** info, const char* path, FILE* open,
+                                  long long* size = nullptr);
     // Skips a leading ID3v2 tag: seeks to the decoded tag size (10 bytes short
     // of the tag's end, which the frame searches cope with) and refills.
     int OverleapID3V2(char** buffer);

@@ -105,6 +105,12 @@ public:
     char m_tempPath[kTempPathSize];
     AtomHandler m_loadHandler;       // the handler the next atom goes to
     unsigned char* m_buffer;         // the buffer of the running walk
+    long long m_fileEnd;             // size of the file m_file reads, -1 when not known
+
+    // How much of a read of `want` bytes at m_file's position the file can
+    // still give: fewer near m_fileEnd, `want` when the end is not known or
+    // already reached (the read then finds the end itself).
+    size_t ReadableAhead(size_t want) const;
 
 private:
     // One row of a handler's table: an atom type (null: any other), the
@@ -156,6 +162,7 @@ private:
     unsigned int SumSizesFromFile(unsigned long long words);
     // Bytes between the file's position and its end.
     long long BytesLeftInFile() const;
+
 };
 
 #endif  // FILEINFO_MP4INFO_H

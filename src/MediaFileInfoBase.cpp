@@ -110,10 +110,13 @@ int MediaFileInfoBase::GetFileStorageInfo(MediaFileInfo_st** info, const char* p
     return MFI_OK;
 }
 
-int MediaFileInfoBase::GetFileStorageInfo(MediaFileInfo_st** info, const char* path, FILE* open) {
+int MediaFileInfoBase::GetFileStorageInfo(MediaFileInfo_st** info, const char* path, FILE* open,
+                                          long long* size) {
+    if (size != nullptr) *size = -1;
     if (path == nullptr || info == nullptr || *info == nullptr) return MFI_BAD_ARGUMENT;
     struct stat st;
     if (open == nullptr || fstat(fileno(open), &st) != 0) return GetFileStorageInfo(info, path);
+    if (size != nullptr) *size = static_cast<long long>(st.st_size);
     (*info)->fileSize = static_cast<unsigned int>(st.st_size);
     return MFI_OK;
 }

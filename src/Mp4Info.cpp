@@ -386,7 +386,8 @@ Mp4Info::Mp4Info()
       m_movieEnd(0),
       m_trackTimeScale(0),
       m_loadHandler(&Mp4Info::LoadFtyp),
-      m_buffer(nullptr) {
+      m_buffer(nullptr),
+      m_fileEnd(-1) {
     memset(m_handlerType, 0, sizeof m_handlerType);
     memset(m_handlerName, 0, sizeof m_handlerName);
     memset(m_videoEntryType, 0, sizeof m_videoEntryType);
@@ -435,8 +436,8 @@ int Mp4Info::LoadFile(const char* path) {
     if (buffer == nullptr || m_fileInfo == nullptr) {
         result = MFI_NO_MEMORY;
     } else {
-        GetFileStorageInfo(&m_fileInfo, path, m_file);
-        m_bufferSize = static_cast<unsigned int>(fread(buffer, 1, kReadSize, m_file));
+        GetFileStorageInfo(&m_fileInfo, path, m_file, &m_fileEnd);
+        m_bufferSize = static_cast<unsigned int>(fread(buffer, 1, ReadableAhead(kReadSize), m_file));
         if (m_bufferSize < kReadSize) {
             result = MFI_SHORT_FILE;
         } else {
@@ -449,6 +450,7 @@ int Mp4Info::LoadFile(const char* path) {
     // By now this may be the temporary file of an inflated movie header.
     fclose(m_file);
     m_file = nullptr;
+    m_fileEnd = -1;
     return result;
 }
 
@@ -482,7 +484,7 @@ int Mp4Info::ReadFrame(unsigned char* buffer) {
             if (m_cursor > m_bufferSize) return MFI_NOT_THIS_FORMAT;
             continue;
         }
-        const size_t got = fread(buffer, 1, kReadSize, m_file);
+        const size_t got = fread(buffer, 1, ReadableAhead(kReadSize), m_file);
         if (got == 0) return MFI_NOT_THIS_FORMAT;
         if (m_moovOpen != 0) m_movieEnd -= m_cursor;
         m_cursor = 0;
@@ -507,6 +509,19 @@ long long Mp4Info::BytesLeftInFile() const {
     if (position < 0 || fstat(fileno(m_file), &st) != 0) return 0;
     const long long left = static_cast<long long>(st.st_size) - position;
     return left > 0 ? left : 0;
+}
+
+// A read that comes up short makes stdio ask the file once more, only to
+// learn that it has ended. Asking for no more than the file still holds
+// spares that call; the read brings the same bytes. The walk never looks
+// at the stream's end-of-file flag after a read (only after a seek, which
+// clears it), so the flag a short read would have set is not missed.
+size_t Mp4Info::ReadableAhead(size_t want) const {
+    if (m_file == nullptr || m_fileEnd < 0) return want;
+    const long at = ftell(m_file);
+    if (at < 0 || at >= m_fileEnd) return want;
+    const long long left = m_fileEnd - at;
+    return left < static_cast<long long>(want) ? static_cast<size_t>(left) : want;
 }
 
 // ---- The walk -------------------------------------------------------------
@@ -790,6 +805,7 @@ int Mp4Info::InflateMovieHeader(unsigned char* atom) {
     // a cursor at the buffer's end makes the walker refill at once.
     fclose(m_file);
     m_file = temp;
+    m_fileEnd = -1;
     fseek(m_file, 0, SEEK_SET);
     m_cursor = m_bufferSize;
     m_loadHandler = &Mp4Info::LoadMoov;

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <cstdlib>
@@ -176,6 +177,42 @@ TEST(ReaderBase, GetFileStorageInfoOfAnOpenFileAsksItsDescriptor) {
     EXPECT_EQ(MediaFileInfoBase::GetFileStorageInfo(&r, dir.file("missing").c_str(), nullptr), MFI_SHORT_FILE);
     EXPECT_EQ(MediaFileInfoBase::GetFileStorageInfo(&r, nullptr, f), MFI_BAD_ARGUMENT);
     fclose(f);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(ReaderBase, GetFileStorageInfoGivesTheWholeSizeBeyondFourGigabytes) {
+    TempDir dir;
+    const std::string p = dir.write("big.bin", Bytes(16, 1));
+    // Sparse: no disk space is used for the hole.
+    constexpr long long kSize = (5LL << 30) + 123;
+    ASSERT_EQ(truncate(p.c_str(), static_cast<off_t>(kSize)), 0);
+    FILE* f = MediaFileInfoBase::OpenForReading(p.c_str());
+    ASSERT_NE(f, nullptr);
+    MediaFileInfo_st record;
+    MediaFileInfo_st* r = &record;
+    long long size = 0;
+    EXPECT_EQ(MediaFileInfoBase::GetFileStorageInfo(&r, p.c_str(), f, &size), MFI_OK);
+    EXPECT_EQ(size, kSize);
+    EXPECT_EQ(record.fileSize, static_cast<unsigned int>(kSize & 0xFFFFFFFF));  // the low 32 bits
+    fclose(f);
+}
+
+TEST(ReaderBase, GetFileStorageInfoWithoutAnOpenFileGivesNoWholeSize) {
+    TempDir dir;
+    const std::string p = dir.write("f.bin", Bytes(77, 1));
+    MediaFileInfo_st record;
+    MediaFileInfo_st* r = &record;
+    long long size = 0;
+    // The path still gives the record its size; the whole size is unknown.
+    EXPECT_EQ(MediaFileInfoBase::GetFileStorageInfo(&r, p.c_str(), nullptr, &size), MFI_OK);
+    EXPECT_EQ(record.fileSize, 77u);
+    EXPECT_EQ(size, -1);
+    size = 0;
+    EXPECT_EQ(MediaFileInfoBase::GetFileStorageInfo(&r, nullptr, nullptr, &size), MFI_BAD_ARGUMENT);
+    EXPECT_EQ(size, -1);
 }
 
 }  // namespace

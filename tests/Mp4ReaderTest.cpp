@@ -443,3 +443,42 @@ TEST(Mp4Walker, StblClearsTheBitRateOfTheTrackKind) {
 }
 
 }  // namespace
+
+namespace {
+
+// Refills near the end of the file ask for no more than it holds.
+TEST(Mp4Walker, ReadsAheadNoFurtherThanTheFileEnd) {
+    TempDir dir;
+    const std::string p = dir.write("f.bin", Bytes(10000, 7));
+    Mp4Info reader;
+    reader.m_file = MediaFileInfoBase::OpenForReading(p.c_str());
+    ASSERT_NE(reader.m_file, nullptr);
+    // End not known: the whole request.
+    EXPECT_EQ(reader.ReadableAhead(4096), 4096u);
+    reader.m_fileEnd = 10000;
+    EXPECT_EQ(reader.ReadableAhead(4096), 4096u);
+    ASSERT_EQ(fseek(reader.m_file, 8000, SEEK_SET), 0);
+    EXPECT_EQ(reader.ReadableAhead(4096), 2000u);
+    EXPECT_EQ(reader.ReadableAhead(100), 100u);
+    // At or past the end the read is left to find the end itself.
+    ASSERT_EQ(fseek(reader.m_file, 10000, SEEK_SET), 0);
+    EXPECT_EQ(reader.ReadableAhead(4096), 4096u);
+    ASSERT_EQ(fseek(reader.m_file, 12000, SEEK_SET), 0);
+    EXPECT_EQ(reader.ReadableAhead(4096), 4096u);
+    fclose(reader.m_file);
+    reader.m_file = nullptr;
+    EXPECT_EQ(reader.ReadableAhead(4096), 4096u);
+}
+
+TEST(Mp4Walker, ForgetsTheFileEndWhenTheLoadEnds) {
+    TempDir dir;
+    // The movie after the media data: the walk refills up to the file's end.
+    const std::string p = dir.write("av.mp4", Cat({Ftyp(), Filler("mdat", 20000, 0x5A), AvMoov()}));
+    Mp4Info reader;
+    EXPECT_EQ(reader.m_fileEnd, -1);
+    ASSERT_EQ(reader.LoadFile(p.c_str()), MFI_OK);
+    EXPECT_EQ(reader.m_file, nullptr);
+    EXPECT_EQ(reader.m_fileEnd, -1);
+}
+
+}  // namespace
