@@ -8,7 +8,7 @@
 
 #include "MediaFileInfoDefine.h"
 
-// One key of the description and the value element that follows it.
+// One key of the capability list and the value element that follows it.
 struct FILEINFO_API KEY_VAR_st {
     // Kind of the value: 0 integer, 1 string or empty element, 2 real.
     unsigned int type = 0;
@@ -27,7 +27,7 @@ public:
 
     static const char* const KEY_BEGIN;  // "<key>"
     static const char* const KEY_END;    // "</key>"
-    // The sections of a description: "AudioCodecs", "VideoCodecs".
+    // The sections of a capability list: "AudioCodecs", "VideoCodecs".
     static const char* const FILE_TYPE_TAG[kFileTypeTagCount];
     // The requirement keys the judgement knows, in the order they are
     // matched; every other key passes.
@@ -44,7 +44,7 @@ public:
     KEY_VAR_st GetNextKeyVar();
 
     // 1 when the device can play the file, 0 when not (also for a null
-    // record or a file type the description does not name).
+    // record or a file type the capability list does not name).
     int AdjudgeFile(MediaFileInfo_st* info);
     // Checks the keys of the type's dictionary after the cursor; called by
     // AdjudgeFile once it has placed the cursor after the type's key.

@@ -36,8 +36,8 @@ Loaded Load(const Bytes& bytes, const std::string& name = "clip.aac") {
     return LoadWith(reader, dir.write(name, bytes));
 }
 
-AdtsSpec Frame(unsigned length, unsigned rateIndex = 4, unsigned channels = 2) {
-    AdtsSpec s;
+AdtsFields Frame(unsigned length, unsigned rateIndex = 4, unsigned channels = 2) {
+    AdtsFields s;
     s.length = length;
     s.rateIndex = rateIndex;
     s.channelConfig = channels;
@@ -94,7 +94,7 @@ TEST(AacReader, ChannelConfigurations) {
 }
 
 TEST(AacReader, IdBitNamesTheVersion) {
-    AdtsSpec s = Frame(300);
+    AdtsFields s = Frame(300);
     s.mpeg2 = true;
     EXPECT_STREQ(Load(AdtsStream(s, 20)).record.audioFormat, "MPEG Version 2");
     s.mpeg2 = false;
@@ -103,7 +103,7 @@ TEST(AacReader, IdBitNamesTheVersion) {
 }
 
 TEST(AacReader, OnlyTheFirstFrameSetsRateChannelsAndVersion) {
-    AdtsSpec second = Frame(400, 7, 2);  // 22050 Hz stereo MPEG-2
+    AdtsFields second = Frame(400, 7, 2);  // 22050 Hz stereo MPEG-2
     second.mpeg2 = true;
     const Bytes file = Join({AdtsFrame(Frame(200, 4, 1)), AdtsStream(second, 99)});
     const Loaded r = Load(file);
@@ -253,7 +253,7 @@ TEST(AacReader, HeaderCutByTheEndOfTheDataReadsZerosBehindIt) {
 }
 
 TEST(AacReader, LeadingId3v2TagIsSkipped) {
-    Id3v2Spec tag;
+    Id3v2Fields tag;
     tag.frames = {TextFrame("TIT2", "Tagged")};
     tag.padding = 500;
     const Loaded r = Load(Join({BuildId3v2(tag), AdtsStream(Frame(372), 1000)}), "v2.aac");
@@ -270,7 +270,7 @@ TEST(AacReader, SyncInTheLastTenTagBytesIsTakenForAFrame) {
     const Bytes fake = AdtsHeader(Frame(0, 8, 1));
     data.insert(data.end(), fake.begin(), fake.end());
     data.insert(data.end(), 3, 0);
-    Id3v2Spec tag;
+    Id3v2Fields tag;
     tag.frames = {RawFrame("PRIV", data)};
     const Loaded r = Load(Join({BuildId3v2(tag), AdtsStream(Frame(372), 100)}));
     EXPECT_EQ(r.status, MFI_NOT_THIS_FORMAT);
@@ -281,7 +281,7 @@ TEST(AacReader, SyncInTheLastTenTagBytesIsTakenForAFrame) {
 TEST(AacReader, TagLeavingLessThanOneBufferReadsNothing) {
     // The skip refills from inside the tag and reaches the end of the
     // file at once: the scan never starts.
-    Id3v2Spec tag;
+    Id3v2Fields tag;
     tag.padding = 1000;
     const Loaded r = Load(Join({BuildId3v2(tag), AdtsStream(Frame(372), 12)}), "brief.aac");
     EXPECT_EQ(r.status, MFI_UNREADABLE);
@@ -290,7 +290,7 @@ TEST(AacReader, TagLeavingLessThanOneBufferReadsNothing) {
 }
 
 TEST(AacReader, TrailingId3v1TagIsWalkedOver) {
-    Id3v1Spec v1;
+    Id3v1Fields v1;
     v1.title = "Tail";
     // Genre 255 is the file's last byte; the byte behind it in the buffer
     // is one left by the previous load (a zero payload byte here).
@@ -371,7 +371,7 @@ TEST(AacReadFrame, ReadErrorEndsTheScan) {
 
 // An ADIF file of `total` bytes.
 Bytes Adif(uint32_t bitRate, size_t total, bool copyright = false, uint8_t copyrightFirstByte = 0) {
-    AdifSpec s;
+    AdifFields s;
     s.bitRate = bitRate;
     s.copyrightPresent = copyright;
     s.copyrightId[0] = copyrightFirstByte;
@@ -434,14 +434,14 @@ TEST(AacAdif, CopyrightFieldIsSkippedWhenByteFourHasBit8) {
 }
 
 TEST(AacAdif, FileLengthIncludesTrailingTags) {
-    Id3v1Spec v1;
+    Id3v1Fields v1;
     v1.genre = 12;
     const Bytes file = Join({Adif(8000, 40000 - 128), BuildId3v1(v1)});
     EXPECT_EQ(Load(file).record.durationMs, 40000u);  // 39872 alone would give 4 * 8000
 }
 
 TEST(AacAdif, Id3v2SkipLandingBeforeTheHeaderMissesIt) {
-    Id3v2Spec tag;
+    Id3v2Fields tag;
     tag.frames = {TextFrame("TIT2", "Front")};
     tag.padding = 100;
     const Loaded r = Load(Join({BuildId3v2(tag), Adif(8000, 40000)}), "front.aac");
@@ -451,7 +451,7 @@ TEST(AacAdif, Id3v2SkipLandingBeforeTheHeaderMissesIt) {
 }
 
 TEST(AacAdif, Id3v2SizeCountingItsHeaderLandsOnTheHeader) {
-    Id3v2Spec tag;
+    Id3v2Fields tag;
     tag.frames = {TextFrame("TIT2", "Front")};
     tag.padding = 100;
     const size_t body = BuildId3v2(tag).size() - 10;

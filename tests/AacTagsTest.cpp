@@ -18,12 +18,12 @@ using Tagged = LoadResult;
 Tagged Load(const Bytes& bytes, const std::string& name = "song.aac") { return LoadBytes<AacInfo>(bytes, name); }
 
 Bytes Stream(size_t frames = 100) {
-    AdtsSpec s;
+    AdtsFields s;
     return AdtsStream(s, frames);
 }
 
-Id3v1Spec V1() {
-    Id3v1Spec v1;
+Id3v1Fields V1() {
+    Id3v1Fields v1;
     v1.title = "Old Title";
     v1.artist = "V1 Artist";
     v1.album = "V1 Album";
@@ -35,7 +35,7 @@ Id3v1Spec V1() {
 }
 
 Bytes V23(std::vector<Id3Frame> frames) {
-    Id3v2Spec s;
+    Id3v2Fields s;
     s.frames = std::move(frames);
     s.padding = 64;
     return BuildId3v2(s);
@@ -95,7 +95,7 @@ TEST(AacTags, NoTagsLeaveTheNameAsTitle) {
 }
 
 TEST(AacTags, NegativeTrackIsStoredIn16Bits) {
-    Id3v1Spec v1 = V1();
+    Id3v1Fields v1 = V1();
     v1.track = 200;  // read as the signed byte -56
     EXPECT_EQ(Load(Join({Stream(), BuildId3v1(v1)})).record.trackNumber, 65480);
 }
@@ -120,7 +120,7 @@ TEST(AacTags, ShortFileStillGetsItsTags) {
 TEST(AacTags, EmptyId3v2TagStopsTheCopyButNotTheScan) {
     // Size 0: the tag reader returns 10 and nothing is copied; the skip
     // reloads the file's start and the frames after the header are found.
-    Id3v2Spec empty;
+    Id3v2Fields empty;
     const Tagged r = Load(Join({BuildId3v2(empty), Stream(), BuildId3v1(V1())}), "empty.aac");
     EXPECT_EQ(r.status, MFI_OK);
     EXPECT_STREQ(r.record.title, "empty");

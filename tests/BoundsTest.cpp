@@ -102,14 +102,14 @@ void ExpectBounded(const ChildLoad& hostile, const ChildLoad& honest) {
 }
 
 Bytes Mp3WithTag(bool hugeTagSize) {
-    Id3v2Spec tag;
+    Id3v2Fields tag;
     tag.frames = {TextFrame("TIT2", "Song")};
     tag.padding = 64;
     if (hugeTagSize) {
         tag.overrideSize = true;
         tag.size = 0x0FFFFFFF;  // 256 MB announced
     }
-    Id3v1Spec v1;
+    Id3v1Fields v1;
     v1.title = "Old";
     return Cat({BuildId3v2(tag), Mp3Frames(Mp3Header{}, 417, 40), BuildId3v1(v1)});
 }

@@ -14,8 +14,8 @@
 
 namespace {
 
-WavSpec OneSecond() {
-    WavSpec s;
+WavFields OneSecond() {
+    WavFields s;
     s.dataBytes = 176400;
     return s;
 }
@@ -200,7 +200,7 @@ TEST(Facade, GarbageNamedWavFallsBackToTheLenientAiffReader) {
 
 TEST(Facade, WavNamedMovIsRefusedByMp4AndReadByWav) {
     TempDir dir;
-    WavSpec wav = OneSecond();
+    WavFields wav = OneSecond();
     wav.writeData = true;
     const std::string p = dir.write("a.mov", BuildWav(wav));
     Mp4Info mp4;

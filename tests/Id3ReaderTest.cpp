@@ -19,14 +19,14 @@ struct TagFile {
 };
 
 Bytes V23(std::vector<Id3Frame> frames, size_t padding = 0) {
-    Id3v2Spec s;
+    Id3v2Fields s;
     s.frames = std::move(frames);
     s.padding = padding;
     return BuildId3v2(s);
 }
 
 Bytes V22(std::vector<Id3Frame> frames) {
-    Id3v2Spec s;
+    Id3v2Fields s;
     s.majorVersion = 2;
     s.frames = std::move(frames);
     return BuildId3v2(s);
@@ -137,7 +137,7 @@ TEST(Id3Reader, DestoryKeepsFrameCountAndTagSize) {
 // --- ID3v1 ------------------------------------------------------------------
 
 TEST(Id3Reader, Id3v1TagFillsTheFields) {
-    Id3v1Spec v1;
+    Id3v1Fields v1;
     v1.title = "Title";
     v1.artist = "Artist";
     v1.album = "Album";
@@ -163,7 +163,7 @@ TEST(Id3Reader, Id3v1TagFillsTheFields) {
 }
 
 TEST(Id3Reader, Id3v1FieldsEndAtTheirFullWidth) {
-    Id3v1Spec v1;
+    Id3v1Fields v1;
     v1.title = "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123";
     v1.comment = "abcdefghijklmnopqrstuvwxyz0123";  // 30 characters: ID3v1.0
     Loaded t(Join({AudioBytes(10), BuildId3v1(v1)}));
@@ -176,7 +176,7 @@ TEST(Id3Reader, Id3v1FieldsEndAtTheirFullWidth) {
 }
 
 TEST(Id3Reader, Id3v1TrackByteIsSigned) {
-    Id3v1Spec v1;
+    Id3v1Fields v1;
     v1.track = 200;
     Loaded t(Join({AudioBytes(10), BuildId3v1(v1)}));
     ASSERT_EQ(t.status, MFI_OK);
@@ -187,7 +187,7 @@ TEST(Id3Reader, Id3v1GenreBytesAboveOneTwentySevenNameNoGenre) {
     const std::pair<int, const char*> cases[] = {
         {255, ""}, {148, ""}, {128, ""}, {147, ""}, {127, "Drum & Bass"}, {0, "Blues"}, {17, "Rock"}};
     for (const auto& [byte, name] : cases) {
-        Id3v1Spec v1;
+        Id3v1Fields v1;
         v1.genre = byte;
         Loaded t(BuildId3v1(v1));
         ASSERT_EQ(t.status, MFI_OK) << byte;
@@ -218,7 +218,7 @@ TEST(Id3Reader, HeaderShorterThanTenBytesReadsNothing) {
 }
 
 TEST(Id3Reader, ExactlyOneTwentyEightBytesOfId3v1) {
-    Id3v1Spec v1;
+    Id3v1Fields v1;
     v1.title = "Only";
     Loaded t(BuildId3v1(v1));
     EXPECT_EQ(t.status, MFI_OK);
@@ -277,7 +277,7 @@ TEST(Id3Reader, EveryMappedFrameAndTheFrameList) {
 }
 
 TEST(Id3Reader, Id3v24TagIsNotRead) {
-    Id3v2Spec s;
+    Id3v2Fields s;
     s.majorVersion = 4;
     s.frames = {TextFrame("TIT2", "Hi")};
     Loaded t(Join({BuildId3v2(s), AudioBytes(300)}));
@@ -290,7 +290,7 @@ TEST(Id3Reader, Id3v24TagIsNotRead) {
 }
 
 TEST(Id3Reader, Id3v23TagWithExtendedHeaderIsNotRead) {
-    Id3v2Spec s;
+    Id3v2Fields s;
     s.flags = 0x40;
     s.frames = {TextFrame("TIT2", "Hi")};
     Loaded t(Join({BuildId3v2(s), AudioBytes(300)}));
@@ -364,7 +364,7 @@ TEST(Id3Reader, UnknownFramesAreWalkedBytewise) {
 }
 
 TEST(Id3Reader, LaterFramesReplaceEarlierAndId3v1Values) {
-    Id3v1Spec v1;
+    Id3v1Fields v1;
     v1.title = "Old";
     v1.album = "Kept";
     Loaded t(Join({V23({TextFrame("TIT2", "First"), TextFrame("TIT2", "Second")}), AudioBytes(300),
@@ -380,7 +380,7 @@ TEST(Id3Reader, TrackFrameGivesTheCodeOfItsFirstCharacter) {
 }
 
 TEST(Id3Reader, Id3v1TrackWinsOverTheTrackFrame) {
-    Id3v1Spec v1;
+    Id3v1Fields v1;
     v1.track = 3;
     Loaded t(Join({V23({TextFrame("TRCK", "7")}), AudioBytes(300), BuildId3v1(v1)}));
     EXPECT_EQ(t.status, MFI_OK);
@@ -437,7 +437,7 @@ TEST(Id3Reader, MoreThanSeventyFourFramesKeepTheFirstSeventyFour) {
 }
 
 TEST(Id3Reader, EmptyTagReturnsTenEvenWithAnId3v1Tag) {
-    Id3v1Spec v1;
+    Id3v1Fields v1;
     v1.title = "V1";
     Loaded t(Join({RawHeader(3, 0, Bytes{0, 0, 0, 0}, {}), AudioBytes(300), BuildId3v1(v1)}));
     EXPECT_EQ(t.status, MFI_NOT_THIS_FORMAT);
@@ -464,11 +464,11 @@ TEST(Id3Reader, SizeByteWithTopBitSetGivesANegativeSizeAndNoScan) {
 
 TEST(Id3Reader, HugeAnnouncedSizeReadsLikeTheExactOne) {
     const std::vector<Id3Frame> frames = {TextFrame("TIT2", "Song"), TextFrame("TPE1", "Band")};
-    Id3v2Spec huge;
+    Id3v2Fields huge;
     huge.frames = frames;
     huge.overrideSize = true;
     huge.size = 0x0FFFFFFF;
-    Id3v1Spec v1;
+    Id3v1Fields v1;
     v1.album = "Album";
     Loaded a(Join({V23(frames), AudioBytes(300), BuildId3v1(v1)}));
     Loaded b(Join({BuildId3v2(huge), AudioBytes(300), BuildId3v1(v1)}));
@@ -505,7 +505,7 @@ TEST(Id3Reader, BytesPastTheFileEndReadAsZero) {
 }
 
 TEST(Id3Reader, SecondLoadAppendsFramesAndBuildsOnTheOldSize) {
-    Id3v1Spec v1;
+    Id3v1Fields v1;
     v1.title = "V1";
     Loaded t(Join({V23({TextFrame("TIT2", "Hi"), TextFrame("TPE1", "Yo")}), AudioBytes(300), BuildId3v1(v1)}));
     ASSERT_EQ(t.status, MFI_OK);
@@ -556,7 +556,7 @@ TEST(Id3Reader, Id3v22FrameOfTwoHundredBytesEndsTheScan) {
 }
 
 TEST(Id3Reader, Id3v22FlagsAreNotLookedAt) {
-    Id3v2Spec s;
+    Id3v2Fields s;
     s.majorVersion = 2;
     s.flags = 0x40;
     s.frames = {TextFrame("TT2", "Hi")};

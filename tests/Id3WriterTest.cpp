@@ -19,7 +19,7 @@ namespace {
 constexpr size_t kBlock = 1024;
 
 Bytes V23(std::vector<Id3Frame> frames, size_t padding = 0) {
-    Id3v2Spec s;
+    Id3v2Fields s;
     s.frames = std::move(frames);
     s.padding = padding;
     return BuildId3v2(s);
@@ -277,7 +277,7 @@ TEST(Id3Writer, Id3v1GenreIsTheRowIndexOr148) {
 }
 
 TEST(Id3Writer, Id3v1TagIsReplacedWhenPresent) {
-    Id3v1Spec old;
+    Id3v1Fields old;
     old.title = "Old";
     const Bytes original = Join({V23(EveryFrameButTrack("Hi")), AudioBytes(2000), BuildId3v1(old)});
     Written w(original);
@@ -358,7 +358,7 @@ TEST(Id3Writer, TitleThreeBytesLongerGrowsTheFileThroughTheBlockLoop) {
 TEST(Id3Writer, GrowingWhenTheTagReachesTheFileEndMovesNothing) {
     // The header announces more bytes than the file holds: the block loop
     // does not run and the rest to move lies past the end.
-    Id3v2Spec s;
+    Id3v2Fields s;
     s.frames = EveryFrameButTrack("Hi");
     s.overrideSize = true;
     s.size = 3000;
@@ -560,7 +560,7 @@ TEST(Id3Writer, TagSizeIsWrittenUnmasked) {
 TEST(Id3Writer, FileWithAnId3v22TagGetsAVersion3Header) {
     // TT2 "Hi" (9 bytes); title "Hey" (+1) and TPE1 "Bob" appended with the
     // ID3v2.2 count, 7 + 3: D = 11. No ID3v1 tag: one is appended first.
-    Id3v2Spec s;
+    Id3v2Fields s;
     s.majorVersion = 2;
     s.frames = {TextFrame("TT2", "Hi")};
     const Bytes original = Join({BuildId3v2(s), AudioBytes(2000)});

@@ -61,7 +61,7 @@ void ExpectBoundary(const char* key, const std::string& number, MediaFileInfo_st
 
 using U16 = unsigned short;
 
-// ---- The walk over the description --------------------------------------
+// ---- The walk over the capability list -----------------------------------
 
 TEST(CapsJudge, NullRecordIsRefused) {
     FileInfoFilter f(DeviceWith("MP3", ""));
@@ -69,7 +69,7 @@ TEST(CapsJudge, NullRecordIsRefused) {
     EXPECT_EQ(f.JudgeValue(nullptr), 0);
 }
 
-TEST(CapsJudge, DescriptionWithoutTheTypeRefuses) {
+TEST(CapsJudge, CapabilitiesWithoutTheTypeRefuse) {
     EXPECT_EQ(Judge(DeviceWith("WAV", ""), Mp3()), 0);
     EXPECT_EQ(Judge("", Mp3()), 0);
 }
@@ -657,7 +657,7 @@ TEST(CapsJudge, ExamplePlayerTakesSmallBaselineMoviesWithAacSound) {
     EXPECT_EQ(Judge(caps, mpeg4), 0);
 }
 
-// ---- Random and corrupted descriptions ------------------------------------
+// ---- Random and corrupted capability lists --------------------------------
 
 std::string RandomCaps(std::mt19937& rng) {
     static const char* const pieces[] = {
@@ -718,7 +718,7 @@ void ExpectVerdicts(const std::string& text) {
     }
 }
 
-TEST(CapsJudge, RandomDescriptionsAreWalkedForwardToAnEnd) {
+TEST(CapsJudge, RandomCapabilityListsAreWalkedForwardToAnEnd) {
     std::mt19937 rng(20240607);
     for (int i = 0; i < 300; ++i) {
         const std::string text = RandomCaps(rng);
@@ -730,7 +730,7 @@ TEST(CapsJudge, RandomDescriptionsAreWalkedForwardToAnEnd) {
     }
 }
 
-TEST(CapsJudge, CorruptedDescriptionsAreWalkedForwardToAnEnd) {
+TEST(CapsJudge, CorruptedCapabilityListsAreWalkedForwardToAnEnd) {
     const std::string caps = PlayerCaps();
     ASSERT_FALSE(caps.empty());
     std::mt19937 rng(7);

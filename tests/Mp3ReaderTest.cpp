@@ -558,7 +558,7 @@ TEST(Mp3Reader, LeadingId3v2TagIsSkippedTenBytesEarly) {
     // bytes as junk and accepts six frames from 1010 on within that read,
     // which ends at 5096. 41705 bytes follow it: 41705 / 417 = 100. Had the
     // skip landed at 1010, it would count 41695 / 417 = 99.
-    Id3v2Spec tag;
+    Id3v2Fields tag;
     tag.frames = {TextFrame("TIT2", "Tagged")};
     tag.padding = 1000 - 17;
     Bytes b = BuildId3v2(tag);
@@ -576,7 +576,7 @@ TEST(Mp3Reader, LeadingId3v2TagIsSkippedTenBytesEarly) {
 TEST(Mp3Reader, TrailingTagIsCountedAsAudio) {
     TempDir dir;
     Bytes b = CdStreamAt(0, 9, kRead + 41700 - 128);
-    const Bytes v1 = BuildId3v1(Id3v1Spec{"Title", "Artist", "Album", "1999", "Note", 3, 17});
+    const Bytes v1 = BuildId3v1(Id3v1Fields{"Title", "Artist", "Album", "1999", "Note", 3, 17});
     b.insert(b.end(), v1.begin(), v1.end());
     Mp3Info r;
     ASSERT_EQ(Load(r, dir, b), MFI_OK);

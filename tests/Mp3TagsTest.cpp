@@ -68,7 +68,7 @@ TEST(Mp3Tags, ExampleFileCarriesItsTags) {
 
 TEST(Mp3Tags, Id3v1TagFillsTheRecord) {
     TempDir dir;
-    const Bytes file = Join({Stream(), BuildId3v1(Id3v1Spec{"Song", "Band", "Record", "1987", "Fine", 12, 13})});
+    const Bytes file = Join({Stream(), BuildId3v1(Id3v1Fields{"Song", "Band", "Record", "1987", "Fine", 12, 13})});
     Mp3Info r;
     ASSERT_EQ(r.LoadFile(dir.write("a.mp3", file).c_str()), MFI_OK);
     ExpectTags(r.GetFileInfo(), {"Song", "Band", "Record", "Pop", "", "1987", "Fine", "", 12});
@@ -78,7 +78,7 @@ TEST(Mp3Tags, Id3v1TagFillsTheRecord) {
 TEST(Mp3Tags, NegativeTrackIsStoredAsSixteenBits) {
     // Track byte 200 reads as -56, which the 16-bit field holds as 65480.
     TempDir dir;
-    const Bytes file = Join({Stream(), BuildId3v1(Id3v1Spec{"Song", "", "", "", "", 200, 0})});
+    const Bytes file = Join({Stream(), BuildId3v1(Id3v1Fields{"Song", "", "", "", "", 200, 0})});
     Mp3Info r;
     ASSERT_EQ(r.LoadFile(dir.write("a.mp3", file).c_str()), MFI_OK);
     EXPECT_EQ(r.GetFileInfo()->trackNumber, 65480);
@@ -87,7 +87,7 @@ TEST(Mp3Tags, NegativeTrackIsStoredAsSixteenBits) {
 
 TEST(Mp3Tags, Id3v2TagWithoutId3v1IsNotCopied) {
     TempDir dir;
-    Id3v2Spec tag;
+    Id3v2Fields tag;
     tag.frames = {TextFrame("TIT2", "Only Two"), TextFrame("TPE1", "Nobody")};
     tag.padding = 64;
     Mp3Info r;
@@ -99,11 +99,11 @@ TEST(Mp3Tags, Id3v2TagWithoutId3v1IsNotCopied) {
 
 TEST(Mp3Tags, Id3v2ReplacesId3v1TextsButNotItsTrack) {
     TempDir dir;
-    Id3v2Spec tag;
+    Id3v2Fields tag;
     tag.frames = {TextFrame("TIT2", "Longer Title"), TextFrame("TRCK", "9"), TextFrame("TYER", "2020")};
     tag.padding = 32;
     const Bytes file =
-        Join({BuildId3v2(tag), Stream(), BuildId3v1(Id3v1Spec{"Short", "Band", "", "1999", "", 3, 255})});
+        Join({BuildId3v2(tag), Stream(), BuildId3v1(Id3v1Fields{"Short", "Band", "", "1999", "", 3, 255})});
     Mp3Info r;
     ASSERT_EQ(r.LoadFile(dir.write("a.mp3", file).c_str()), MFI_OK);
     ExpectTags(r.GetFileInfo(), {"Longer Title", "Band", "", "", "", "2020", "", "", 3});
@@ -113,9 +113,9 @@ TEST(Mp3Tags, LongTitleIsCutTo127Characters) {
     // A 300-byte "TIT2" (size bytes 00 00 01 2C) reads as 172 bytes: 171
     // characters of text, cut to 127 in the record.
     TempDir dir;
-    Id3v2Spec tag;
+    Id3v2Fields tag;
     tag.frames = {TextFrame("TIT2", std::string(299, 'a'))};
-    const Bytes file = Join({BuildId3v2(tag), Stream(), BuildId3v1(Id3v1Spec{"Short", "", "", "", "", 0, 255})});
+    const Bytes file = Join({BuildId3v2(tag), Stream(), BuildId3v1(Id3v1Fields{"Short", "", "", "", "", 0, 255})});
     Mp3Info r;
     ASSERT_EQ(r.LoadFile(dir.write("a.mp3", file).c_str()), MFI_OK);
     EXPECT_EQ(std::string(r.GetFileInfo()->title), std::string(127, 'a'));
@@ -123,7 +123,7 @@ TEST(Mp3Tags, LongTitleIsCutTo127Characters) {
 
 TEST(Mp3Tags, TagsAreCopiedAlsoWhenTheStreamIsRefused) {
     TempDir dir;
-    const Bytes file = Join({PadTo({}, 8000), BuildId3v1(Id3v1Spec{"Song", "", "", "", "", 0, 255})});
+    const Bytes file = Join({PadTo({}, 8000), BuildId3v1(Id3v1Fields{"Song", "", "", "", "", 0, 255})});
     Mp3Info r;
     EXPECT_EQ(r.LoadFile(dir.write("a.mp3", file).c_str()), MFI_NOT_THIS_FORMAT);
     EXPECT_STREQ(r.GetFileInfo()->title, "Song");

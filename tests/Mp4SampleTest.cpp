@@ -28,16 +28,16 @@ Bytes Sound(const Bytes& entry) { return SoundTrak(entry, Stsz(100, 1000), 44100
 // 10 s of video, 25000 samples of 10 bytes: 200000 bit/s when the table is consulted.
 Bytes Video(const Bytes& entry) { return VideoTrak(entry, Stsz(10, 25000), 600, 6000); }
 
-Bytes AacEntry(const EsdsSpec& esds) { return SoundEntry("mp4a", 2, Esds(esds)); }
+Bytes AacEntry(const EsdsFields& esds) { return SoundEntry("mp4a", 2, Esds(esds)); }
 
-EsdsSpec WithConfig(Bytes decoderInfo) {
-    EsdsSpec s;
+EsdsFields WithConfig(Bytes decoderInfo) {
+    EsdsFields s;
     s.decoderInfo = std::move(decoderInfo);
     return s;
 }
 
-EsdsSpec WithObjectType(unsigned objectType) {
-    EsdsSpec s;
+EsdsFields WithObjectType(unsigned objectType) {
+    EsdsFields s;
     s.objectType = objectType;
     return s;
 }
@@ -56,7 +56,7 @@ TEST(Mp4Sample, OneByteEsdsGivesTheSoundBitRate) {
 }
 
 TEST(Mp4Sample, FourByteEsdsGivesNoBitRate) {
-    EsdsSpec s;
+    EsdsFields s;
     s.fourByteLengths = true;
     ASSERT_EQ(Esds(s).size(), 51u);  // with a two-byte configuration
     const Mp4Result r = LoadMovie({Sound(AacEntry(s))});
@@ -68,7 +68,7 @@ TEST(Mp4Sample, FourByteEsdsWithNonZeroEsIdIsReadAsOneByteForm) {
     // The four-byte test looks at the ES_ID's low byte: with ES_ID 1 the
     // descriptor is taken in the one-byte layout, so the "bit rate" comes
     // from the buffer-size bytes and the object type from the flags byte.
-    EsdsSpec s;
+    EsdsFields s;
     s.fourByteLengths = true;
     s.esId = 1;
     s.maxBitRate = 0x00012345;
@@ -81,7 +81,7 @@ TEST(Mp4Sample, LongerFourByteEsdsUnderAnMp4HandlerReadsAContinuationByte) {
     // 54 bytes and no "Appl" handler: the configuration length is looked
     // for 14 bytes on, where a 0x80 continuation byte stands; the "object
     // type" is then 0x80 >> 3 = 16.
-    EsdsSpec s;
+    EsdsFields s;
     s.fourByteLengths = true;
     s.decoderInfo = {0x12, 0x10, 0x56, 0xE5, 0x00};
     ASSERT_EQ(Esds(s).size(), 54u);
@@ -89,7 +89,7 @@ TEST(Mp4Sample, LongerFourByteEsdsUnderAnMp4HandlerReadsAContinuationByte) {
 }
 
 TEST(Mp4Sample, AppleHandlerReadsTheConfigurationBehindContinuationBytes) {
-    EsdsSpec s;
+    EsdsFields s;
     s.fourByteLengths = true;
     s.decoderInfo = {0x2B, 0x10, 0x56, 0xE5, 0x00};  // object type 5
     const Bytes apple = Hdlr("soun", "Apple Sound Media Handler", true);
@@ -212,8 +212,8 @@ TEST(Mp4Sample, GetTypeAnswersWithTheFieldItWrote) {
 // ---- MPEG-4 visual -------------------------------------------------------------------
 
 // An MPEG-4 visual configuration: visual object sequence with the profile byte.
-EsdsSpec VisualEsds(uint8_t profile, bool fourByte = false) {
-    EsdsSpec s;
+EsdsFields VisualEsds(uint8_t profile, bool fourByte = false) {
+    EsdsFields s;
     s.objectType = 0x20;
     s.avgBitRate = 96000;
     s.fourByteLengths = fourByte;
@@ -221,7 +221,7 @@ EsdsSpec VisualEsds(uint8_t profile, bool fourByte = false) {
     return s;
 }
 
-Bytes Mp4v(const EsdsSpec& esds) { return Video(VisualEntry("mp4v", 176, 144, Esds(esds))); }
+Bytes Mp4v(const EsdsFields& esds) { return Video(VisualEntry("mp4v", 176, 144, Esds(esds))); }
 
 TEST(Mp4Sample, VisualProfileFromTheStartCodeWithoutIods) {
     const Mp4Result r = LoadMovie({Mp4v(VisualEsds(0x03))});
@@ -257,7 +257,7 @@ TEST(Mp4Sample, VisualProfileNamesKeepTheirDoubleBlanks) {
 TEST(Mp4Sample, UnknownVisualProfile) {
     EXPECT_STREQ(LoadMovie({Mp4v(VisualEsds(0x03))}, Iods(0xFF)).record.videoFormat,
                  "MPEG-4 Unknown Profile");
-    EsdsSpec noStartCode = VisualEsds(0x03);
+    EsdsFields noStartCode = VisualEsds(0x03);
     noStartCode.decoderInfo = {0x00, 0x00, 0x01, 0xB5, 0x09};
     EXPECT_STREQ(LoadMovie({Mp4v(noStartCode)}).record.videoFormat, "MPEG-4 Unknown Profile");
 }
@@ -273,7 +273,7 @@ TEST(Mp4Sample, FourByteVisualEsdsScansPastTheContinuationBytes) {
 }
 
 TEST(Mp4Sample, OtherVisualObjectTypesAreNamedFromTheList) {
-    EsdsSpec s = VisualEsds(0x03);
+    EsdsFields s = VisualEsds(0x03);
     const std::pair<unsigned, const char*> cases[] = {
         {0x60, "MPEG-2 Simple"}, {0x65, "MPEG-2 4:2:2"}, {0x6A, "MPEG-1"}, {0x6C, "JPEG"},
         {0xF0, "YUV12"},         {0xF2, "H.263"},        {0xF3, "H.261"},  {0x99, ""},

@@ -37,7 +37,7 @@ namespace {
 // 24 CD-quality frames padded with zeros to 12288 bytes.
 Bytes Mp3Audio() { return PadTo(Mp3Frames(Mp3Header{}, 417, 24), 3 * 4096); }
 // 100 ADTS frames of 372 bytes: 37200 bytes.
-Bytes AacAudio() { return AdtsStream(AdtsSpec{}, 100); }
+Bytes AacAudio() { return AdtsStream(AdtsFields{}, 100); }
 
 // A reader, and whether it is given an MP3 stream or an AAC one.
 template <class R, bool kMp3>
@@ -132,14 +132,14 @@ TYPED_TEST(TagRoundTrip, FileWithoutTagsGainsAnId3v1TagAndATitleFrame) {
 
 // An ID3v2.3 tag written by another tagger over an ID3v1 tag.
 Bytes TaggersId3v23() {
-    Id3v2Spec s;
+    Id3v2Fields s;
     s.frames = {TextFrame("TIT2", "Old"),  TextFrame("TPE1", "Singer"),
                 TextFrame("TCON", "Rock"), TextFrame("TRCK", "7"),
                 CommentFrame("COMM", "eng", "Hello there"), TextFrame("TYER", "2001")};
     s.padding = 16;
     return BuildId3v2(s);  // body: 99 bytes of frames and 16 of padding
 }
-Bytes TaggersId3v1() { return BuildId3v1(Id3v1Spec{"V1 Title", "V1 Artist", "V1 Album", "1990", "v1 note", 4, 13}); }
+Bytes TaggersId3v1() { return BuildId3v1(Id3v1Fields{"V1 Title", "V1 Artist", "V1 Album", "1990", "v1 note", 4, 13}); }
 
 // What the readers take from that pair: "Rock" begins with 'R' (82), the
 // comment loses its first letter, the ID3v1 track 4 wins over "7".
@@ -195,12 +195,12 @@ TYPED_TEST(TagRoundTrip, SecondWriteDropsTheGenreFrameTheFirstOneWrote) {
 }
 
 TYPED_TEST(TagRoundTrip, Id3v22FramesAreWrittenBackUnderTheirThreeLetterIds) {
-    Id3v2Spec s;
+    Id3v2Fields s;
     s.majorVersion = 2;
     s.frames = {TextFrame("TT2", "Old"), TextFrame("TP1", "Band")};
     s.padding = 20;  // body 41
     const std::string path =
-        this->Write(BuildId3v2(s), BuildId3v1(Id3v1Spec{"V1 Title", "V1 Artist", "V1 Album", "1990", "note", 4, 13}));
+        this->Write(BuildId3v2(s), BuildId3v1(Id3v1Fields{"V1 Title", "V1 Artist", "V1 Album", "1990", "note", 4, 13}));
     const RoundTrip r = this->Change(path, NewTitle("New title"));
     ASSERT_EQ(r.loadStatus, MFI_OK);
     ExpectTags(r.loaded, {"Old", "Band", "V1 Album", "Pop", "", "1990", "note", "", 4});
@@ -218,7 +218,7 @@ TYPED_TEST(TagRoundTrip, Id3v22FramesAreWrittenBackUnderTheirThreeLetterIds) {
 }
 
 TYPED_TEST(TagRoundTrip, Id3v2OnlyFileShrinksItsTagAndGainsAnId3v1Tag) {
-    Id3v2Spec s;
+    Id3v2Fields s;
     s.frames = {TextFrame("TIT2", "A long old title"), TextFrame("TPE1", "Artist"), TextFrame("TALB", "Album")};
     const std::string path = this->Write(BuildId3v2(s));  // body 60, no padding
     const RoundTrip r = this->Change(path, NewTitle("Short"));
@@ -347,7 +347,7 @@ void ExpectStoresNoTags(const std::string& name, const Bytes& bytes) {
 }
 
 TEST(TagWrite, WavStoresNoTags) {
-    WavSpec s;
+    WavFields s;
     s.dataBytes = 4000;
     s.writeData = true;
     ExpectStoresNoTags("a.wav", BuildWav(s));

@@ -115,15 +115,15 @@ TEST_F(Tool, ExplainWithoutADeviceIsAUsageError) {
     EXPECT_EQ(RunTool("--explain " + Example("tone-mono.wav")).exitCode, 2);
 }
 
-TEST_F(Tool, UnreadableDeviceDescriptionIsAUsageError) {
+TEST_F(Tool, UnreadableCapabilityFileIsAUsageError) {
     EXPECT_EQ(RunTool("--device /nonexistent/caps.plist " + Example("tone-mono.wav")).exitCode, 2);
 }
 
-TEST_F(Tool, VerdictAgreesWithTheLibraryOnCorruptedDescriptions) {
+TEST_F(Tool, VerdictAgreesWithTheLibraryOnCorruptedCapabilityLists) {
     MediaFileInfo facade;
     ASSERT_EQ(facade.LoadFile(Example("tone-mono.wav").c_str()), MFI_OK);
     const MediaFileInfo_st record = *facade.GetFileInfo();
-    // One description within the file's limits and one just below them.
+    // One capability list within the file's limits and one just below them.
     const std::string seeds[2] = {
         DeviceWith("WAV", CapsBuilder().flag("Mono", true).limit("MaximumSampleRate", 8000).limit("MaximumDataRate", 128).str()),
         DeviceWith("WAV", CapsBuilder().limit("MaximumSampleRate", 7999).flag("Mono", true).limit("MaximumDataRate", 128).str())};

@@ -97,11 +97,11 @@ std::vector<std::string> Lines(const std::string& out) {
 
 // A short canonical WAV: enough for the reader, the title taken from the name.
 Bytes SmallWav() {
-    WavSpec spec;
-    spec.channels = 1;
-    spec.sampleRate = 8000;
-    spec.dataBytes = 16000;
-    return BuildWav(spec);
+    WavFields wav;
+    wav.channels = 1;
+    wav.sampleRate = 8000;
+    wav.dataBytes = 16000;
+    return BuildWav(wav);
 }
 
 std::string Example(const char* name) { return std::string(FILEINFO_EXAMPLES_DIR) + "/" + name; }

@@ -140,7 +140,7 @@ TEST_F(ToolSet, FileThatDidNotLoadIsRefused) {
 }
 
 TEST_F(ToolSet, WavStoresNoTagsAndKeepsNoBackup) {
-    WavSpec s;
+    WavFields s;
     s.dataBytes = 4000;
     s.writeData = true;
     const Bytes wav = BuildWav(s);

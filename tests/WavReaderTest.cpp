@@ -9,7 +9,7 @@ namespace {
 
 constexpr uint32_t kCdBytesPerSecond = 44100 * 2 * 2;
 
-MediaFileInfo_st LoadWav(const WavSpec& wav, int expectedStatus = MFI_OK) {
+MediaFileInfo_st LoadWav(const WavFields& wav, int expectedStatus = MFI_OK) {
     TempDir dir;
     const std::string p = dir.write("clip.wav", BuildWav(wav));
     WavInfo reader;
@@ -17,8 +17,8 @@ MediaFileInfo_st LoadWav(const WavSpec& wav, int expectedStatus = MFI_OK) {
     return *reader.GetFileInfo();
 }
 
-WavSpec CdAudio(uint32_t seconds) {
-    WavSpec s;
+WavFields CdAudio(uint32_t seconds) {
+    WavFields s;
     s.dataBytes = seconds * kCdBytesPerSecond;
     return s;
 }
@@ -44,7 +44,7 @@ TEST(WavReader, DurationIsAWholeMultipleOfEightSeconds) {
 }
 
 TEST(WavReader, MonoIsRecordedAsMono) {
-    WavSpec s = CdAudio(1);
+    WavFields s = CdAudio(1);
     s.channels = 1;
     EXPECT_STREQ(LoadWav(s).channelMode, "Mono");
 }
@@ -53,14 +53,14 @@ TEST(WavReader, FormatTagsAreNamed) {
     const std::pair<unsigned, const char*> names[] = {
         {1, "PCM"}, {0x101, "MULAW"}, {0x102, "IBM_ALAW"}, {0x103, "IBM_ADPCM"}, {3, "UNKNOWN"}, {0, "UNKNOWN"}};
     for (const auto& [tag, name] : names) {
-        WavSpec s = CdAudio(1);
+        WavFields s = CdAudio(1);
         s.formatTag = tag;
         EXPECT_STREQ(LoadWav(s).audioFormat, name) << "format tag " << tag;
     }
 }
 
 TEST(WavReader, ZeroChannelCountLeavesChannelModeEmptyAndDurationZero) {
-    WavSpec s = CdAudio(16);
+    WavFields s = CdAudio(16);
     s.channels = 0;
     const MediaFileInfo_st r = LoadWav(s);
     EXPECT_STREQ(r.channelMode, "");
@@ -68,7 +68,7 @@ TEST(WavReader, ZeroChannelCountLeavesChannelModeEmptyAndDurationZero) {
 }
 
 TEST(WavReader, ZeroSampleRateOrBitDepthGivesDurationZero) {
-    WavSpec s = CdAudio(16);
+    WavFields s = CdAudio(16);
     s.sampleRate = 0;
     EXPECT_EQ(LoadWav(s).durationMs, 0u);
     s = CdAudio(16);
@@ -125,7 +125,7 @@ TEST(WavReader, NullPathAndMissingFile) {
 TEST(WavReader, ASecondLoadReplacesTheRecord) {
     TempDir dir;
     const std::string a = dir.write("a.wav", BuildWav(CdAudio(8)));
-    WavSpec mono = CdAudio(1);
+    WavFields mono = CdAudio(1);
     mono.channels = 1;
     const std::string b = dir.write("b.wav", BuildWav(mono));
     WavInfo reader;
@@ -136,7 +136,7 @@ TEST(WavReader, ASecondLoadReplacesTheRecord) {
 }
 
 TEST(WavReader, RiffSizeBelowHeaderWrapsAround) {
-    WavSpec s = CdAudio(0);
+    WavFields s = CdAudio(0);
     s.overrideRiffSize = true;
     s.riffSize = 35;  // 35 - 36 wraps to 0xFFFFFFFF
     EXPECT_EQ(LoadWav(s).durationMs, (0xFFFFFFFFu / 1411200u) * 8000u);

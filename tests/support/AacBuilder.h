@@ -8,7 +8,7 @@
 
 #include "ByteWriter.h"
 
-struct AdtsSpec {
+struct AdtsFields {
     unsigned rateIndex = 4;      // 44100 Hz
     unsigned channelConfig = 2;  // stereo
     bool mpeg2 = false;          // the ID bit
@@ -18,7 +18,7 @@ struct AdtsSpec {
 };
 
 // The 7 header bytes (the CRC, when announced, is part of the payload).
-inline Bytes AdtsHeader(const AdtsSpec& s) {
+inline Bytes AdtsHeader(const AdtsFields& s) {
     ByteWriter w;
     w.u8(0xFF);
     w.u8(0xF0 | (s.mpeg2 ? 0x08 : 0) | (s.crc ? 0 : 0x01));
@@ -32,14 +32,14 @@ inline Bytes AdtsHeader(const AdtsSpec& s) {
 
 // One frame: header and zero payload up to its length (a length below 7
 // gives the header alone). Zero bytes never look like a sync word.
-inline Bytes AdtsFrame(const AdtsSpec& s) {
+inline Bytes AdtsFrame(const AdtsFields& s) {
     ByteWriter w;
     w.bytes(AdtsHeader(s));
     if (s.length > 7) w.fill(s.length - 7);
     return w.take();
 }
 
-inline Bytes AdtsStream(const AdtsSpec& s, size_t frames) {
+inline Bytes AdtsStream(const AdtsFields& s, size_t frames) {
     ByteWriter w;
     const Bytes one = AdtsFrame(s);
     for (size_t i = 0; i < frames; ++i) w.bytes(one);
@@ -64,7 +64,7 @@ private:
     int used_ = 0;
 };
 
-struct AdifSpec {
+struct AdifFields {
     bool copyrightPresent = false;
     Bytes copyrightId = Bytes(9, 0);  // 72 bits are written
     uint32_t bitRate = 128000;        // 23 bits
@@ -75,7 +75,7 @@ struct AdifSpec {
 // "ADIF", then the header fields in order, one constant-rate program
 // configuration element with one stereo channel element, byte-aligned and
 // padded with zeros to `total` bytes.
-inline Bytes BuildAdif(const AdifSpec& s, size_t total) {
+inline Bytes BuildAdif(const AdifFields& s, size_t total) {
     BitWriter b;
     b.put('A', 8).put('D', 8).put('I', 8).put('F', 8);
     b.put(s.copyrightPresent ? 1 : 0, 1);

@@ -34,7 +34,7 @@ private:
     std::string text_;
 };
 
-// A whole description naming one file type, whose dictionary holds the
+// A whole capability list naming one file type, whose dictionary holds the
 // given requirement lines, inside the usual property-list frame.
 inline std::string DeviceWith(const std::string& type, const std::string& requirements,
                               const char* section = "AudioCodecs") {

@@ -9,13 +9,13 @@
 
 #include "ByteWriter.h"
 
-struct Id3v1Spec {
+struct Id3v1Fields {
     std::string title, artist, album, year, comment;
     int track = 0;    // written at byte 126 when non-zero (ID3v1.1)
     int genre = 255;  // byte 127
 };
 
-inline Bytes BuildId3v1(const Id3v1Spec& s) {
+inline Bytes BuildId3v1(const Id3v1Fields& s) {
     ByteWriter w;
     w.str("TAG").fixed(s.title, 30).fixed(s.artist, 30).fixed(s.album, 30).fixed(s.year, 4);
     if (s.track != 0) {
@@ -56,7 +56,7 @@ inline Id3Frame CommentFrame(const std::string& id, const std::string& language,
     return f;
 }
 
-struct Id3v2Spec {
+struct Id3v2Fields {
     int majorVersion = 3;  // 2, 3 or 4
     unsigned flags = 0;    // 0x40: extended header present
     std::vector<Id3Frame> frames;
@@ -68,7 +68,7 @@ struct Id3v2Spec {
 
 // Frame sizes follow each version's own rule: plain 24-bit (v2.2), plain
 // 32-bit (v2.3), sync-safe (v2.4). The tag size is always sync-safe.
-inline Bytes BuildId3v2(const Id3v2Spec& s) {
+inline Bytes BuildId3v2(const Id3v2Fields& s) {
     ByteWriter body;
     for (const Id3Frame& f : s.frames) {
         body.str(f.id);

@@ -126,7 +126,7 @@ inline Bytes Wave(const std::string& format, const Bytes& inner) {
     return Box("wave", {Atom("frma", frma.data()), inner});
 }
 
-struct EsdsSpec {
+struct EsdsFields {
     unsigned objectType = 0x40;
     uint32_t avgBitRate = 128000;
     uint32_t maxBitRate = 160000;
@@ -137,7 +137,7 @@ struct EsdsSpec {
 
 // An "esds" atom: ES descriptor, DecoderConfigDescriptor (objectType,
 // stream type, buffer size, max and average bit rate), decoder-specific info.
-inline Bytes Esds(const EsdsSpec& s) {
+inline Bytes Esds(const EsdsFields& s) {
     auto length = [&](ByteWriter& w, size_t n) {
         if (s.fourByteLengths) w.u8(0x80).u8(0x80).u8(0x80);
         w.u8(static_cast<unsigned>(n));

@@ -4,7 +4,7 @@
 
 #include "ByteWriter.h"
 
-struct WavSpec {
+struct WavFields {
     unsigned formatTag = 1;
     unsigned channels = 2;
     uint32_t sampleRate = 44100;
@@ -18,7 +18,7 @@ struct WavSpec {
     bool writeData = false;
 };
 
-inline Bytes BuildWav(const WavSpec& s) {
+inline Bytes BuildWav(const WavFields& s) {
     ByteWriter w;
     const uint32_t blockAlign = s.channels * s.bitsPerSample / 8;
     w.str("RIFF").le32(s.overrideRiffSize ? s.riffSize : 36 + s.dataBytes).str("WAVE");
