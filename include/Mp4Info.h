@@ -162,7 +162,6 @@ private:
     unsigned int SumSizesFromFile(unsigned long long words);
     // Bytes between the file's position and its end.
     long long BytesLeftInFile() const;
-
 };
 
 #endif  // FILEINFO_MP4INFO_H

@@ -214,9 +214,6 @@ unsigned char* ReadUpTo(FILE* file, size_t limit, size_t* got) {
     return data;
 }
 
-// The frame scan shared by ID3v2.2 and ID3v2.3 tags. Fields go to the
-// tag object through SaveId3Info; the result is 1 when the walk reached
-// the end, 10 when a damaged frame size ended it.
 // The first position from p on, short of end, whose byte can start an id;
 // end when there is none. Padding is mostly zeros: one table look-up a byte.
 long NextPossibleId(const TagBody& body, long p, long end, const PackedIds& ids) {
@@ -224,6 +221,9 @@ long NextPossibleId(const TagBody& body, long p, long end, const PackedIds& ids)
     return p;
 }
 
+// The frame scan shared by ID3v2.2 and ID3v2.3 tags. Fields go to the
+// tag object through SaveId3Info; the result is 1 when the walk reached
+// the end, 10 when a damaged frame size ended it.
 int ScanFrames(Id3Info& tag, const TagBody& body, const FrameLayout& layout) {
     const PackedIds& ids = IdsOf(layout);
     // Past the bytes in memory everything reads as zero and no id can
