@@ -29,6 +29,11 @@ enum MediaFileStatus : int {
     MFI_NOT_THIS_FORMAT = 10,  // not this format, or no reader for the extension
 };
 
+// Our addition to the described API: the one text for each status code, as
+// every front end shows it ("success", "cannot open", ...); "unknown status"
+// for a code that is none of the above. Never null.
+FILEINFO_API const char* MediaFileStatusText(int status);
+
 // One file's properties and tags. The layout is fixed: 14 numbers, then 14
 // text fields of 128 bytes; two bytes of alignment fall after `width`.
 struct FILEINFO_API MediaFileInfo_st {

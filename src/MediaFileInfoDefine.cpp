@@ -20,6 +20,21 @@ MediaFileInfo_st::MediaFileInfo_st()
     std::memset(fileType, 0, sizeof(MediaFileInfo_st) - offsetof(MediaFileInfo_st, fileType));
 }
 
+const char* MediaFileStatusText(int status) {
+    switch (status) {
+        case MFI_UNREADABLE: return "unreadable as this format";
+        case MFI_OK: return "success";
+        case MFI_BAD_ARGUMENT: return "bad argument";
+        case MFI_NO_MEMORY: return "out of memory";
+        case MFI_OPEN_FAILED: return "cannot open";
+        case MFI_SHORT_FILE: return "cannot stat, or file too short";
+        case MFI_SHORT_WRITE: return "short write";
+        case MFI_SEEK_FAILED: return "seek failed";
+        case MFI_NOT_THIS_FORMAT: return "not a recognised format";
+        default: return "unknown status";
+    }
+}
+
 const char* const Mp3Tail = ".mp3";
 const char* const AacTail = ".aac";
 const char* const Mp4Tail = ".mp4";

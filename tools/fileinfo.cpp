@@ -31,21 +31,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const char* StatusText(int status) {
-    switch (status) {
-        case MFI_UNREADABLE: return "unreadable as this format";
-        case MFI_OK: return "success";
-        case MFI_BAD_ARGUMENT: return "bad argument";
-        case MFI_NO_MEMORY: return "out of memory";
-        case MFI_OPEN_FAILED: return "cannot open";
-        case MFI_SHORT_FILE: return "cannot stat, or file too short";
-        case MFI_SHORT_WRITE: return "short write";
-        case MFI_SEEK_FAILED: return "seek failed";
-        case MFI_NOT_THIS_FORMAT: return "not a recognised format";
-        default: return "unknown status";
-    }
-}
-
 // The characters a JSON string cannot hold as they are: the quote, the
 // backslash and the control characters.
 bool NeedsJsonEscape(unsigned char c) { return c < 0x20 || c == '"' || c == '\\'; }
@@ -185,7 +170,7 @@ LoadResult Load(MediaFileInfo& facade, const std::string& path) {
 
 void PrintText(const LoadResult& result) {
     std::cout << result.path << "\n";
-    std::cout << "  status: " << result.status << " (" << StatusText(result.status) << ")\n";
+    std::cout << "  status: " << result.status << " (" << MediaFileStatusText(result.status) << ")\n";
     std::cout << "  audio: " << (result.isAudio ? "yes" : "no") << ", video: " << (result.isVideo ? "yes" : "no")
               << ", tags: " << (result.hasTags ? "yes" : "no") << "\n";
     if (!result.hasRecord) {
@@ -598,7 +583,7 @@ char* PutJsonLine(char* out, const LoadResult& result, const DeviceVerdict* verd
     out = PutLiteral(out, ",\"status\":");
     out = PutInt(out, result.status);
     out = PutLiteral(out, ",\"status_text\":");
-    out = PutJsonString(out, StatusText(result.status));
+    out = PutJsonString(out, MediaFileStatusText(result.status));
     out = PutLiteral(out, ",\"is_audio\":");
     out = PutBool(out, result.isAudio);
     out = PutLiteral(out, ",\"is_video\":");
@@ -808,7 +793,7 @@ int SetTags(const std::string& path, const std::vector<TagEdit>& edits, bool bac
     const int loaded = facade.LoadFile(path.c_str());
     if (loaded != MFI_OK || facade.GetFileInfo() == nullptr) {
         std::cerr << "fileinfo: " << path << ": the file did not load (status " << loaded << ": "
-                  << StatusText(loaded) << "); no tags written\n";
+                  << MediaFileStatusText(loaded) << "); no tags written\n";
         return 1;
     }
     MediaFileInfo_st record = *facade.GetFileInfo();
@@ -844,7 +829,7 @@ int SetTags(const std::string& path, const std::vector<TagEdit>& edits, bool bac
     }
     if (status != MFI_OK) {
         std::cerr << "fileinfo: " << path << ": writing the tags failed (status " << status << ": "
-                  << StatusText(status) << "); the file may be partly rewritten"
+                  << MediaFileStatusText(status) << "); the file may be partly rewritten"
                   << (backup ? "; the original is in " + backupPath : std::string()) << "\n";
         return 1;
     }

@@ -1,0 +1,3 @@
+#include "FileInfoVersion.h"
+
+const char* FileInfoVersion() { return FILEINFO_VERSION_STRING; }
