@@ -161,8 +161,11 @@ unsigned int MediaFileInfoBase::DoubleToUInt32(double value) {
         if (value <= -kTwo31 - 1.0) return kIndefinite;
         return static_cast<unsigned int>(static_cast<int>(value));
     }
+    // Values of 2^31 and more: subtract 2^31, convert, set the top bit. What
+    // remains of 2^32 and more is itself out of range and converts to
+    // 0x80000000, so the top bit is set already.
     const double reduced = value - kTwo31;
-    if (reduced >= kTwo31) return kIndefinite ^ 0x80000000u;
+    if (reduced >= kTwo31) return kIndefinite;
     return static_cast<unsigned int>(static_cast<int>(reduced)) | 0x80000000u;
 }
 

@@ -273,11 +273,10 @@ TEST(AifReader, NanRateGivesZero) {
     EXPECT_STREQ(r.record.fileType, "AIFF");
 }
 
-TEST(AifReader, InfiniteOrHugeRateGivesZero) {
-    // A stored infinity, and a finite rate too large for a double, both
-    // end up as a sample rate of 0, and so without duration.
-    const Bytes rates[] = {Ext80(0x7FFF, 0x8000000000000000ull), Ext80(0x7FFF, 0),
-                           Ext80(0x7FFE, 0x8000000000000000ull)};
+TEST(AifReader, InfiniteRateGivesZero) {
+    // Exponent 0x7FFF reads as 0.0 (a set mantissa) or as 0 times 2^E: a
+    // sample rate of 0, and so no duration.
+    const Bytes rates[] = {Ext80(0x7FFF, 0x8000000000000000ull), Ext80(0x7FFF, 0)};
     for (const Bytes& rate : rates) {
         AiffBuilder b;
         b.comm(2, 16, rate).ssnd(0, 1764000, kBuffer);
@@ -287,6 +286,19 @@ TEST(AifReader, InfiniteOrHugeRateGivesZero) {
         EXPECT_EQ(r.record.bitRate, 0u);
         EXPECT_EQ(r.record.durationMs, 0u);
     }
+}
+
+TEST(AifReader, RateTooLargeForADoubleReadsAsTwoTo31WithoutBitRateOrDuration) {
+    // The largest exponent overflows the double to infinity, which converts
+    // to 2^31 Hz; times 16 bits times 2 channels the 32-bit bit rate wraps
+    // to 0, and with no rate to divide by there is no duration.
+    AiffBuilder b;
+    b.comm(2, 16, Ext80(0x7FFE, 0x8000000000000000ull)).ssnd(0, 1764000, kBuffer);
+    const Loaded r = Load(b.build());
+    EXPECT_EQ(r.status, MFI_OK);
+    EXPECT_EQ(r.record.sampleRate, 2147483648u);
+    EXPECT_EQ(r.record.bitRate, 0u);
+    EXPECT_EQ(r.record.durationMs, 0u);
 }
 
 TEST(AifReader, FractionalRateIsTruncated) {

@@ -143,9 +143,18 @@ TEST(ReaderBase, DoubleToUInt32TruncatesAndSetsTheTopBitAbove2To31) {
     EXPECT_EQ(MediaFileInfoBase::DoubleToUInt32(3000000000.9), 3000000000u);
     EXPECT_EQ(MediaFileInfoBase::DoubleToUInt32(-1.0), 0xFFFFFFFFu);
     // Out of range and NaN: what the 32-bit conversion gives, never a trap.
-    EXPECT_EQ(MediaFileInfoBase::DoubleToUInt32(5e9), 0u);
     EXPECT_EQ(MediaFileInfoBase::DoubleToUInt32(std::numeric_limits<double>::quiet_NaN()), 0x80000000u);
-    EXPECT_EQ(MediaFileInfoBase::DoubleToUInt32(std::numeric_limits<double>::infinity()), 0u);
+    EXPECT_EQ(MediaFileInfoBase::DoubleToUInt32(-2147483649.0), 0x80000000u);
+}
+
+TEST(ReaderBase, DoubleToUInt32GivesTwoTo31For2To32AndMore) {
+    // What remains after subtracting 2^31 is itself out of range and
+    // converts to 0x80000000; setting the top bit leaves it so.
+    EXPECT_EQ(MediaFileInfoBase::DoubleToUInt32(4294967295.9), 0xFFFFFFFFu);
+    EXPECT_EQ(MediaFileInfoBase::DoubleToUInt32(4294967296.0), 2147483648u);
+    EXPECT_EQ(MediaFileInfoBase::DoubleToUInt32(5e9), 2147483648u);
+    EXPECT_EQ(MediaFileInfoBase::DoubleToUInt32(1e300), 2147483648u);
+    EXPECT_EQ(MediaFileInfoBase::DoubleToUInt32(std::numeric_limits<double>::infinity()), 2147483648u);
 }
 
 TEST(ReaderBase, SeekRelativeTakesTheDifferenceAsSigned) {

@@ -623,6 +623,18 @@ TEST(Mp3Reader, XingHeaderGivesCountDurationAndBitRate) {
     EXPECT_STREQ(f->fileType, "MP3");
 }
 
+TEST(Mp3Reader, XingBitRateOf2To32AndMoreReadsAsTwoTo31) {
+    // 0xFFFFFFF0 bytes over (8 + 3) * 1152 / 44100 * 1000 = 287 ms, the
+    // shortest duration a VBR header may give: far beyond 32 bits, which
+    // the conversion turns into 2^31.
+    TempDir dir;
+    Mp3Info r;
+    ASSERT_EQ(Load(r, dir, XingFile("Xing", 0x0F, 8, 0xFFFFFFF0u, 3 * kRead)), MFI_OK);
+    EXPECT_EQ(r.m_frameCount, 11);
+    EXPECT_EQ(r.GetFileInfo()->durationMs, 287u);
+    EXPECT_EQ(r.GetFileInfo()->bitRate, 2147483648u);
+}
+
 TEST(Mp3Reader, InfoHeaderAlsoSwitchesToVbr) {
     TempDir dir;
     Mp3Info r;

@@ -404,6 +404,19 @@ TEST(Mp4Sample, ConstantSampleSizeGivesTheBitRate) {
     EXPECT_EQ(LoadMovie({sound}).record.bitRate, 320000u);  // 400 x 1000 x 8 / 10 s
 }
 
+TEST(Mp4Sample, SoundBitRateOf2To32AndMoreReadsAsTwoTo31) {
+    // 0xFFFFFFFF bytes x 1000 samples x 8 / 10 s is far beyond 32 bits.
+    const Bytes sound = SoundTrak(SoundEntry("samr", 1), Stsz(0xFFFFFFFFu, 1000), 1000, 10000);
+    EXPECT_EQ(LoadMovie({sound}).record.bitRate, 2147483648u);
+}
+
+TEST(Mp4Sample, VideoBitRateOf2To32AndMoreReadsAsTwoTo31) {
+    const Bytes video = VideoTrak(VisualEntry("s263", 176, 144), Stsz(0xFFFFFFFFu, 1000), 600, 6000);
+    const Mp4Result r = LoadMovie({video});
+    EXPECT_EQ(r.record.peakBitRate, 2147483648u);
+    EXPECT_EQ(r.record.frameRate, 100u);  // 1000 samples / 10 s
+}
+
 TEST(Mp4Sample, SampleSizeTableInTheBufferIsSummed) {
     const Bytes sound = SoundTrak(SoundEntry("samr", 1), Stsz(0, 3, {1000, 2000, 3000}), 1000, 10000);
     EXPECT_EQ(LoadMovie({sound}).record.bitRate, 4800u);  // 6000 x 8 / 10 s
