@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -1225,14 +1226,16 @@ int Mp4Info::GetMp4MusicInfo(unsigned char* items, unsigned int ilstSize) {
         const unsigned int dataSize = ReadWord(const_cast<unsigned char*>(walk + pos));
         if (dataSize < kMinDataSize || !Same4(walk + pos + kDataTypeOffset, "data")) break;
         pos += kDataHeaderSize;
-        if (pos >= region) break;
         const unsigned long long valueSize = dataSize - kDataHeaderSize;
+        // A value may announce more than was read: only its bytes inside what
+        // was read are copied, the rest count as zeroes. The text ends at the
+        // first of them, so nothing of the announced size is allocated.
+        const size_t present = pos >= region ? 0 : static_cast<size_t>(std::min<unsigned long long>(valueSize, region - pos));
         // Binary values (track and genre numbers, pictures) start with 0.
-        if (walk[pos] != 0) {
-            if (valueSize > region - pos) break;  // the value runs out of what was read
-            char* value = static_cast<char*>(calloc(static_cast<size_t>(valueSize) + 1, 1));
+        if (present > 0 && walk[pos] != 0) {
+            char* value = static_cast<char*>(calloc(present + 1, 1));
             if (value != nullptr) {
-                memcpy(value, walk + pos, static_cast<size_t>(valueSize));
+                memcpy(value, walk + pos, present);
                 SaveMp4Id3Info(name, value);
                 free(value);
             }

@@ -252,6 +252,34 @@ TEST(Mp4Metadata, ListReReadFromTheFileEitherFitsOrFails) {
     bench.reader.m_file = nullptr;
 }
 
+TEST(Mp4Metadata, ValueRunningPastWhatWasReadKeepsItsTextAndEndsTheList) {
+    // The album's "data" announces 0x80000000 bytes: its text is what was
+    // read, up to the first zero; the walk then moves on by the announced
+    // size, past the list, so the artist after it is not reached.
+    ByteWriter album;
+    album.be32(0x80000018u).str(Copyright("alb")).be32(0x80000000u).str("data").be32(1).be32(0).str("Mp4 Album");
+    const Mp4Result r = LoadTagged(Cat({TextItem(Copyright("nam"), "Song"), album.data(),
+                                        Bytes(4, 0), TextItem(Copyright("ART"), "Artist")}));
+    EXPECT_EQ(r.status, MFI_OK);
+    EXPECT_STREQ(r.record.title, "Song");
+    EXPECT_STREQ(r.record.album, "Mp4 Album");
+    EXPECT_STREQ(r.record.artist, "");
+    EXPECT_TRUE(r.tags);
+}
+
+TEST(Mp4Metadata, ValueRunningPastTheListsBytesKeepsWhatTheyHold) {
+    // A list handed in from outside the walk's buffer is all the walk has:
+    // a value announcing 240 bytes keeps the 3 the list holds.
+    HandlerBench bench;
+    ByteWriter items;
+    items.be32(0).str(Copyright("nam")).be32(0x100u).str("data").be32(1).be32(0).str("Cut");
+    const Bytes list = items.data();
+    ASSERT_EQ(list.size(), 27u);
+    ASSERT_EQ(bench.reader.GetMp4MusicInfo(const_cast<unsigned char*>(list.data()),
+                                           static_cast<unsigned int>(list.size())), 1);
+    EXPECT_STREQ(bench.record().title, "Cut");
+}
+
 TEST(Mp4Metadata, ListMadeHugeStaysInsideTheBuffer) {
     // A size of 0xFFFFFFF0 wraps the 32-bit end check, so the list is
     // walked in place: the items found are read, and the walk stops where
