@@ -10,6 +10,19 @@
 // gives a constant empty string.
 FILEINFO_API const char* strlwr(char* s);
 
+// Our addition to the described API: 1 when the extension of path names one
+// of the library's readers (".mp3", ".M4A", ...), so that LoadFile would try
+// that reader first; 0 otherwise. Reads nothing from the file system.
+FILEINFO_API int MediaFileHasReader(const char* path);
+
+// Our addition to the described API: the errno of the latest attempt on the
+// calling thread to create the temporary file "/temp.bin" for a compressed
+// QuickTime movie header that failed (EACCES when / is not writable, ELOOP
+// for a symbolic link there, EPERM for a file of another owner or with
+// other links), 0 when none failed since the last call. The call clears it.
+// Such a movie loads as one whose header could not be read.
+FILEINFO_API int MediaFileTakeTempFileError();
+
 class FILEINFO_API MediaFileInfo {
 public:
     // Room for the extension with its dot and terminator.

@@ -1,5 +1,7 @@
 #include "Mp4Info.h"
 
+#include "detail/TempFileClaim.h"
+
 #include <sys/stat.h>
 #include <zlib.h>
 
@@ -404,12 +406,12 @@ void Mp4Info::Destory() {
     m_hasIods = 0;
     m_moovOpen = 0;
     MediaFileInfoBase::Destory();
-    if (m_useTempFile != 0) {
-        remove(m_tempPath);
-        // Deleted once: a later Destory must not remove a file another
-        // load has written meanwhile.
-        m_useTempFile = 0;
-    }
+    // Only the very file this reader inflated into is removed: the path may
+    // by now name a file of another load, or nothing.
+    fileinfo_detail::RemoveClaimedTempFile(this, m_useTempFile != 0 ? m_tempPath : nullptr);
+    // Deleted once: a later Destory must not remove a file another load has
+    // written meanwhile.
+    m_useTempFile = 0;
 }
 
 MediaFileInfo_st* Mp4Info::GetFileInfo() { return m_fileInfo; }
@@ -452,6 +454,9 @@ int Mp4Info::LoadFile(const char* path) {
     fclose(m_file);
     m_file = nullptr;
     m_fileEnd = -1;
+    // Done with the temporary file: the next load, here or in another
+    // process, may take it.
+    fileinfo_detail::ReleaseTempFileLock(this);
     return result;
 }
 
@@ -734,7 +739,9 @@ int Mp4Info::InflateMovieHeader(unsigned char* atom) {
     if (!found || compressedLength < 1) return kWalkFailed;
 
     strcpy(m_tempPath, kTempFilePath);
-    FILE* temp = fopen(m_tempPath, "wb+");
+    // Opened "wb+" as every load shares it: created or emptied, but only
+    // once this load holds it alone.
+    FILE* temp = fileinfo_detail::OpenClaimedTempFile(this, m_tempPath);
     if (temp == nullptr) return kWalkFailed;
 
     z_stream stream;

@@ -1,0 +1,132 @@
+#include "detail/TempFileClaim.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <mutex>
+#include <unordered_map>
+
+#include "MediaFileInfo.h"
+
+namespace {
+
+// What one reader holds: a descriptor that keeps the lock (-1 once the load
+// released it) and which file it wrote.
+struct Claim {
+    int lockFd = -1;
+    dev_t device = 0;
+    ino_t inode = 0;
+};
+
+// Keyed by reader; touched only when a compressed movie header is met.
+std::mutex& ClaimsMutex() {
+    static std::mutex m;
+    return m;
+}
+std::unordered_map<const void*, Claim>& Claims() {
+    static std::unordered_map<const void*, Claim> claims;
+    return claims;
+}
+
+thread_local int tempFileError = 0;
+
+FILE* Fail(int fd, int error) {
+    if (fd >= 0) close(fd);
+    tempFileError = error;
+    errno = error;
+    return nullptr;
+}
+
+// A file this process may empty and later delete: a plain file of ours with
+// no other name, so that no other file is reached through it.
+int RefuseForeignFile(const struct stat& st) {
+    if (!S_ISREG(st.st_mode)) return EINVAL;
+    if (st.st_nlink != 1 || st.st_uid != geteuid()) return EPERM;
+    return 0;
+}
+
+// The lock this owner holds, if any.
+bool HoldsLock(const void* owner) {
+    std::lock_guard<std::mutex> guard(ClaimsMutex());
+    const auto it = Claims().find(owner);
+    return it != Claims().end() && it->second.lockFd >= 0;
+}
+
+}  // namespace
+
+int MediaFileTakeTempFileError() {
+    const int error = tempFileError;
+    tempFileError = 0;
+    return error;
+}
+
+namespace fileinfo_detail {
+
+FILE* OpenClaimedTempFile(const void* owner, const char* path) {
+    const bool relock = !HoldsLock(owner);
+    // Never truncate before the lock is ours: another load may be walking it.
+    const int fd = open(path, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0666);
+    if (fd < 0) return Fail(-1, errno);
+    if (relock) {
+        int locked;
+        do {
+            locked = flock(fd, LOCK_EX);
+        } while (locked != 0 && errno == EINTR);
+        if (locked != 0) return Fail(fd, errno);
+    }
+    struct stat st;
+    if (fstat(fd, &st) != 0) return Fail(fd, errno);
+    if (const int refused = RefuseForeignFile(st)) return Fail(fd, refused);
+    if (ftruncate(fd, 0) != 0) return Fail(fd, errno);
+
+    int keeper = -1;
+    if (relock) {
+        // A descriptor of its own holds the lock until the load is done,
+        // whichever streams the walk opens and closes meanwhile.
+        keeper = fcntl(fd, F_DUPFD_CLOEXEC, 0);
+        if (keeper < 0) return Fail(fd, errno);
+    }
+    FILE* file = fdopen(fd, "w+b");
+    if (file == nullptr) {
+        const int error = errno;
+        if (keeper >= 0) close(keeper);
+        return Fail(fd, error);
+    }
+    std::lock_guard<std::mutex> guard(ClaimsMutex());
+    Claim& claim = Claims()[owner];
+    if (keeper >= 0) {
+        if (claim.lockFd >= 0) close(claim.lockFd);
+        claim.lockFd = keeper;
+    }
+    claim.device = st.st_dev;
+    claim.inode = st.st_ino;
+    tempFileError = 0;
+    return file;
+}
+
+void ReleaseTempFileLock(const void* owner) {
+    std::lock_guard<std::mutex> guard(ClaimsMutex());
+    const auto it = Claims().find(owner);
+    if (it == Claims().end() || it->second.lockFd < 0) return;
+    close(it->second.lockFd);
+    it->second.lockFd = -1;
+}
+
+void RemoveClaimedTempFile(const void* owner, const char* path) {
+    Claim claim;
+    {
+        std::lock_guard<std::mutex> guard(ClaimsMutex());
+        const auto it = Claims().find(owner);
+        if (it == Claims().end()) return;
+        claim = it->second;
+        Claims().erase(it);
+    }
+    if (claim.lockFd >= 0) close(claim.lockFd);
+    struct stat st;
+    if (path != nullptr && lstat(path, &st) == 0 && st.st_dev == claim.device && st.st_ino == claim.inode) unlink(path);
+}
+
+}  // namespace fileinfo_detail
