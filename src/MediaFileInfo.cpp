@@ -57,7 +57,41 @@ bool Names(const ReaderKind& kind, const char* extension) {
 // Names without a dot may serve as their own extension up to this length.
 constexpr size_t kLongestBareName = 9;
 
+// The extension LoadFile goes by: from the last dot, looking no further than
+// position 1, lower-cased into extension (kExtensionSize bytes). False when
+// the path has none or it is too long for the field.
+bool TakeExtension(const char* path, size_t len, size_t dot, char* extension) {
+    const size_t extensionLength = len - dot;
+    if (extensionLength >= MediaFileInfo::kExtensionSize) return false;
+    memcpy(extension, path + dot, extensionLength + 1);
+    strlwr(extension);
+    return true;
+}
+
+const ReaderKind* ReaderNamedBy(const char* extension) {
+    const ReaderKind* chosen = nullptr;
+    for (const ReaderKind& kind : kReaders) {
+        if (Names(kind, extension)) chosen = &kind;
+    }
+    return chosen;
+}
+
+size_t LastDot(const char* path, size_t len) {
+    size_t i = len == 0 ? 0 : len - 1;
+    while (i > 0 && path[i] != '.') --i;
+    return i;
+}
+
 }  // namespace
+
+int MediaFileHasReader(const char* path) {
+    if (path == nullptr) return 0;
+    const size_t len = strlen(path);
+    const size_t dot = LastDot(path, len);
+    if (dot == 0 && len > kLongestBareName) return 0;
+    char extension[MediaFileInfo::kExtensionSize];
+    return TakeExtension(path, len, dot, extension) && ReaderNamedBy(extension) != nullptr ? 1 : 0;
+}
 
 MediaFileInfo::MediaFileInfo() : m_reader(nullptr) { memset(m_extension, 0, sizeof m_extension); }
 
@@ -79,19 +113,13 @@ int MediaFileInfo::LoadFile(const char* path) {
     // The last dot, looking no further than position 1: a name that starts
     // with its only dot counts as having none.
     const size_t len = strlen(path);
-    size_t i = len == 0 ? 0 : len - 1;
-    while (i > 0 && path[i] != '.') --i;
-    if (i == 0 && len > kLongestBareName) return MFI_BAD_ARGUMENT;
+    const size_t dot = LastDot(path, len);
+    if (dot == 0 && len > kLongestBareName) return MFI_BAD_ARGUMENT;
 
     // An extension too long for the field names no reader.
-    const size_t extensionLength = len - i;
     const ReaderKind* chosen = nullptr;
-    if (extensionLength < kExtensionSize) {
-        memcpy(m_extension, path + i, extensionLength + 1);
-        strlwr(m_extension);
-        for (const ReaderKind& kind : kReaders) {
-            if (Names(kind, m_extension)) chosen = &kind;
-        }
+    if (TakeExtension(path, len, dot, m_extension)) {
+        chosen = ReaderNamedBy(m_extension);
     } else {
         memset(m_extension, 0, sizeof m_extension);
     }
