@@ -1,0 +1,352 @@
+#include "Scan.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <condition_variable>
+#include <cstring>
+#include <deque>
+#include <mutex>
+#include <string_view>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "MediaFileInfo.h"
+
+namespace fileinfo {
+
+namespace {
+
+// How far the walk may run ahead of the loads, and how many loaded items
+// may wait for the ones before them: both bound the memory of a scan.
+constexpr size_t kWalkAhead = 4096;
+constexpr size_t kLoadAhead = 1024;
+
+std::string ErrorText(int error) { return std::generic_category().message(error); }
+
+const char* SpecialFileKind(mode_t mode) {
+    if (S_ISFIFO(mode)) return "FIFO";
+    if (S_ISCHR(mode)) return "character device";
+    if (S_ISBLK(mode)) return "block device";
+    if (S_ISSOCK(mode)) return "socket";
+    return "special file";
+}
+
+// The extension after the name's last dot, lower-case; empty when none.
+std::string LowerExtension(std::string_view path) {
+    const size_t slash = path.rfind('/');
+    const std::string_view name = slash == std::string_view::npos ? path : path.substr(slash + 1);
+    const size_t dot = name.rfind('.');
+    if (dot == std::string_view::npos || dot == 0) return std::string();
+    std::string extension(name.substr(dot + 1));
+    for (char& c : extension) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    return extension;
+}
+
+// One unit of the scan's work: a path to load, or an item already decided
+// (skipped, or an error) that only keeps its place in the order.
+struct Task {
+    size_t sequence = 0;
+    bool load = false;
+    ScanItem item;
+};
+
+}  // namespace
+
+// Every byte of the record is defined, padding included, so that records
+// compare whole.
+ScanItem::ScanItem() { memset(static_cast<void*>(&record), 0, sizeof record); }
+
+bool ScanItem::Identified() const {
+    return outcome == Outcome::kLoaded && status == MFI_OK && hasRecord &&
+           (record.fileType[0] != '\0' || isAudio || isVideo);
+}
+
+void LoadInto(const std::string& path, ScanItem& item) {
+    MediaFileInfo facade;
+    MediaFileTakeTempFileError();  // only this load's failure counts
+    item.outcome = Outcome::kLoaded;
+    item.status = facade.LoadFile(path.c_str());
+    item.tempFileError = MediaFileTakeTempFileError();
+    item.isAudio = facade.IsAudio() != 0;
+    item.isVideo = facade.IsVideo() != 0;
+    item.hasTags = facade.HasId3Info() != 0;
+    const MediaFileInfo_st* record = facade.GetFileInfo();
+    item.hasRecord = record != nullptr;
+    if (record != nullptr) memcpy(static_cast<void*>(&item.record), record, sizeof item.record);
+    if (item.status == MFI_OPEN_FAILED) {
+        // The library says only that it could not open the file: ask why.
+        const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        if (fd >= 0) {
+            close(fd);
+        } else {
+            item.error = errno;
+            item.reason = ErrorText(errno);
+        }
+    }
+}
+
+std::string ExtensionAdvice(const std::string& path) {
+    static const struct {
+        const char* given;
+        const char* read;
+    } kAliases[] = {{"aiff", "aif"}, {"aifc", "aif"}, {"mpga", "mp3"}, {"m4b", "m4a"}, {"qt", "mov"},
+                    {"3gpp", "3gp"}, {"wave", "wav"}, {"adts", "aac"}};
+    const std::string extension = LowerExtension(path);
+    if (extension.empty()) return "no extension: the reader is chosen by the file's extension";
+    std::string advice = "extension ." + extension + " is not read";
+    for (const auto& alias : kAliases) {
+        if (extension == alias.given) advice += std::string("; .") + alias.read + " is";
+    }
+    return advice;
+}
+
+struct Scan::State {
+    explicit State(std::vector<std::string> r, ScanOptions o) : roots(std::move(r)), options(std::move(o)) {}
+
+    std::vector<std::string> roots;
+    ScanOptions options;
+
+    std::mutex mutex;
+    std::condition_variable walked;   // a task was queued, or the walk ended
+    std::condition_variable taken;    // a task was taken: room for the walk
+    std::condition_variable loaded;   // a result is ready, or the scan ended
+    std::deque<Task> tasks;           // in sequence order
+    std::vector<std::unique_ptr<Task>> results = std::vector<std::unique_ptr<Task>>(kLoadAhead);
+    size_t queued = 0;                // tasks the walk produced
+    std::atomic<size_t> done{0};      // items handed out
+    bool walkEnded = false;
+    bool cancelled = false;
+
+    std::thread walker;
+    std::vector<std::thread> workers;
+
+    // ---- The walk ----------------------------------------------------------
+
+    // Queues one task; false when the scan was cancelled meanwhile.
+    bool Queue(Task task) {
+        std::unique_lock<std::mutex> lock(mutex);
+        taken.wait(lock, [&] { return cancelled || tasks.size() < kWalkAhead; });
+        if (cancelled) return false;
+        task.sequence = queued++;
+        tasks.push_back(std::move(task));
+        walked.notify_one();
+        return true;
+    }
+
+    bool QueueDecided(const std::string& path, bool named, Outcome outcome, SkipReason skip, int error,
+                      std::string reason) {
+        Task task;
+        task.item.path = path;
+        task.item.named = named;
+        task.item.outcome = outcome;
+        task.item.skip = skip;
+        task.item.error = error;
+        task.item.reason = std::move(reason);
+        return Queue(std::move(task));
+    }
+
+    bool QueueLoad(const std::string& path, bool named) {
+        Task task;
+        task.load = true;
+        task.item.path = path;
+        task.item.named = named;
+        return Queue(std::move(task));
+    }
+
+    bool Selected(const std::string& path) const {
+        if (options.extensions.empty()) return true;
+        const std::string extension = LowerExtension(path);
+        return std::find(options.extensions.begin(), options.extensions.end(), extension) !=
+               options.extensions.end();
+    }
+
+    // A regular file found in a walk.
+    bool WalkFile(const std::string& path) {
+        if (!MediaFileHasReader(path.c_str())) {
+            return QueueDecided(path, false, Outcome::kSkipped, SkipReason::kExtension, 0, ExtensionAdvice(path));
+        }
+        if (!Selected(path)) {
+            return QueueDecided(path, false, Outcome::kSkipped, SkipReason::kNotSelected, 0,
+                                "extension not selected");
+        }
+        return QueueLoad(path, false);
+    }
+
+    struct Entry {
+        std::string name;
+        unsigned char type;
+    };
+
+    // Every entry of one folder, sorted by name; false when it cannot be read.
+    bool ReadFolder(const std::string& path, std::vector<Entry>& entries, int& error) {
+        DIR* folder = opendir(path.c_str());
+        if (folder == nullptr) {
+            error = errno;
+            return false;
+        }
+        for (;;) {
+            errno = 0;
+            const dirent* entry = readdir(folder);
+            if (entry == nullptr) {
+                error = errno;
+                break;
+            }
+            if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0) continue;
+            entries.push_back({entry->d_name, entry->d_type});
+        }
+        closedir(folder);
+        std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) { return a.name < b.name; });
+        return error == 0;
+    }
+
+    // Walks one folder; false when the scan was cancelled.
+    bool WalkFolder(const std::string& path, bool named) {
+        std::vector<Entry> entries;
+        int error = 0;
+        if (!ReadFolder(path, entries, error) && entries.empty()) {
+            return QueueDecided(path, named, Outcome::kError, SkipReason::kNone, error, ErrorText(error));
+        }
+        const std::string prefix = path.empty() || path.back() == '/' ? path : path + "/";
+        for (const Entry& e : entries) {
+            if (!WalkEntry(prefix + e.name, e)) return false;
+        }
+        // A listing cut short by an error still reports it, after what it gave.
+        if (error != 0) return QueueDecided(path, named, Outcome::kError, SkipReason::kNone, error, ErrorText(error));
+        return true;
+    }
+
+    bool WalkEntry(const std::string& path, const Entry& e) {
+        if (!options.hidden && e.name[0] == '.') {
+            return QueueDecided(path, false, Outcome::kSkipped, SkipReason::kHidden, 0, "hidden");
+        }
+        // The listing's type spares a look-up for plain files and folders.
+        if (e.type == DT_REG) return WalkFile(path);
+        if (e.type == DT_DIR) return WalkFolder(path, false);
+        struct stat st;
+        if (lstat(path.c_str(), &st) != 0) {
+            return QueueDecided(path, false, Outcome::kError, SkipReason::kNone, errno, ErrorText(errno));
+        }
+        if (S_ISDIR(st.st_mode)) return WalkFolder(path, false);
+        if (S_ISLNK(st.st_mode)) {
+            if (stat(path.c_str(), &st) != 0) {
+                return QueueDecided(path, false, Outcome::kError, SkipReason::kNone, errno, ErrorText(errno));
+            }
+            if (S_ISDIR(st.st_mode)) {
+                return QueueDecided(path, false, Outcome::kSkipped, SkipReason::kLinkedFolder, 0,
+                                    "symbolic link to a folder, not followed");
+            }
+        }
+        if (S_ISREG(st.st_mode)) return WalkFile(path);
+        return QueueDecided(path, false, Outcome::kSkipped, SkipReason::kSpecialFile, 0, SpecialFileKind(st.st_mode));
+    }
+
+    bool WalkRoot(const std::string& path) {
+        struct stat st;
+        if (stat(path.c_str(), &st) != 0) {
+            return QueueDecided(path, true, Outcome::kError, SkipReason::kNone, errno, ErrorText(errno));
+        }
+        if (S_ISDIR(st.st_mode)) return WalkFolder(path, true);
+        if (!S_ISREG(st.st_mode)) {
+            return QueueDecided(path, true, Outcome::kSkipped, SkipReason::kSpecialFile, 0, SpecialFileKind(st.st_mode));
+        }
+        if (!MediaFileHasReader(path.c_str())) {
+            return QueueDecided(path, true, Outcome::kSkipped, SkipReason::kExtension, 0, ExtensionAdvice(path));
+        }
+        return QueueLoad(path, true);
+    }
+
+    void Walk() {
+        for (const std::string& root : roots) {
+            if (!WalkRoot(root)) break;
+        }
+        std::lock_guard<std::mutex> lock(mutex);
+        walkEnded = true;
+        walked.notify_all();
+        loaded.notify_all();
+    }
+
+    // ---- The loads ---------------------------------------------------------
+
+    // Takes the next task whose result has room; false when there is none
+    // left or the scan was cancelled.
+    bool Take(Task& task) {
+        std::unique_lock<std::mutex> lock(mutex);
+        walked.wait(lock, [&] {
+            if (cancelled) return true;
+            if (tasks.empty()) return walkEnded;
+            return tasks.front().sequence < done.load() + kLoadAhead;
+        });
+        if (cancelled || tasks.empty()) return false;
+        task = std::move(tasks.front());
+        tasks.pop_front();
+        taken.notify_one();
+        return true;
+    }
+
+    void Work() {
+        Task task;
+        while (Take(task)) {
+            if (task.load) LoadInto(task.item.path, task.item);
+            std::lock_guard<std::mutex> lock(mutex);
+            results[task.sequence % kLoadAhead] = std::make_unique<Task>(std::move(task));
+            loaded.notify_all();
+        }
+    }
+
+    bool Next(ScanItem& item) {
+        std::unique_lock<std::mutex> lock(mutex);
+        const size_t want = done.load();
+        std::unique_ptr<Task>& slot = results[want % kLoadAhead];
+        loaded.wait(lock, [&] { return cancelled || (slot && slot->sequence == want) || (walkEnded && want >= queued); });
+        if (cancelled || !slot || slot->sequence != want) return false;
+        item = std::move(slot->item);
+        slot.reset();
+        done.store(want + 1);
+        // A worker may wait for room that this made.
+        walked.notify_all();
+        return true;
+    }
+
+    void Stop() {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            cancelled = true;
+        }
+        walked.notify_all();
+        taken.notify_all();
+        loaded.notify_all();
+    }
+};
+
+Scan::Scan(std::vector<std::string> roots, ScanOptions options)
+    : state_(std::make_unique<State>(std::move(roots), std::move(options))) {
+    unsigned jobs = state_->options.jobs;
+    if (jobs == 0) jobs = std::max(1u, std::thread::hardware_concurrency());
+    state_->walker = std::thread([s = state_.get()] { s->Walk(); });
+    for (unsigned k = 0; k < jobs; ++k) state_->workers.emplace_back([s = state_.get()] { s->Work(); });
+}
+
+Scan::~Scan() {
+    state_->Stop();
+    state_->walker.join();
+    for (std::thread& worker : state_->workers) worker.join();
+}
+
+bool Scan::Next(ScanItem& item) { return state_->Next(item); }
+
+void Scan::Cancel() { state_->Stop(); }
+
+size_t Scan::Found() const {
+    std::lock_guard<std::mutex> lock(state_->mutex);
+    return state_->queued;
+}
+
+size_t Scan::Done() const { return state_->done.load(); }
+
+}  // namespace fileinfo

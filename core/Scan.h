@@ -1,0 +1,113 @@
+// The scan of a collection: the files and folders a user names, walked in
+// a stable order and loaded by several workers at once, each result handed
+// out in that same order as soon as every one before it is done.
+//
+// Order: the paths as given; inside a folder its entries sorted by name
+// (bytewise), each subfolder walked where it stands. Symbolic links to
+// files are followed; links to folders are not walked. The walk runs ahead
+// of the loads on a thread of its own, and the number of files found but
+// not yet handed out is bounded, so memory stays flat for any tree size.
+#ifndef FILEINFO_CORE_SCAN_H
+#define FILEINFO_CORE_SCAN_H
+
+#include <atomic>
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "MediaFileInfoDefine.h"
+
+namespace fileinfo {
+
+struct ScanOptions {
+    // Loading workers; 0 takes one per core.
+    unsigned jobs = 0;
+    // Extensions a walk takes, lower-case without the dot ("mp3"); empty:
+    // every extension a reader takes. Named files are never filtered.
+    std::vector<std::string> extensions;
+    // Walk into files and folders whose names start with a dot.
+    bool hidden = false;
+};
+
+// What became of one path.
+enum class Outcome : unsigned char {
+    kLoaded,   // the library loaded it: see status (which may be a failure)
+    kSkipped,  // deliberately not loaded: see skip
+    kError,    // could not be reached: see error (an errno value)
+};
+
+enum class SkipReason : unsigned char {
+    kNone,
+    kExtension,     // no reader takes its extension
+    kNotSelected,   // its extension is not among ScanOptions::extensions
+    kHidden,        // a hidden file or folder, and hidden ones are not walked
+    kSpecialFile,   // a FIFO, device or socket: opening it could block
+    kLinkedFolder,  // a symbolic link to a folder, found in a walk
+};
+
+struct ScanItem {
+    ScanItem();
+
+    std::string path;
+    bool named = false;  // given by the caller rather than found in a walk
+    Outcome outcome = Outcome::kLoaded;
+    SkipReason skip = SkipReason::kNone;
+    // errno: why a path could not be reached (kError), or why a file the
+    // library could not open could not be (kLoaded with status 5).
+    int error = 0;
+    // In words, for kSkipped and kError: "FIFO", "Permission denied", ...
+    std::string reason;
+
+    // kLoaded only.
+    int status = MFI_NOT_THIS_FORMAT;
+    bool isAudio = false;
+    bool isVideo = false;
+    bool hasTags = false;
+    bool hasRecord = false;
+    MediaFileInfo_st record;
+    // errno when a compressed movie header could not be inflated because
+    // its temporary file could not be made; the record is the library's.
+    int tempFileError = 0;
+
+    // Loaded and identified: status 1 with a file type or a stream found.
+    // ADTS streams have no file type but are audio; a status of 1 with
+    // neither means no reader recognised the bytes (a misnamed file is
+    // taken by the AIFF reader, which accepts anything, with only a title).
+    bool Identified() const;
+};
+
+// Loads one regular file the way the scan does, in the calling thread.
+void LoadInto(const std::string& path, ScanItem& item);
+
+// Why a named file whose extension no reader takes is not read, in words:
+// "extension .aiff is not read; .aif is".
+std::string ExtensionAdvice(const std::string& path);
+
+class Scan {
+public:
+    Scan(std::vector<std::string> roots, ScanOptions options);
+    // Stops the walk and the workers; items not handed out are dropped.
+    ~Scan();
+    Scan(const Scan&) = delete;
+    Scan& operator=(const Scan&) = delete;
+
+    // The next item in walk order, waiting for it if need be; false once
+    // every item was handed out, or after Cancel.
+    bool Next(ScanItem& item);
+    // Ends the scan early: Next returns false from now on. Safe to call
+    // from any thread, not from a signal handler (set a flag there).
+    void Cancel();
+
+    // Paths found by the walk so far, and items handed out by Next.
+    size_t Found() const;
+    size_t Done() const;
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+}  // namespace fileinfo
+
+#endif  // FILEINFO_CORE_SCAN_H
