@@ -1,0 +1,53 @@
+// Whether a device plays a file: the library's own judgement against the
+// device's capability list, and the requirement that refused the file.
+#ifndef FILEINFO_CORE_VERDICT_H
+#define FILEINFO_CORE_VERDICT_H
+
+#include <string>
+
+#include "MediaFileInfoDefine.h"
+
+namespace fileinfo {
+
+struct ScanItem;
+
+struct DeviceVerdict {
+    bool playable = false;
+    std::string refusedBy;    // the requirement key that refused the file, if one did
+    std::string explanation;  // why not, in words; empty when playable
+};
+
+class Device {
+public:
+    // The capability list's text.
+    explicit Device(std::string caps);
+
+    // Reads a capability list from a file. False, with the reason in
+    // `error`, when it cannot be read or holds no <dict> (it is then no
+    // property list, and would refuse every file).
+    static bool FromFile(const std::string& path, Device& device, std::string& error);
+    // The same check for a text: an empty error when it is usable.
+    static std::string CheckText(const std::string& caps);
+
+    // The verdict on one loaded record. A fresh filter judges every record:
+    // a filter keeps the state its walk left.
+    DeviceVerdict Judge(const MediaFileInfo_st& record) const;
+    // The verdict on a scanned item: files that did not load, or that no
+    // reader identified, are never playable and say so.
+    DeviceVerdict Judge(const ScanItem& item) const;
+
+    // The number a requirement key gives under a file type ("MaximumWidth"
+    // under "H.264"), or -1 when the list does not give it.
+    long Limit(const std::string& fileType, const std::string& key) const;
+
+    const std::string& Text() const { return caps_; }
+
+private:
+    Device() = default;
+
+    std::string caps_;
+};
+
+}  // namespace fileinfo
+
+#endif  // FILEINFO_CORE_VERDICT_H
