@@ -1,0 +1,193 @@
+"""Scans of large collections on a Dask cluster.
+
+    >>> from dask.distributed import Client, LocalCluster
+    >>> import fileinfo.dask
+    >>> client = Client(LocalCluster(n_workers=4, processes=True))
+    >>> df = fileinfo.dask.scan("/srv/music", client=client)
+    >>> df.groupby("fileType").size().compute()
+
+The files are listed here, in the order fileinfo.scan gives, split into
+partitions of `partition_size` paths, and every partition is loaded on a
+worker with fileinfo.scan. Every worker must reach the files under the same
+paths as this process (one machine, or a shared file system mounted at the
+same place everywhere), and must be able to import fileinfo.
+"""
+
+from __future__ import annotations
+
+import os
+from typing import Any, Iterable, List, Optional, Union
+
+import dask
+import dask.bag
+
+import fileinfo
+from fileinfo import Device, PathLike, _fileinfo
+
+try:
+    import pandas as pd
+    import dask.dataframe as dd
+
+    from fileinfo import _pandas
+except ImportError:  # pragma: no cover - depends on the installation
+    pd = None
+
+__all__ = ["list_files", "scan"]
+
+_VERDICT_COLUMNS = {"playable": "bool", "refused_by": "string", "explanation": "string"}
+
+
+def _raise(error: OSError) -> None:
+    raise error
+
+
+def list_files(
+    paths_or_dirs: Union[PathLike, Iterable[PathLike]],
+    ext: Union[None, str, Iterable[str]] = None,
+    *,
+    hidden: bool = False,
+    on_error=None,
+) -> List[str]:
+    """The paths fileinfo.scan would load, in its order, without loading them.
+
+    Named files are taken as they are; folders are walked as the scan walks
+    them: entries sorted by name (bytewise), names with a leading dot passed
+    over unless `hidden`, files whose extension no reader takes (or not in
+    `ext`) left out, links to files followed and to folders not. Errors as
+    in fileinfo.scan.
+    """
+    wanted = set(fileinfo._extensions(ext))
+    report = on_error or _raise
+    out: List[str] = []
+
+    def walk(folder: bytes) -> None:
+        try:
+            with os.scandir(folder) as it:
+                entries = sorted(it, key=lambda e: e.name)
+        except OSError as e:
+            report(e)
+            return
+        for e in entries:
+            if not hidden and e.name.startswith(b"."):
+                continue
+            try:
+                if e.is_symlink():
+                    os.stat(e.path)  # a dangling link is an error, as in the scan
+                if e.is_dir(follow_symlinks=False):
+                    walk(e.path)
+                    continue
+                if not e.is_file(follow_symlinks=True):
+                    continue  # a special file, a link to a folder, a dangling link
+            except OSError as error:
+                report(error)
+                continue
+            if not _fileinfo.has_reader(e.path):
+                continue
+            if wanted and os.path.splitext(e.name)[1][1:].lower().decode("latin-1") not in wanted:
+                continue
+            out.append(os.fsdecode(e.path))
+
+    for root in fileinfo._roots(paths_or_dirs):
+        try:
+            isdir = os.path.isdir(root)
+            os.stat(root)
+        except OSError as e:
+            report(e)
+            continue
+        if isdir:
+            walk(root)
+        else:
+            out.append(os.fsdecode(root))
+    return out
+
+
+def _worker_jobs(jobs: Optional[int]) -> Optional[int]:
+    """Load threads on a worker: as asked, else as many as the worker runs
+    tasks with (a worker process per core then loads one file at a time)."""
+    if jobs is not None:
+        return jobs
+    try:
+        from distributed import get_worker
+
+        return max(1, get_worker().state.nthreads)
+    except (ImportError, ValueError, AttributeError):
+        return None
+
+
+def _load_records(paths: List[str], jobs: Optional[int], on_error: str) -> List[fileinfo.Record]:
+    handler = None if on_error == "raise" else (lambda e: None)
+    return list(fileinfo.scan(paths, jobs=_worker_jobs(jobs), on_error=handler))
+
+
+def _load_frame(paths: List[str], jobs: Optional[int], on_error: str, caps: Optional[bytes]):
+    records = _load_records(paths, jobs, on_error)
+    frame = _pandas.to_pandas(records)
+    if caps is not None:
+        device = Device(caps)
+        verdicts = [device.judge(r) for r in records]
+        frame["playable"] = pd.array([v.playable for v in verdicts], dtype="bool")
+        frame["refused_by"] = pd.array([v.refused_by for v in verdicts], dtype="string")
+        frame["explanation"] = pd.array([v.explanation for v in verdicts], dtype="string")
+    return frame
+
+
+def scan(
+    paths_or_dirs: Union[PathLike, Iterable[PathLike]],
+    client: Any = None,
+    partition_size: int = 2000,
+    *,
+    jobs: Optional[int] = None,
+    ext: Union[None, str, Iterable[str]] = None,
+    hidden: bool = False,
+    device: Union[None, PathLike, Device] = None,
+    on_error: str = "raise",
+):
+    """The records of a collection as a dask DataFrame, loaded on workers.
+
+    One row per file, with the columns and dtypes of fileinfo.to_pandas, in
+    the order of fileinfo.scan; partitions of `partition_size` files. With
+    `device` (a Device, or a capability list's text or path) the columns
+    playable, refused_by and explanation hold the library's verdict.
+
+    `client`: a dask.distributed Client, or a scheduler's address
+    ("tcp://host:8786") to connect to; the partitions are then submitted to
+    that cluster at once. None: a lazy collection for whatever scheduler
+    computes it (the default client, if one exists).
+
+    `on_error`: "raise" (a file that cannot be opened on a worker fails the
+    computation) or "skip" (it is left out). Paths that cannot be listed
+    here raise at once.
+
+    Without pandas, a dask bag of Records is returned instead.
+    """
+    if partition_size < 1:
+        raise ValueError("partition_size must be at least 1")
+    if on_error not in ("raise", "skip"):
+        raise ValueError('on_error must be "raise" or "skip"')
+    if isinstance(client, str):
+        from distributed import Client
+
+        client = Client(client)
+    caps = None
+    if device is not None:
+        caps = (device if isinstance(device, Device) else Device(device)).text
+    paths = list_files(paths_or_dirs, ext, hidden=hidden, on_error=None if on_error == "raise" else (lambda e: None))
+    parts = [paths[i : i + partition_size] for i in range(0, len(paths), partition_size)]
+
+    if pd is None:
+        if caps is not None:
+            raise ImportError("fileinfo.dask.scan with a device needs pandas (Debian: python3-pandas)")
+        if client is not None:
+            tasks = [client.submit(_load_records, p, jobs, on_error, pure=False) for p in parts]
+        else:
+            tasks = [dask.delayed(_load_records, pure=False)(p, jobs, on_error) for p in parts]
+        return dask.bag.from_delayed(tasks) if tasks else dask.bag.from_sequence([], npartitions=1)
+
+    meta = _pandas.empty_frame(_VERDICT_COLUMNS if caps is not None else None)
+    if not parts:
+        return dd.from_pandas(meta, npartitions=1)
+    if client is not None:
+        tasks = [client.submit(_load_frame, p, jobs, on_error, caps, pure=False) for p in parts]
+    else:
+        tasks = [dask.delayed(_load_frame, pure=False)(p, jobs, on_error, caps) for p in parts]
+    return dd.from_delayed(tasks, meta=meta, verify_meta=False)
