@@ -1,0 +1,66 @@
+"""fileinfo.dask.scan on a LocalCluster of two worker processes."""
+
+import pytest
+
+import fileinfo
+from conftest import CAPS, EXAMPLES, FIXTURES
+
+pytest.importorskip("dask.dataframe", reason="dask is not installed (Debian: python3-dask)")
+distributed = pytest.importorskip("distributed", reason="dask.distributed is not installed (Debian: python3-distributed)")
+pd = pytest.importorskip("pandas", reason="pandas is not installed (Debian: python3-pandas)")
+
+import fileinfo.dask  # noqa: E402
+
+
+# First, before the module's cluster exists: computed by dask's own threads.
+def test_lazy_without_a_client_and_empty_input(tmp_path):
+    df = fileinfo.dask.scan(EXAMPLES, partition_size=2)
+    pd.testing.assert_frame_equal(df.compute(scheduler="threads").reset_index(drop=True), single_process(EXAMPLES))
+    empty = fileinfo.dask.scan(tmp_path).compute()
+    assert len(empty) == 0 and list(empty.columns) == list(fileinfo.FIELDS)
+
+
+@pytest.fixture(scope="module")
+def client():
+    cluster = distributed.LocalCluster(
+        n_workers=2, processes=True, threads_per_worker=1, dashboard_address=None, host="127.0.0.1"
+    )
+    with cluster, distributed.Client(cluster) as c:
+        yield c
+
+
+def single_process(paths, device=None):
+    records = list(fileinfo.scan(paths))
+    frame = fileinfo.to_pandas(records)
+    if device is not None:
+        verdicts = [device.judge(r) for r in records]
+        frame["playable"] = pd.array([v.playable for v in verdicts], dtype="bool")
+        frame["refused_by"] = pd.array([v.refused_by for v in verdicts], dtype="string")
+        frame["explanation"] = pd.array([v.explanation for v in verdicts], dtype="string")
+    return frame
+
+
+def test_rows_equal_the_single_process_scan(client, media_tree):
+    paths = [media_tree, EXAMPLES / "chord-vbr.mp3"]
+    df = fileinfo.dask.scan(paths, client=client, partition_size=5)
+    assert df.npartitions > 2
+    got = df.compute().reset_index(drop=True)
+    pd.testing.assert_frame_equal(got, single_process(paths))
+    # The partitions really ran in both worker processes.
+    workers = client.run(lambda: __import__("os").getpid())
+    assert len(set(workers.values())) == 2
+
+
+def test_a_device_adds_the_verdict(client):
+    device = fileinfo.Device(CAPS)
+    df = fileinfo.dask.scan([FIXTURES, EXAMPLES], client=client, partition_size=7, device=device)
+    got = df.compute().reset_index(drop=True)
+    pd.testing.assert_frame_equal(got, single_process([FIXTURES, EXAMPLES], device))
+
+
+def test_the_listing_is_the_scans_order(media_tree):
+    (media_tree / ".hidden.mp3").write_bytes(b"x")
+    (media_tree / "notes.txt").write_text("x")
+    (media_tree / "linked").symlink_to(media_tree / "examples")
+    assert fileinfo.dask.list_files(media_tree) == [r.path for r in fileinfo.scan(media_tree)]
+    assert fileinfo.dask.list_files(media_tree, ext="mp3") == [r.path for r in fileinfo.scan(media_tree, ext="mp3")]
