@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <algorithm>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -257,25 +258,15 @@ public:
         scan_ = std::make_unique<fileinfo::Scan>(std::move(roots), std::move(options));
     }
 
-    ~PyScan() {
-        py::gil_scoped_release release;  // the workers may take a moment to stop
-        Close();
-    }
+    ~PyScan() { Close(); }
 
     // The next record; raises StopIteration at the end, or the OSError of a
     // path that could not be reached when no handler takes it.
     py::object Next() {
         for (;;) {
-            if (!scan_) throw py::stop_iteration();
-            auto record = std::make_unique<Record>();
+            if (next_ == batch_.size() && !Refill()) throw py::stop_iteration();
+            std::unique_ptr<Record> record = std::move(batch_[next_++]);
             ScanItem& item = record->item;
-            bool more;
-            {
-                py::gil_scoped_release release;
-                more = scan_->Next(item);
-                if (!more) Close();
-            }
-            if (!more) throw py::stop_iteration();
             py::object error;
             switch (item.outcome) {
                 case fileinfo::Outcome::kLoaded:
@@ -308,16 +299,69 @@ public:
         }
     }
 
-    // Stops the scan: the workers end, and the iterator is exhausted.
+    // Takes the next items out of the scan with the GIL released, a few at
+    // a time: handing over the GIL costs more than a small file's load. The
+    // batch grows from one item, so the first record comes as soon as it is
+    // loaded. False once nothing is left. Called with the GIL held, which
+    // guards scan_: only a holder of the GIL replaces it.
+    bool Refill() {
+        batch_.clear();
+        next_ = 0;
+        if (!scan_) return false;
+        // Like a generator, the iterator serves one thread at a time.
+        if (busy_) throw py::value_error("fileinfo.scan: the iterator is already in use by another thread");
+        busy_ = true;
+        bool ended = false;
+        {
+            py::gil_scoped_release release;
+            while (batch_.size() < batchSize_) {
+                auto record = std::make_unique<Record>();
+                if (!scan_->Next(record->item)) {
+                    ended = true;
+                    break;
+                }
+                batch_.push_back(std::move(record));
+            }
+        }
+        busy_ = false;
+        batchSize_ = std::min<size_t>(kLargestBatch, batchSize_ * 2);
+        if (ended) Close();
+        return !batch_.empty();
+    }
+
+    // close() from Python, with the GIL held: ends the iteration. A thread
+    // waiting in Refill is woken, and closes the scan itself.
+    void Stop() {
+        if (busy_) {
+            scan_->Cancel();
+            return;
+        }
+        batch_.clear();
+        next_ = 0;
+        Close();
+    }
+
+    // Ends the scan (with the GIL held): the walk and the workers stop, and
+    // the iterator is exhausted. They are joined without the GIL.
     void Close() {
-        scan_.reset();
-        quiet_.reset();
+        std::unique_ptr<fileinfo::Scan> ending = std::move(scan_);
+        std::unique_ptr<QuietStdout> quiet = std::move(quiet_);  // kept until the workers stopped
+        if (ending) {
+            py::gil_scoped_release release;
+            ending.reset();
+        }
     }
 
     size_t Found() const { return scan_ ? scan_->Found() : 0; }
 
 private:
+    static constexpr size_t kLargestBatch = 64;
+
     py::object onError_;
+    std::vector<std::unique_ptr<Record>> batch_;
+    size_t next_ = 0;
+    size_t batchSize_ = 1;
+    bool busy_ = false;  // a thread is in Refill, without the GIL
     std::unique_ptr<QuietStdout> quiet_;
     std::unique_ptr<fileinfo::Scan> scan_;
 };
@@ -471,14 +515,10 @@ has_tags and identified.)");
              py::arg("hidden") = false, py::arg("on_error") = py::none())
         .def("__iter__", [](py::object self) { return self; })
         .def("__next__", &PyScan::Next)
-        .def("close", [](PyScan& s) {
-            py::gil_scoped_release release;
-            s.Close();
-        }, "Stops the scan; the iterator ends.")
+        .def("close", &PyScan::Stop, "Stops the scan; the iterator ends.")
         .def("__enter__", [](py::object self) { return self; })
         .def("__exit__", [](PyScan& s, py::args) {
-            py::gil_scoped_release release;
-            s.Close();
+            s.Stop();
             return false;
         })
         .def_property_readonly("found", &PyScan::Found, "Paths the walk found so far.");

@@ -172,3 +172,17 @@ def test_memory_stays_flat_over_a_long_scan(tmp_path):
     assert count == 20000
     # Keeping 18,000 records of ~2 KB would take 36 MB; a flat scan takes none.
     assert rss[1] - rss[0] < 12 * 1024, f"peak memory grew by {rss[1] - rss[0]} KB"
+
+
+def test_close_from_another_thread_wakes_a_waiting_scan(tmp_path):
+    slow = _big_silent_mp3(tmp_path / "silence.mp3", 48)
+    records = fileinfo.scan([slow] * 20, jobs=1)
+    got = []
+    reader = threading.Thread(target=lambda: got.extend(records))
+    reader.start()
+    time.sleep(0.05)
+    records.close()
+    reader.join(timeout=30)
+    assert not reader.is_alive()
+    assert len(got) < 20
+    assert list(records) == []
