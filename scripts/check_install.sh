@@ -46,4 +46,24 @@ if [ -s "$work/unexpected" ]; then
   sed 's/^/    /' "$work/unexpected"
   exit 1
 fi
+# The Python package, when the build made it: imported from the prefix
+# alone, its module must find the prefix's library through its run path.
+packages=$(find "$prefix" -type d -name fileinfo -path '*/python3*' | head -n 1)
+if [ -n "$packages" ]; then
+  echo "== Python package from the prefix"
+  python=$(sed -n 's/^Python3_EXECUTABLE:[A-Z]*=//p' "$build/CMakeCache.txt")
+  PYTHONPATH=$(dirname "$packages") "${python:-python3}" - "$root/examples/chord-vbr.mp3" "$prefix" <<'EOF'
+import os, sys
+import fileinfo
+prefix = os.path.realpath(sys.argv[2])
+assert os.path.realpath(fileinfo.__file__).startswith(prefix), fileinfo.__file__
+maps = open("/proc/self/maps").read().split()
+library = [p for p in maps if os.path.basename(p).startswith("libFileInfo.so")]
+assert library and all(os.path.realpath(p).startswith(prefix) for p in library), library
+record = fileinfo.load(sys.argv[1])
+assert record.status == 1 and record.fileType == "MP3", record
+print(f"  fileinfo {fileinfo.__version__} from {os.path.dirname(fileinfo.__file__)}")
+EOF
+fi
+
 echo "install check passed"
