@@ -263,6 +263,13 @@ class EditFailed(RuntimeError):
         self.touched = touched
 
 
+def _python_words(message: str) -> str:
+    """The edit's messages name the tool's options; say it as this API does."""
+    for option, argument in (("--set ", ""), ("--set: ", ""), ("--force", "force=True"), ("--no-backup", "backup=False")):
+        message = message.replace(option, argument)
+    return message
+
+
 _TAG_FIELDS = ("title", "artist", "album", "genre", "year", "comment", "composer", "lyrics", "track")
 
 
@@ -295,7 +302,10 @@ def set_tags(
         elif not isinstance(value, str):
             raise TypeError(f"{name} must be a str")
         assignments.append(f"{name}={value}".encode("utf-8", "surrogateescape"))
-    out = _fileinfo.set_tags(_path_bytes(path), assignments, dry_run, force, backup)
+    try:
+        out = _fileinfo.set_tags(_path_bytes(path), assignments, dry_run, force, backup)
+    except ValueError as e:
+        raise ValueError(_python_words(str(e))) from None
     d = out["difference"]
     result = TagEditResult(
         status=out["status"],
@@ -311,7 +321,7 @@ def set_tags(
     if status in ("changed", "would_change"):
         return result
     if status == "refused":
-        raise EditRefused(out["reason"], result)
+        raise EditRefused(_python_words(out["reason"]), result)
     if out["error"]:
         error = OSError(out["error"], os.strerror(out["error"]), os.fsdecode(path))
         error.add_note(out["reason"]) if hasattr(error, "add_note") else None
