@@ -25,13 +25,12 @@
 #include "MediaFileInfo.h"
 #include "Mp4Builder.h"
 #include "Mp4Info.h"
+#include "TempBinTest.h"
 #include "TestFiles.h"
 
 namespace fs = std::filesystem;
 
 namespace {
-
-const char* const kTempBin = "/temp.bin";
 
 // What one load gives a host, every byte of the record included.
 struct Loaded {
@@ -87,25 +86,8 @@ bool UnderValgrind() {
     return false;
 }
 
-class TempFileSharing : public testing::Test {
+class TempFileSharing : public TempBinTest {
 protected:
-    void SetUp() override {
-        lock_ = open("/tmp/fileinfo-temp-bin.lock", O_CREAT | O_RDWR, 0666);
-        ASSERT_GE(lock_, 0);
-        ASSERT_EQ(flock(lock_, LOCK_EX), 0);
-        remove(kTempBin);
-        FILE* probe = fopen(kTempBin, "wb");
-        if (probe == nullptr) GTEST_SKIP() << "the file-system root is not writable here";
-        fclose(probe);
-        remove(kTempBin);
-    }
-    void TearDown() override {
-        if (lock_ < 0) return;
-        remove(kTempBin);
-        flock(lock_, LOCK_UN);
-        close(lock_);
-    }
-
     // Every fixture and example, and the two compressed movies.
     std::vector<std::string> Corpus() {
         std::vector<std::string> files;
@@ -126,7 +108,6 @@ protected:
     }
 
     TempDir dir_;
-    int lock_ = -1;
 };
 
 TEST_F(TempFileSharing, CompressedMoviesLoadAloneAsExpected) {
