@@ -109,9 +109,11 @@ def _worker_jobs(jobs: Optional[int]) -> Optional[int]:
     try:
         from distributed import get_worker
 
-        return max(1, get_worker().state.nthreads)
-    except (ImportError, ValueError, AttributeError):
-        return None
+        worker = get_worker()
+    except (ImportError, ValueError):
+        return None  # not on a distributed worker: one load thread a core
+    threads = getattr(worker, "nthreads", None) or getattr(getattr(worker, "state", None), "nthreads", None)
+    return max(1, threads) if threads else None
 
 
 def _load_records(paths: List[str], jobs: Optional[int], on_error: str) -> List[fileinfo.Record]:

@@ -1,5 +1,8 @@
 """fileinfo.dask.scan on a LocalCluster of two worker processes."""
 
+import subprocess
+import sys
+
 import pytest
 
 import fileinfo
@@ -18,6 +21,19 @@ def test_lazy_without_a_client_and_empty_input(tmp_path):
     pd.testing.assert_frame_equal(df.compute(scheduler="threads").reset_index(drop=True), single_process(EXAMPLES))
     empty = fileinfo.dask.scan(tmp_path).compute()
     assert len(empty) == 0 and list(empty.columns) == list(fileinfo.FIELDS)
+
+
+def test_without_pandas_a_bag_of_records():
+    code = (
+        "import sys\nsys.modules['pandas'] = None\nimport fileinfo, fileinfo.dask\n"
+        "bag = fileinfo.dask.scan(sys.argv[1], partition_size=2)\n"
+        "records = bag.compute(scheduler='threads')\n"
+        "assert type(bag).__name__ == 'Bag' and bag.npartitions == 3, bag\n"
+        "assert records == list(fileinfo.scan(sys.argv[1])), records\n"
+        "print('ok', len(records))\n"
+    )
+    done = subprocess.run([sys.executable, "-c", code, str(EXAMPLES)], capture_output=True, text=True, timeout=120)
+    assert done.stdout == "ok 6\n", done.stderr
 
 
 @pytest.fixture(scope="module")
