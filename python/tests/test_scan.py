@@ -104,56 +104,59 @@ def _big_silent_mp3(path, megabytes):
     return path
 
 
+class Ticker:
+    """A second Python thread that notes the time every millisecond. It needs
+    the GIL for every note: while another thread holds the GIL, no note."""
+
+    def __init__(self):
+        self.stamps = []
+        self._stop = threading.Event()
+        self._thread = threading.Thread(target=self._run)
+
+    def _run(self):
+        while not self._stop.is_set():
+            self.stamps.append(time.perf_counter())
+            time.sleep(0.001)
+
+    def __enter__(self):
+        self._thread.start()
+        time.sleep(0.02)
+        return self
+
+    def __exit__(self, *args):
+        self._stop.set()
+        self._thread.join()
+
+    def notes_in_middle_of(self, started, ended):
+        """Notes taken in the middle half of [started, ended]: away from the
+        edges, where the caller still held or again held the GIL in Python."""
+        quarter = (ended - started) / 4
+        return sum(started + quarter < t < ended - quarter for t in self.stamps)
+
+
 def test_other_threads_run_while_the_scan_waits_for_a_load(tmp_path):
-    slow = _big_silent_mp3(tmp_path / "silence.mp3", 48)
-    counter = [0]
-    stop = threading.Event()
-
-    def count():
-        while not stop.is_set():
-            counter[0] += 1
-
-    thread = threading.Thread(target=count)
-    thread.start()
-    try:
-        time.sleep(0.05)
+    slow = _big_silent_mp3(tmp_path / "silence.mp3", 64)
+    with Ticker() as ticker:
         records = fileinfo.scan([slow, EXAMPLES], jobs=1)
-        before = counter[0]
         started = time.perf_counter()
         first = next(records)  # waits for the one long load
-        waited = time.perf_counter() - started
-        during = counter[0] - before
+        ended = time.perf_counter()
         rest = list(records)
-    finally:
-        stop.set()
-        thread.join()
     assert first.path == str(slow) and first.status == 1 and not first.identified
-    assert rest and waited > 0.05, f"the load took {waited:.3f}s: too short to tell"
-    # With the GIL held through the wait, the counting thread could not take
-    # a single step until next() returned.
-    assert during > 1000, f"the other thread counted {during} in {waited:.3f}s"
+    assert rest and ended - started > 0.04, f"the load took {ended - started:.3f}s: too short to tell"
+    # With the GIL held through the wait, the ticking thread could not take
+    # a single note until next() returned.
+    assert ticker.notes_in_middle_of(started, ended) >= 3
 
 
 def test_load_releases_the_gil_too(tmp_path):
-    slow = _big_silent_mp3(tmp_path / "silence.mp3", 48)
-    counter = [0]
-    stop = threading.Event()
-
-    def count():
-        while not stop.is_set():
-            counter[0] += 1
-
-    thread = threading.Thread(target=count)
-    thread.start()
-    try:
-        time.sleep(0.05)
-        before = counter[0]
+    slow = _big_silent_mp3(tmp_path / "silence.mp3", 64)
+    with Ticker() as ticker:
+        started = time.perf_counter()
         fileinfo.load(slow)
-        during = counter[0] - before
-    finally:
-        stop.set()
-        thread.join()
-    assert during > 1000
+        ended = time.perf_counter()
+    assert ended - started > 0.04
+    assert ticker.notes_in_middle_of(started, ended) >= 3
 
 
 def test_memory_stays_flat_over_a_long_scan(tmp_path):
