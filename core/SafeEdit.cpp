@@ -96,7 +96,9 @@ public:
         RemoveStaleTempFiles(folder_);
         if (!LockOriginal()) return result_;
         Point(EditPoint::Locked);
-        if (!CheckFile() || !LoadOriginal() || !CheckSpace() || !MakeCopy()) return result_;
+        if (!CheckFile() || !LoadOriginal() || !CheckSpace()) return result_;
+        Point(EditPoint::Checked);
+        if (!MakeCopy()) return result_;
         Point(EditPoint::Copied);
         if (!WriteTags()) return result_;
         Point(EditPoint::Written);
@@ -222,6 +224,11 @@ private:
             return Refuse("cannot give a copy the file's owner and group", errno);
         if (fchmod(copy_.fd(), before_.st_mode & 07777) != 0) return Fail("cannot give a copy the file's mode", errno);
         if (const int error = CopyContents(original_.get(), copy_.fd())) return Fail("copying the file failed", error);
+        // The check's copy in memory starts from the same bytes.
+        shadow_ = UniqueFd(memfd_create("fileinfo-edit", MFD_CLOEXEC));
+        if (!shadow_.valid()) return Fail("cannot make room in memory to check the copy", errno);
+        if (const int error = CopyContents(copy_.fd(), shadow_.get()))
+            return Fail("copying the file into memory failed", error);
         return true;
     }
 
@@ -236,16 +243,12 @@ private:
     // The writer ignores some failures (its closing flush among them). The
     // same edit in memory must give the same bytes.
     bool Verify() {
-        UniqueFd shadow(memfd_create("fileinfo-edit", MFD_CLOEXEC));
-        if (!shadow.valid()) return Fail("cannot make room in memory to check the copy", errno);
-        if (const int error = CopyContents(original_.get(), shadow.get()))
-            return Fail("copying the file into memory failed", error);
         int error = 0;
-        const std::string shadowPath = "/proc/self/fd/" + std::to_string(shadow.get());
+        const std::string shadowPath = "/proc/self/fd/" + std::to_string(shadow_.get());
         const int status = RunWriter(kind_, shadowPath, edited_record_, error);
         if (status != MFI_OK) return Fail("writing the tags in memory failed (" + StatusText(status) + ")", error);
-        if (!SameContents(copy_.fd(), shadow.get(), error))
-            return Fail("the copy does not hold what the writer wrote", error != 0 ? error : EIO);
+        if (!SameContents(copy_.fd(), shadow_.get(), error))
+            return Fail("the copy does not hold what the writer wrote: a write was lost", error);
         return true;
     }
 
@@ -355,6 +358,7 @@ private:
     MediaFileInfo_st edited_record_;
     FrameList frames_before_;
     EditTempFile copy_;
+    UniqueFd shadow_;  // the same edit in memory, to check the copy against
     ino_t backup_inode_ = 0;
 };
 
@@ -368,6 +372,7 @@ std::string ExtensionOf(const std::string& name) {
 const char* EditPointName(EditPoint point) {
     switch (point) {
         case EditPoint::Locked: return "locked";
+        case EditPoint::Checked: return "checked";
         case EditPoint::Copied: return "copied";
         case EditPoint::Written: return "written";
         case EditPoint::Verified: return "verified";

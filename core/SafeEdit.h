@@ -94,7 +94,7 @@ std::string DescribeDifference(const Difference& difference);
 // ---- The edit ----
 
 // Named points of an edit, in order, reported to EditOptions::onPoint.
-enum class EditPoint { Locked, Copied, Written, Verified, BackedUp, BeforeRename, Renamed };
+enum class EditPoint { Locked, Checked, Copied, Written, Verified, BackedUp, BeforeRename, Renamed };
 const char* EditPointName(EditPoint point);
 
 struct EditOptions {
