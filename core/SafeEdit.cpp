@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -92,34 +93,14 @@ public:
         : given_(path), edits_(edits), options_(options) {}
 
     EditResult Run() {
-        if (!Resolve()) return result_;
-        RemoveStaleTempFiles(folder_);
-        if (!LockOriginal()) return result_;
-        Point(EditPoint::Locked);
-        if (!CheckFile() || !LoadOriginal() || !CheckSpace()) return result_;
-        Point(EditPoint::Checked);
-        if (!MakeCopy()) return result_;
-        Point(EditPoint::Copied);
-        if (!WriteTags()) return result_;
-        Point(EditPoint::Written);
-        if (!Verify()) return result_;
-        Point(EditPoint::Verified);
-        if (!ReadBack()) return result_;
-        if (options_.dryRun) return Done(EditStatus::WouldChange);
-        if (!options_.force && result_.difference.GoesBeyond(edits_))
-            return Refuse("the edit changes more than the fields given; --force writes it anyway"), result_;
-        if (!StillUnchanged()) return result_;
-        if (options_.backup && !MakeBackup()) return result_;
-        Point(EditPoint::BackedUp);
-        Point(EditPoint::BeforeRename);
-        if (!StillUnchanged() || !Replace()) {
-            RemoveOwnBackup();
-            return result_;
+        if (Prepare() && EditCopy()) {
+            if (options_.dryRun) {
+                result_.status = EditStatus::WouldChange;
+            } else {
+                Commit();
+            }
         }
-        Point(EditPoint::Renamed);
-        if (const int error = SyncFolder(folder_))
-            return Fail("the file holds the new tags, but syncing its folder failed", error), result_;
-        return Done(EditStatus::Changed);
+        return result_;
     }
 
 private:
@@ -138,9 +119,47 @@ private:
         result_.error = error;
         return false;
     }
-    EditResult Done(EditStatus status) {
-        result_.status = status;
-        return result_;
+
+    // Everything that may refuse the edit before a byte is copied.
+    bool Prepare() {
+        if (!Resolve()) return false;
+        RemoveStaleTempFiles(folder_);
+        if (!LockOriginal()) return false;
+        Point(EditPoint::Locked);
+        if (!CheckFile() || !LoadOriginal() || !CheckSpace()) return false;
+        Point(EditPoint::Checked);
+        return true;
+    }
+
+    // The edit on the private copy, checked, and its difference.
+    bool EditCopy() {
+        if (!MakeCopy()) return false;
+        Point(EditPoint::Copied);
+        if (!WriteTags()) return false;
+        Point(EditPoint::Written);
+        if (!Verify()) return false;
+        Point(EditPoint::Verified);
+        return ReadBack();
+    }
+
+    // The copy takes the original's place, once agreed to and only if the
+    // original is still what was copied.
+    bool Commit() {
+        if (!options_.force && result_.difference.GoesBeyond(edits_))
+            return Refuse("the edit changes more than the fields given; --force writes it anyway");
+        if (!StillUnchanged()) return false;
+        if (options_.backup && !MakeBackup()) return false;
+        Point(EditPoint::BackedUp);
+        Point(EditPoint::BeforeRename);
+        if (!StillUnchanged() || !Replace()) {
+            RemoveOwnBackup();
+            return false;
+        }
+        Point(EditPoint::Renamed);
+        if (const int error = SyncFolder(folder_))
+            return Fail("the file holds the new tags, but syncing its folder failed", error);
+        result_.status = EditStatus::Changed;
+        return true;
     }
 
     // Symbolic links are followed: the file they lead to is edited and the
@@ -280,24 +299,38 @@ private:
     // its owner, mode and times, takes no room, and once the new file is
     // renamed into place it is the only name of the old bytes.
     bool MakeBackup() {
-        for (int number = 1; number <= kBackupNames; ++number) {
-            const std::string name = BackupName(target_, number);
-            if (link(target_.c_str(), name.c_str()) == 0) return KeepBackup(name);
-            if (errno == EEXIST) continue;
-            if (errno == EPERM || errno == EOPNOTSUPP || errno == EMLINK) return CopyBackup(number);
-            return Fail("cannot make the backup " + name, errno);
-        }
-        return Fail("every backup name up to " + BackupName(target_, kBackupNames) + " is taken", EEXIST);
-    }
-
-    bool KeepBackup(const std::string& name) {
-        struct stat st;
-        result_.backupPath = name;
-        if (stat(name.c_str(), &st) == 0) backup_inode_ = st.st_ino;
+        std::string name;
+        const int error = NameBackup(target_, false, name);
+        if (error == EPERM || error == EOPNOTSUPP || error == EMLINK) return CopyBackup();
+        if (error != 0) return Fail("cannot make the backup " + name, error);
+        if (!RegisterBackup(name)) return false;
         if (!NamesFile(name, original_.get())) {
             RemoveOwnBackup();
             return Refuse("the file was replaced while it was being edited");
         }
+        return true;
+    }
+
+    // Gives `from` the first free backup name, never replacing a file: as a
+    // second name, or (`move`) as its only name. 0 or errno; `name` is the
+    // name given or tried last.
+    int NameBackup(const std::string& from, bool move, std::string& name) {
+        for (int number = 1; number <= kBackupNames; ++number) {
+            name = BackupName(target_, number);
+            const int done = move ? renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, name.c_str(), RENAME_NOREPLACE)
+                                  : link(from.c_str(), name.c_str());
+            if (done == 0) return 0;
+            if (errno != EEXIST) return errno;
+        }
+        return EEXIST;
+    }
+
+    // The backup is ours from here on (to remove if the edit does not
+    // happen), and its name is on disk.
+    bool RegisterBackup(const std::string& name) {
+        struct stat st;
+        result_.backupPath = name;
+        if (stat(name.c_str(), &st) == 0) backup_inode_ = st.st_ino;
         if (const int error = SyncFolder(folder_)) {
             RemoveOwnBackup();
             return Fail("syncing the backup failed", error);
@@ -307,7 +340,7 @@ private:
 
     // Where a second name cannot be made: a full copy with the original's
     // owner, mode and times, synced, then named. A partial copy is removed.
-    bool CopyBackup(int firstNumber) {
+    bool CopyBackup() {
         EditTempFile copy;
         if (const int error = copy.Create(target_)) return Fail("cannot create the backup", error);
         const timespec times[2] = {before_.st_atim, before_.st_mtim};
@@ -315,19 +348,10 @@ private:
             return Fail("cannot give the backup the file's owner and mode", errno);
         if (const int error = CopyContents(original_.get(), copy.fd())) return Fail("copying the backup failed", error);
         if (futimens(copy.fd(), times) != 0 || fsync(copy.fd()) != 0) return Fail("syncing the backup failed", errno);
-        for (int number = firstNumber; number <= kBackupNames; ++number) {
-            const std::string name = BackupName(target_, number);
-            if (link(copy.path().c_str(), name.c_str()) == 0) {
-                copy.Drop();
-                struct stat st;
-                result_.backupPath = name;
-                if (stat(name.c_str(), &st) == 0) backup_inode_ = st.st_ino;
-                if (const int error = SyncFolder(folder_)) return RemoveOwnBackup(), Fail("syncing the backup failed", error);
-                return true;
-            }
-            if (errno != EEXIST) return Fail("cannot name the backup " + name, errno);
-        }
-        return Fail("every backup name up to " + BackupName(target_, kBackupNames) + " is taken", EEXIST);
+        std::string name;
+        if (const int error = NameBackup(copy.path(), true, name)) return Fail("cannot name the backup " + name, error);
+        copy.Keep();
+        return RegisterBackup(name);
     }
 
     // A backup of an edit that did not happen is an identical copy: removed.

@@ -7,7 +7,8 @@
  *                         covers renameat() and renameat2())
  *   FILEINFO_FAULT_AT     the 1-based position of the call that fails; 0 or
  *                         unset: none fails
- *   FILEINFO_FAULT_ERRNO  ENOSPC or EIO
+ *   FILEINFO_FAULT_ERRNO  ENOSPC, EIO or EPERM (what a file system without
+ *                         hard links answers to link())
  *   FILEINFO_FAULT_COUNTS a file that receives, at exit, how many calls of
  *                         each kind were made: "write N\nfsync N\n..."
  */
@@ -32,7 +33,9 @@ static int ShouldFail(int kind) {
     if (call == NULL || at == NULL || strcmp(call, kNames[kind]) != 0) return 0;
     if (atol(at) != position) return 0;
     const char* error = getenv("FILEINFO_FAULT_ERRNO");
-    errno = (error != NULL && strcmp(error, "EIO") == 0) ? EIO : ENOSPC;
+    errno = ENOSPC;
+    if (error != NULL && strcmp(error, "EIO") == 0) errno = EIO;
+    if (error != NULL && strcmp(error, "EPERM") == 0) errno = EPERM;
     return 1;
 }
 

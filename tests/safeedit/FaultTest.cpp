@@ -150,6 +150,30 @@ TEST_F(SafeEditUnderFault, AFailedRenameSaysWhyAndKeepsNoBackup) {
     EXPECT_EQ(TempFilesIn(folder_), std::vector<std::string>());
 }
 
+TEST_F(SafeEditUnderFault, WithoutHardLinksTheBackupIsACopyWithTheOriginalsModeAndTimes) {
+    const std::string original = ReadFile(kFixture);
+    const std::string result = CleanResult(original);
+    Reset(original);
+    chmod(path_.c_str(), 0604);
+    const timespec times[2] = {{1000000000, 0}, {1234567890, 123456789}};
+    utimensat(AT_FDCWD, path_.c_str(), times, 0);
+    const ToolResult run = RunToolIn(logs_, EditOf(path_),
+                                     {"LD_PRELOAD=" FILEINFO_FAULT_SHIM, "FILEINFO_FAULT_CALL=link",
+                                      "FILEINFO_FAULT_AT=1", "FILEINFO_FAULT_ERRNO=EPERM",
+                                      "ASAN_OPTIONS=verify_asan_link_order=0"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(ReadFile(path_), result);
+    const std::string backup = folder_ + "/song.orig.mp3";
+    EXPECT_EQ(ReadFile(backup), original);
+    struct stat st;
+    ASSERT_EQ(stat(backup.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0604u);
+    EXPECT_EQ(st.st_mtim.tv_sec, 1234567890);
+    EXPECT_EQ(st.st_mtim.tv_nsec, 123456789);
+    EXPECT_EQ(st.st_nlink, 1u);
+    EXPECT_EQ(TempFilesIn(folder_), std::vector<std::string>());
+}
+
 // The size of the killed edit: 50 MB; in a sanitizer build, where every
 // byte the library moves is checked and the edit runs some fifty times
 // slower, 4 MB, to keep the run in seconds.
