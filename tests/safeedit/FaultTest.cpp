@@ -50,10 +50,13 @@ protected:
         return ReadFile(path);
     }
 
-    // Leaves the folder with the original file alone in it.
+    // Leaves the folder with the original file alone in it (a file that
+    // still holds the original stays: rewriting 50 MB takes long).
     void Reset(const std::string& original) {
-        for (const std::string& name : NamesIn(folder_)) unlink((folder_ + "/" + name).c_str());
-        WriteFile(path_, original);
+        const bool intact = ReadFile(path_) == original;
+        for (const std::string& name : NamesIn(folder_))
+            if (!(intact && name == "song.mp3")) unlink((folder_ + "/" + name).c_str());
+        if (!intact) WriteFile(path_, original);
     }
 
     // A run that edits another file of the folder removes the temporary
@@ -207,7 +210,19 @@ std::string BigMp3() {
     return bytes;
 }
 
+// Where a kill test's files go: a memory file system when there is one. A
+// kill does not depend on the file system, and there the edit's syncs do
+// not wait for a disk that other programs may keep busy.
+std::filesystem::path KillTestBase() {
+    std::error_code error;
+    if (std::filesystem::is_directory("/dev/shm", error) && access("/dev/shm", W_OK) == 0) return "/dev/shm";
+    return std::filesystem::temp_directory_path();
+}
+
 TEST_F(SafeEditUnderFault, KillingA50MegabyteEditAtAnyMomentLeavesTheOldOrTheNewFile) {
+    TempDir memory(KillTestBase());
+    folder_ = memory.path().string();
+    path_ = folder_ + "/song.mp3";
     const std::string original = BigMp3();
     const std::string result = CleanResult(original);
     ASSERT_NE(result, original);
@@ -222,7 +237,11 @@ TEST_F(SafeEditUnderFault, KillingA50MegabyteEditAtAnyMomentLeavesTheOldOrTheNew
         ASSERT_TRUE(WaitStopped(pid, exitStatus)) << point << " never reached: " << exitStatus << ReadFile(err);
         kill(pid, SIGKILL);
         EXPECT_EQ(WaitTool(pid), 128 + SIGKILL);
-        // The next run on the folder removes what the killed one left.
+        // Between the copy and the rename the killed run leaves its
+        // temporary file; the next run on the folder removes it.
+        const std::string p = point;
+        const bool copyExists = p != "locked" && p != "checked" && p != "renamed";
+        EXPECT_EQ(TempFilesIn(folder_).size(), copyExists ? 1u : 0u) << point;
         Cleanup();
         ExpectIntact(original, result, point);
     }
@@ -232,7 +251,7 @@ TEST_F(SafeEditUnderFault, KillingA50MegabyteEditAtAnyMomentLeavesTheOldOrTheNew
     Reset(original);
     ASSERT_EQ(RunToolIn(logs_, EditOf(path_)).exitCode, 0);
     const auto whole = std::chrono::steady_clock::now() - start;
-    const int kills = 8;
+    const int kills = 4;
     for (int k = 0; k < kills; ++k) {
         Reset(original);
         const pid_t pid = StartTool(EditOf(path_), {}, out, err);
