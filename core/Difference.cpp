@@ -116,7 +116,7 @@ bool IsTableGenre(const std::string& genre) {
 }
 
 // Why a value may come back otherwise, in the terms of the tag formats.
-std::string WhyNotReadBack(const TagEdit& edit, const TagEdits& edits) {
+std::string WhyNotReadBack(const TagEdit& edit) {
     switch (edit.field) {
         case TagField::Track:
             if (edit.track > 255) return "a track is stored as one byte";
@@ -131,7 +131,6 @@ std::string WhyNotReadBack(const TagEdit& edit, const TagEdits& edits) {
         case TagField::Composer:
             return "the composer is written but never read";
         default:
-            (void)edits;
             return std::string();
     }
 }
@@ -185,7 +184,7 @@ void CompareFrames(const FrameList& before, const FrameList& after, Difference& 
 void CompareReadBack(const TagEdits& edits, const MediaFileInfo_st& after, Difference& difference) {
     for (const TagEdit& e : edits.edits()) {
         const std::string given = GivenText(e), back = ReadBackText(after, e.field);
-        if (given != back) difference.mismatches.push_back({e.field, Shown(given), Shown(back), WhyNotReadBack(e, edits)});
+        if (given != back) difference.mismatches.push_back({e.field, Shown(given), Shown(back), WhyNotReadBack(e)});
     }
 }
 

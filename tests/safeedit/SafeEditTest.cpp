@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include "Child.h"
+#include "Mp3Builder.h"
 #include "SafeEdit.h"
 #include "TestFiles.h"
 
@@ -116,6 +117,24 @@ TEST_F(SafeEdit, DryRunShowsEveryChangeAndTouchesNothing) {
               "  track given as \"300\" reads back as \"44\" (a track is stored as one byte)\n"
               "  genre given as \"Nope\" reads back as \"\" (not a genre of the ID3v1 table; stored as no genre)\n");
     EXPECT_TRUE(r.difference.GoesBeyond(Edits({"title=New", "track=300", "genre=Nope"})));
+}
+
+TEST_F(SafeEdit, AYearTheId3v1CommentCoversIsNamed) {
+    // 24 CD-quality frames without tags: the year goes only into ID3v1,
+    // where the comment is written over it.
+    const Bytes frames = PadTo(Mp3Frames(Mp3Header{}, 417, 24), 3 * 4096);
+    const std::string path = dir_.file("song.mp3");
+    WriteFile(path, std::string(frames.begin(), frames.end()));
+    fileinfo::EditOptions options;
+    options.dryRun = true;
+    const fileinfo::EditResult r = fileinfo::EditTags(path, Edits({"year=2020", "comment=Hello"}), options);
+    ASSERT_EQ(r.status, EditStatus::WouldChange) << r.reason;
+    ASSERT_EQ(r.difference.mismatches.size(), 2u);
+    EXPECT_EQ(r.difference.mismatches[0].field, fileinfo::TagField::Year);
+    EXPECT_EQ(r.difference.mismatches[0].readBack, "Hell");
+    EXPECT_EQ(r.difference.mismatches[0].why, "the ID3v1 comment is written over the ID3v1 year");
+    EXPECT_EQ(r.difference.mismatches[1].field, fileinfo::TagField::Comment);
+    EXPECT_EQ(r.difference.mismatches[1].readBack, "o");
 }
 
 TEST_F(SafeEdit, AnEditBeyondTheFieldsGivenIsRefusedWithoutForce) {
