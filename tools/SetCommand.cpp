@@ -21,6 +21,7 @@ struct Tally {
     int refused = 0;
     int failed = 0;
     int skipped = 0;
+    std::vector<std::string> problems;  // "PATH: reason" of each file refused or failed
 };
 
 // Tests stop the tool at a named point of an edit (FILEINFO_TEST_STOP_AT=
@@ -79,7 +80,9 @@ std::string Reason(const fileinfo::EditResult& result) {
     return result.reason + (result.error != 0 ? std::string(": ") + strerror(result.error) : std::string());
 }
 
-void ReportProblem(const std::string& path, const fileinfo::EditResult& result) {
+void ReportProblem(const std::string& path, const fileinfo::EditResult& result, Tally& tally) {
+    ++(result.status == fileinfo::EditStatus::Refused ? tally.refused : tally.failed);
+    tally.problems.push_back(path + ": " + Reason(result));
     std::cerr << "fileinfo: " << path << ": " << Reason(result)
               << (result.touched ? "\n" : "; the file is unchanged\n");
     if (result.status == fileinfo::EditStatus::Refused && !result.difference.empty())
@@ -113,18 +116,19 @@ void EditOne(const std::string& path, const fileinfo::TagEdits& edits, const Set
             if (options.listFile) options.listFile(path);
             return;
         case fileinfo::EditStatus::Refused:
-            ++tally.refused;
-            break;
         case fileinfo::EditStatus::Failed:
-            ++tally.failed;
-            break;
+            ReportProblem(path, result, tally);
+            return;
     }
-    ReportProblem(path, result);
 }
 
+// The counts, and, when there was more than one file, the files that were
+// not edited again: their messages may have scrolled away.
 int Summary(const Tally& tally, bool dryRun) {
     std::cerr << "fileinfo: " << tally.changed << (dryRun ? " would change, " : " changed, ") << tally.refused
               << " refused, " << tally.failed << " failed, " << tally.skipped << " skipped\n";
+    if (tally.changed + tally.refused + tally.failed > 1)
+        for (const std::string& problem : tally.problems) std::cerr << "  not edited: " << problem << "\n";
     return tally.refused + tally.failed == 0 ? 0 : 1;
 }
 
@@ -137,8 +141,7 @@ int Restore(const SetCommandOptions& options) {
             std::cerr << "fileinfo: " << result.path << " restored from " << backup << "\n";
             continue;
         }
-        ++(result.status == fileinfo::EditStatus::Refused ? tally.refused : tally.failed);
-        ReportProblem(backup, result);
+        ReportProblem(backup, result, tally);
     }
     return Summary(tally, false);
 }
