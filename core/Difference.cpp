@@ -7,42 +7,12 @@
 #include <map>
 
 #include "Id3Info.h"
+#include "RecordFields.h"
 #include "Text.h"
 
 namespace fileinfo {
 
 namespace {
-
-struct NumberField {
-    const char* name;
-    unsigned long (*get)(const MediaFileInfo_st&);
-};
-
-struct TextField {
-    const char* name;
-    const char* (*get)(const MediaFileInfo_st&);
-};
-
-#define NUMBER_FIELD(f) {#f, [](const MediaFileInfo_st& r) { return static_cast<unsigned long>(r.f); }}
-#define TEXT_FIELD(f) {#f, [](const MediaFileInfo_st& r) { return static_cast<const char*>(r.f); }}
-
-// All 28 fields, in the record's order.
-const NumberField kNumbers[] = {
-    NUMBER_FIELD(isVbr),       NUMBER_FIELD(trackNumber),    NUMBER_FIELD(level),
-    NUMBER_FIELD(profile),     NUMBER_FIELD(profileLevelId), NUMBER_FIELD(bitsPerSample),
-    NUMBER_FIELD(height),      NUMBER_FIELD(width),          NUMBER_FIELD(fileSize),
-    NUMBER_FIELD(frameRate),   NUMBER_FIELD(sampleRate),     NUMBER_FIELD(bitRate),
-    NUMBER_FIELD(peakBitRate), NUMBER_FIELD(durationMs),
-};
-const TextField kTexts[] = {
-    TEXT_FIELD(fileType),  TEXT_FIELD(audioCodec), TEXT_FIELD(audioFormat), TEXT_FIELD(videoFormat),
-    TEXT_FIELD(spareText), TEXT_FIELD(channelMode), TEXT_FIELD(title),      TEXT_FIELD(artist),
-    TEXT_FIELD(album),     TEXT_FIELD(genre),       TEXT_FIELD(lyrics),     TEXT_FIELD(year),
-    TEXT_FIELD(comment),   TEXT_FIELD(composer),
-};
-
-#undef NUMBER_FIELD
-#undef TEXT_FIELD
 
 // The record field each tag field is read into, and the ID3v2 frames that hold it.
 struct FieldHome {
@@ -96,7 +66,6 @@ std::string Shown(const std::string& latin1) {
     return out;
 }
 
-std::string RecordText(const char* text) { return std::string(text, strnlen(text, MEDIA_TEXT_SIZE)); }
 
 std::string GivenText(const TagEdit& edit) {
     return edit.field == TagField::Track ? std::to_string(edit.track) : edit.text;
@@ -104,7 +73,7 @@ std::string GivenText(const TagEdit& edit) {
 
 std::string ReadBackText(const MediaFileInfo_st& after, TagField field) {
     if (field == TagField::Track) return std::to_string(after.trackNumber);
-    for (const TextField& t : kTexts)
+    for (const TextField& t : kTextFields)
         if (HomeOf(field).recordField == std::string(t.name)) return RecordText(t.get(after));
     return std::string();
 }
@@ -151,11 +120,11 @@ FrameList ReadFrameList(const std::string& path) {
 }
 
 void CompareRecords(const MediaFileInfo_st& before, const MediaFileInfo_st& after, Difference& difference) {
-    for (const NumberField& n : kNumbers) {
+    for (const NumberField& n : kNumberFields) {
         if (n.get(before) != n.get(after))
             difference.fields.push_back({n.name, std::to_string(n.get(before)), std::to_string(n.get(after))});
     }
-    for (const TextField& t : kTexts) {
+    for (const TextField& t : kTextFields) {
         const std::string b = RecordText(t.get(before)), a = RecordText(t.get(after));
         if (b != a) difference.fields.push_back({t.name, Shown(b), Shown(a)});
     }
