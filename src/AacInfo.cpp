@@ -24,6 +24,9 @@ constexpr unsigned char kSyncByte = 0xFF;
 constexpr unsigned char kSyncMask = 0xF6;
 constexpr unsigned char kSyncBits = 0xF0;
 constexpr unsigned char kIdBit = 0x08;  // set: MPEG-2, clear: MPEG-4
+// Rows of MPEGVersion, by the ID bit.
+constexpr int kMpeg4Row = 0;
+constexpr int kMpeg2Row = 1;
 
 // ADIF: the magic, then (when flagged) a 9-byte copyright id before the
 // fields read here.
@@ -154,7 +157,7 @@ int AacInfo::GetInfo(unsigned char* header) {
     if (m_frameCount == 0) {
         const char* channelText = GetChannel(channels);
         if (channelText != nullptr) CopyField(m_fileInfo->channelMode, channelText);
-        CopyField(m_fileInfo->audioFormat, MPEGVersion[mpeg2 ? 1 : 0]);
+        CopyField(m_fileInfo->audioFormat, MPEGVersion[mpeg2 ? kMpeg2Row : kMpeg4Row]);
         m_fileInfo->sampleRate = sampleRate;
     }
 

@@ -15,6 +15,10 @@ constexpr int kId3SizeBytes = 4;
 
 constexpr unsigned char kSpace = 32;
 
+// Rows of CHANNEL.
+constexpr int kMonoRow = 0;
+constexpr int kStereoRow = 1;
+
 }  // namespace
 
 MediaFileInfoBase::MediaFileInfoBase()
@@ -99,7 +103,7 @@ unsigned int MediaFileInfoBase::ReadWord(unsigned char* p) {
 
 const char* MediaFileInfoBase::GetChannel(unsigned int channels) {
     if (channels == 0) return nullptr;
-    return channels == 1 ? CHANNEL[0] : CHANNEL[1];
+    return channels == 1 ? CHANNEL[kMonoRow] : CHANNEL[kStereoRow];
 }
 
 int MediaFileInfoBase::GetFileStorageInfo(MediaFileInfo_st** info, const char* path) {

@@ -1,5 +1,6 @@
 #include "Mp4Info.h"
 
+#include "detail/FormatTypeRows.h"
 #include "detail/TempFileClaim.h"
 
 #include <sys/stat.h>
@@ -945,9 +946,9 @@ char* Mp4Info::GetType(char* entryType) {
         char* field;
         const char* name;
     } kinds[] = {
-        {"mp4v", r->fileType, FormatType[3]},   {"s263", r->fileType, FormatType[4]},
-        {"avc1", r->fileType, FormatType[5]},   {"samr", r->audioCodec, FormatType[0]},
-        {"sawb", r->audioCodec, FormatType[1]}, {"alac", r->fileType, FormatType[6]},
+        {"mp4v", r->fileType, FormatType[kFormatMpeg4]},   {"s263", r->fileType, FormatType[kFormatH263]},
+        {"avc1", r->fileType, FormatType[kFormatH264]},   {"samr", r->audioCodec, FormatType[kFormatAmr]},
+        {"sawb", r->audioCodec, FormatType[kFormatAmrWb]}, {"alac", r->fileType, FormatType[kFormatAppleLossless]},
     };
     for (const auto& kind : kinds) {
         if (Same4(entryType, kind.entry)) {
@@ -957,11 +958,11 @@ char* Mp4Info::GetType(char* entryType) {
     }
     if (Same4(entryType, "mp4a")) {
         // A video track walked before keeps its codec as the file's type.
-        if (r->fileType[0] == '\0') CopyField(r->fileType, FormatType[2]);
-        CopyField(r->audioCodec, FormatType[2]);
+        if (r->fileType[0] == '\0') CopyField(r->fileType, FormatType[kFormatAac]);
+        CopyField(r->audioCodec, FormatType[kFormatAac]);
         return r->audioCodec;
     }
-    CopyField(r->fileType, FormatType[7]);
+    CopyField(r->fileType, FormatType[kFormatUnknown]);
     return r->fileType;
 }
 

@@ -37,13 +37,16 @@ unsigned int HostU16(const unsigned char* p) {
     return v;
 }
 
+// Rows of PCM_FORMAT.
+enum PcmFormatRow { kPcmRow, kMulawRow, kIbmAlawRow, kIbmAdpcmRow, kUnknownFormatRow };
+
 const char* FormatName(unsigned int formatTag) {
     switch (formatTag) {
-        case 0x001: return PCM_FORMAT[0];
-        case 0x101: return PCM_FORMAT[1];
-        case 0x102: return PCM_FORMAT[2];
-        case 0x103: return PCM_FORMAT[3];
-        default: return PCM_FORMAT[4];
+        case 0x001: return PCM_FORMAT[kPcmRow];
+        case 0x101: return PCM_FORMAT[kMulawRow];
+        case 0x102: return PCM_FORMAT[kIbmAlawRow];
+        case 0x103: return PCM_FORMAT[kIbmAdpcmRow];
+        default: return PCM_FORMAT[kUnknownFormatRow];
     }
 }
 
