@@ -432,7 +432,62 @@ void Id3Info::GetAnsiFromUnicode(char** text) {
 
 namespace {
 
-bool IsOneOf(const char* id, const char* a, const char* b) { return strcmp(id, a) == 0 || strcmp(id, b) == 0; }
+// What a frame's text stands for in the tag fields.
+enum class FrameKind {
+    kText,   // the text is the field
+    kGenre,  // the first byte is a genre row, as the writer stores it
+    kTrack,  // the first byte is the track number, as the writer stores it
+};
+
+// The frames that carry a tag field: one row per frame, read by the frame
+// scan (SaveId3Info), the editor of a write (EditFrame) and the appender
+// (AppendMissingFrame). The rows stand in the order in which a write
+// considers appending a missing frame; the bits are the writer's mask of
+// the frames it has seen.
+struct FrameField {
+    const char* id;            // ID3v2.3 id; also the id of an appended frame
+    const char* id22;          // ID3v2.2 id; null: the frame has none
+    char* ID3Info_st::*field;  // null for the track, which is a number
+    unsigned int bit;
+    FrameKind kind;
+    // The reader looks the frame up by its ids followed by a blank. Frame
+    // ids carry no blank: the composer is never read from a tag, only set
+    // by the writer's caller.
+    bool readWithBlank;
+};
+
+const FrameField kFrameFields[] = {
+    {"TIT2", "TT2", &ID3Info_st::pTitle, 1, FrameKind::kText, false},
+    {"TPE1", "TP1", &ID3Info_st::pArtist, 2, FrameKind::kText, false},
+    {"TALB", "TAL", &ID3Info_st::pAlbum, 4, FrameKind::kText, false},
+    {"TCON", "TCO", &ID3Info_st::pGenre, 8, FrameKind::kGenre, false},
+    {"USLT", nullptr, &ID3Info_st::pLyrics, 16, FrameKind::kText, false},
+    {"TYER", "TYE", &ID3Info_st::pYear, 32, FrameKind::kText, false},
+    {"COMM", "COM", &ID3Info_st::pComment, 64, FrameKind::kText, false},
+    {"TRCK", "TRK", nullptr, 128, FrameKind::kTrack, false},
+    {"TCOM", "TCM", &ID3Info_st::pComposer, 256, FrameKind::kText, true},
+};
+
+// Whether id is frameId followed by one blank.
+bool IsIdWithBlank(const char* id, const char* frameId) {
+    const size_t n = strlen(frameId);
+    return strncmp(id, frameId, n) == 0 && id[n] == ' ' && id[n + 1] == '\0';
+}
+
+bool IsIdOf(const char* id, const FrameField& row, bool reading) {
+    if (reading && row.readWithBlank) {
+        return IsIdWithBlank(id, row.id) || (row.id22 != nullptr && IsIdWithBlank(id, row.id22));
+    }
+    return strcmp(id, row.id) == 0 || (row.id22 != nullptr && strcmp(id, row.id22) == 0);
+}
+
+// The row of a frame id, or null for a frame that carries no tag field.
+const FrameField* FrameFieldOf(const char* id, bool reading) {
+    for (const FrameField& row : kFrameFields) {
+        if (IsIdOf(id, row, reading)) return &row;
+    }
+    return nullptr;
+}
 
 void ReplaceText(char** field, const char* text) {
     free(*field);
@@ -443,33 +498,24 @@ void ReplaceText(char** field, const char* text) {
 
 int Id3Info::SaveId3Info(const char* id, const char* text) {
     if (id == nullptr || text == nullptr) return MFI_OK;
-    if (EnsureId3Info()) {
+    const FrameField* row = EnsureId3Info() ? FrameFieldOf(id, true) : nullptr;
+    if (row != nullptr) {
         ID3Info_st* info = m_pID3Info;
         const unsigned char first = static_cast<unsigned char>(text[0]);
-        if (IsOneOf(id, "TIT2", "TT2")) {
-            ReplaceText(&info->pTitle, text);
-        } else if (IsOneOf(id, "TPE1", "TP1")) {
-            ReplaceText(&info->pArtist, text);
-        } else if (IsOneOf(id, "TALB", "TAL")) {
-            ReplaceText(&info->pAlbum, text);
-        } else if (IsOneOf(id, "TYER", "TYE")) {
-            ReplaceText(&info->pYear, text);
-        } else if (IsOneOf(id, "TRCK", "TRK")) {
-            // The first byte is the track: what the writer stores. A track
-            // text "12" gives 49, and a track already read wins.
-            if (info->nTrack == 0) info->nTrack = first;
-        } else if (IsOneOf(id, "TCON", "TCO")) {
-            // The first byte is the genre index, as the writer stores it; a
-            // "(17)" text gives row 40.
-            ReplaceText(&info->pGenre, m_arrMP3ID3v2Genre[GenreIndexOfByte(first)]);
-        } else if (IsOneOf(id, "COMM", "COM")) {
-            ReplaceText(&info->pComment, text);
-        } else if (IsOneOf(id, "TCOM ", "TCM ")) {
-            // Frame ids carry no blank: the composer is never read from a
-            // tag, only set by the writer's caller.
-            ReplaceText(&info->pComposer, text);
-        } else if (strcmp(id, "USLT") == 0) {
-            ReplaceText(&info->pLyrics, text);
+        switch (row->kind) {
+            case FrameKind::kText:
+                ReplaceText(&(info->*row->field), text);
+                break;
+            case FrameKind::kTrack:
+                // The first byte is the track: what the writer stores. A
+                // track text "12" gives 49, and a track already read wins.
+                if (info->nTrack == 0) info->nTrack = first;
+                break;
+            case FrameKind::kGenre:
+                // The first byte is the genre index, as the writer stores
+                // it; a "(17)" text gives row 40.
+                ReplaceText(&(info->*row->field), m_arrMP3ID3v2Genre[GenreIndexOfByte(first)]);
+                break;
         }
     }
     RecordId3v2Info(id, text);
@@ -588,49 +634,6 @@ void BigEndianText(unsigned int value, char out[5]) {
 
 int TextLength(const char* s) { return static_cast<int>(strlen(s)); }
 
-// Frames whose text is a field of the tag: when the field is set the frame
-// takes it, else the frame is dropped.
-struct TextFrameRule {
-    const char* id;
-    const char* id22;  // null: no ID3v2.2 counterpart
-    char* ID3Info_st::*field;
-    unsigned int bit;
-};
-
-constexpr unsigned int kTitleBit = 1, kArtistBit = 2, kAlbumBit = 4, kGenreBit = 8, kLyricsBit = 16,
-                       kYearBit = 32, kCommentBit = 64, kTrackBit = 128, kComposerBit = 256;
-
-const TextFrameRule kTextFrameRules[] = {
-    {"TIT2", "TT2", &ID3Info_st::pTitle, kTitleBit},       {"TPE1", "TP1", &ID3Info_st::pArtist, kArtistBit},
-    {"TALB", "TAL", &ID3Info_st::pAlbum, kAlbumBit},       {"TYER", "TYE", &ID3Info_st::pYear, kYearBit},
-    {"COMM", "COM", &ID3Info_st::pComment, kCommentBit},   {"TCOM", "TCM", &ID3Info_st::pComposer, kComposerBit},
-    {"USLT", nullptr, &ID3Info_st::pLyrics, kLyricsBit}};
-
-bool Matches(const char* id, const char* a, const char* b) {
-    return strcmp(id, a) == 0 || (b != nullptr && strcmp(id, b) == 0);
-}
-
-// The frames a write may add, in the order they are considered: only the
-// first one missing from the list is looked at.
-enum class AppendSource { kText, kGenre, kTrack };
-struct AppendRule {
-    unsigned int bit;
-    const char* id;
-    AppendSource source;
-    char* ID3Info_st::*field;  // for kText
-};
-
-const AppendRule kAppendRules[] = {
-    {kTitleBit, "TIT2", AppendSource::kText, &ID3Info_st::pTitle},
-    {kArtistBit, "TPE1", AppendSource::kText, &ID3Info_st::pArtist},
-    {kAlbumBit, "TALB", AppendSource::kText, &ID3Info_st::pAlbum},
-    {kGenreBit, "TCON", AppendSource::kGenre, nullptr},
-    {kLyricsBit, "USLT", AppendSource::kText, &ID3Info_st::pLyrics},
-    {kYearBit, "TYER", AppendSource::kText, &ID3Info_st::pYear},
-    {kCommentBit, "COMM", AppendSource::kText, &ID3Info_st::pComment},
-    {kTrackBit, "TRCK", AppendSource::kTrack, nullptr},
-    {kComposerBit, "TCOM", AppendSource::kText, &ID3Info_st::pComposer}};
-
 // A record text as a new string, bounded by the field's 128 bytes.
 char* CopyRecordText(const char* field) {
     const size_t n = strnlen(field, MEDIA_TEXT_SIZE);
@@ -736,39 +739,34 @@ int Id3Info::WriteId3v2Information() {
 int Id3Info::EditFrame(int index, int* sizeChange, unsigned int* seen) {
     ID3FrameItem_st* item = m_arrFrames[index];
     if (item == nullptr || item->pFrameID == nullptr || item->pValue == nullptr) return MFI_OK;
-    const char* id = item->pFrameID;
+    const FrameField* row = FrameFieldOf(item->pFrameID, false);
+    if (row == nullptr) return MFI_OK;  // other frames are written back as read
+    *seen |= row->bit;
     const char* old = item->pValue;
 
     const char* newValue = nullptr;  // a field's text to copy
     unsigned int oneByte = 0;        // or a one-byte value
-    bool useOneByte = false;
-    bool keep = true;
-    bool known = false;
-    for (const TextFrameRule& rule : kTextFrameRules) {
-        if (!Matches(id, rule.id, rule.id22)) continue;
-        known = true;
-        *seen |= rule.bit;
-        newValue = m_pID3Info->*rule.field;
-        keep = newValue != nullptr;
-        break;
+    const bool useOneByte = row->kind != FrameKind::kText;
+    bool keep = false;
+    switch (row->kind) {
+        case FrameKind::kText:
+            // When the field is set the frame takes it, else the frame goes.
+            newValue = m_pID3Info->*row->field;
+            keep = newValue != nullptr;
+            break;
+        case FrameKind::kGenre: {
+            // The frame's own text is looked up, not the record's genre: a
+            // raw byte from an earlier write names no genre and the frame goes.
+            const int genre = FindGenre(old, kLastGenreName);
+            keep = genre >= 0;
+            oneByte = static_cast<unsigned int>(genre);
+            break;
+        }
+        case FrameKind::kTrack:
+            keep = m_pID3Info->nTrack != 0;
+            oneByte = static_cast<unsigned int>(m_pID3Info->nTrack);
+            break;
     }
-    if (!known && Matches(id, "TCON", "TCO")) {
-        // The frame's own text is looked up, not the record's genre: a raw
-        // byte from an earlier write names no genre and the frame goes.
-        known = true;
-        *seen |= kGenreBit;
-        const int genre = FindGenre(old, kLastGenreName);
-        keep = genre >= 0;
-        useOneByte = true;
-        oneByte = static_cast<unsigned int>(genre);
-    } else if (!known && Matches(id, "TRCK", "TRK")) {
-        known = true;
-        *seen |= kTrackBit;
-        keep = m_pID3Info->nTrack != 0;
-        useOneByte = true;
-        oneByte = static_cast<unsigned int>(m_pID3Info->nTrack);
-    }
-    if (!known) return MFI_OK;  // other frames are written back as read
     if (!keep) {
         FreeFrame(index);
         return MFI_OK;
@@ -784,33 +782,33 @@ int Id3Info::EditFrame(int index, int* sizeChange, unsigned int* seen) {
 }
 
 void Id3Info::AppendMissingFrame(unsigned int seen, int* sizeChange) {
-    for (const AppendRule& rule : kAppendRules) {
-        if ((seen & rule.bit) != 0) continue;
+    for (const FrameField& row : kFrameFields) {
+        if ((seen & row.bit) != 0) continue;
         // Only the first missing frame is considered, appended or not. A
         // full list takes no more frames.
         if (m_nFrameCount >= kMaxFrames) return;
         const int headerCost = m_nVersion == 3 ? kAppendCostV23 : kAppendCostV22;
         char numberText[5];
-        switch (rule.source) {
-            case AppendSource::kText: {
-                const char* value = m_pID3Info->*rule.field;
+        switch (row.kind) {
+            case FrameKind::kText: {
+                const char* value = m_pID3Info->*row.field;
                 if (value == nullptr) return;
-                RecordId3v2Info(rule.id, value);
+                RecordId3v2Info(row.id, value);
                 *sizeChange += headerCost + TextLength(value);
                 return;
             }
-            case AppendSource::kGenre: {
+            case FrameKind::kGenre: {
                 if (m_pID3Info->pGenre == nullptr) return;
                 const int genre = FindGenre(m_pID3Info->pGenre, kLastGenreName);
                 BigEndianText(static_cast<unsigned int>(genre < 0 ? static_cast<int>(kNoGenre) : genre), numberText);
                 break;
             }
-            case AppendSource::kTrack:
+            case FrameKind::kTrack:
                 if (m_pID3Info->nTrack == 0) return;
                 BigEndianText(static_cast<unsigned int>(m_pID3Info->nTrack), numberText);
                 break;
         }
-        RecordId3v2Info(rule.id, numberText);
+        RecordId3v2Info(row.id, numberText);
         *sizeChange += headerCost + kOneByteText;
         return;
     }
