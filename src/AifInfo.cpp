@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "detail/ByteOrder.h"
+
 namespace {
 
 // The FORM header: "FORM", its size (not used), then the form type, whose
@@ -210,11 +212,12 @@ void AifInfo::SetDuration(const WalkState& state) {
 }
 
 double AifInfo::Ext2dbl(ExtFloat_st value) {
-    uint64_t mantissa = 0;
-    for (unsigned char byte : value.mantissa) mantissa = (mantissa << 8) | byte;
+    using fileinfo_detail::Be16;
+    using fileinfo_detail::Be32;
+    const uint64_t mantissa =
+        (static_cast<uint64_t>(Be32(value.mantissa)) << 32) | Be32(value.mantissa + 4);
     // The sign bit is dropped: a negative number reads as its magnitude.
-    const unsigned int biased = ((static_cast<unsigned int>(value.exponent[0]) << 8) | value.exponent[1]) &
-                                kExponentMask;
+    const unsigned int biased = Be16(value.exponent) & kExponentMask;
     if (biased == kSpecialExponent && mantissa != 0) return 0.0;  // NaN
     // Infinity and denormals take the general path.
     const int exponent = static_cast<int>(biased) - kIntegerSignificandBias;

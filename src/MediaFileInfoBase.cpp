@@ -7,6 +7,8 @@
 #include <cstring>
 #include <new>
 
+#include "detail/ByteOrder.h"
+
 namespace {
 
 // Offsets inside the 10-byte ID3v2 header.
@@ -94,7 +96,7 @@ int MediaFileInfoBase::GetFileName(char** out, const char* path) {
 }
 
 unsigned int MediaFileInfoBase::ReadWord(unsigned char* p) {
-    const unsigned int value = ReadBigEndian32(p);
+    const unsigned int value = fileinfo_detail::Be32(p);
     if (value == 0xFFFFFFFFu) {
         fputs("ReadWord warning!\n", stdout);
     }
@@ -178,14 +180,9 @@ int MediaFileInfoBase::SeekRelative(FILE* file, unsigned int delta) {
     return fseek(file, static_cast<long>(static_cast<int>(delta)), SEEK_CUR);
 }
 
-unsigned int MediaFileInfoBase::ReadBigEndian32(const unsigned char* p) {
-    return (static_cast<unsigned int>(p[0]) << 24) | (static_cast<unsigned int>(p[1]) << 16) |
-           (static_cast<unsigned int>(p[2]) << 8) | p[3];
-}
+unsigned int MediaFileInfoBase::ReadBigEndian32(const unsigned char* p) { return fileinfo_detail::Be32(p); }
 
-unsigned int MediaFileInfoBase::ReadHalf(const unsigned char* p) {
-    return (static_cast<unsigned int>(p[0]) << 8) | p[1];
-}
+unsigned int MediaFileInfoBase::ReadHalf(const unsigned char* p) { return fileinfo_detail::Be16(p); }
 
 FILE* MediaFileInfoBase::OpenForReading(const char* path) {
     FILE* file = fopen(path, "rb");

@@ -5,6 +5,7 @@
 #include <new>
 
 #include "Id3Info.h"
+#include "detail/ByteOrder.h"
 
 const unsigned int Mp3Info::tabsel[6][16] = {
     {0, 32, 64, 96, 128, 160, 192, 224, 256, 288, 320, 352, 384, 416, 448, 0},
@@ -207,7 +208,7 @@ int Mp3Info::ReadFrame(unsigned char* buffer) {
     while (!AtEnd(m_file)) {
         while (m_bufferSize >= kMinScanBytes && m_bufferPos < m_bufferSize - kHeaderTail) {
             // Silent read: runs of 0xFF padding are ordinary data here.
-            const unsigned int h = ReadBigEndian32(buffer + m_bufferPos);
+            const unsigned int h = fileinfo_detail::Be32(buffer + m_bufferPos);
             if (!IsCandidate(h)) {
                 junkSeen = true;
                 ++m_bufferPos;

@@ -3,14 +3,17 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "detail/ByteOrder.h"
+
 const char* const PCM_FORMAT[5] = {"PCM", "MULAW", "IBM_ALAW", "IBM_ADPCM", "UNKNOWN"};
 const char* const RiffTag = "RIFF";
 const char* const WavTag = "WAVE";
 
 namespace {
 
-// Offsets of the canonical header. The numbers are taken in host order, as
-// they lie in the bytes: RIFF is little-endian and so are the hosts served.
+// Offsets of the canonical header. The numbers are deliberately taken in
+// host order (Host16/Host32), as they lie in the bytes, not with Le16/Le32:
+// RIFF is little-endian and so are the hosts served.
 constexpr int kRiffIdOffset = 0;
 constexpr int kRiffSizeOffset = 4;
 constexpr int kFormTypeOffset = 8;
@@ -24,18 +27,6 @@ constexpr unsigned int kHeaderBytesInRiffSize = 36;
 
 // The duration divisor is bits per second, i.e. bytes per eight seconds.
 constexpr unsigned int kMsPerEightSeconds = 8000;
-
-unsigned int HostU32(const unsigned char* p) {
-    unsigned int v;
-    memcpy(&v, p, sizeof v);
-    return v;
-}
-
-unsigned int HostU16(const unsigned char* p) {
-    unsigned short v;
-    memcpy(&v, p, sizeof v);
-    return v;
-}
 
 // Rows of PCM_FORMAT.
 enum PcmFormatRow { kPcmRow, kMulawRow, kIbmAlawRow, kIbmAdpcmRow, kUnknownFormatRow };
@@ -93,12 +84,12 @@ int WavInfo::GetInfo() {
         memcmp(m_header + kFormTypeOffset, WavTag, 4) != 0) {
         return MFI_NOT_THIS_FORMAT;
     }
-    const unsigned int riffSize = HostU32(m_header + kRiffSizeOffset);
-    const unsigned int channels = HostU16(m_header + kChannelsOffset);
-    const unsigned int sampleRate = HostU32(m_header + kSampleRateOffset);
-    const unsigned int bitsPerSample = HostU16(m_header + kBitsPerSampleOffset);
+    const unsigned int riffSize = fileinfo_detail::Host32(m_header + kRiffSizeOffset);
+    const unsigned int channels = fileinfo_detail::Host16(m_header + kChannelsOffset);
+    const unsigned int sampleRate = fileinfo_detail::Host32(m_header + kSampleRateOffset);
+    const unsigned int bitsPerSample = fileinfo_detail::Host16(m_header + kBitsPerSampleOffset);
 
-    CopyField(m_fileInfo->audioFormat, FormatName(HostU16(m_header + kFormatTagOffset)));
+    CopyField(m_fileInfo->audioFormat, FormatName(fileinfo_detail::Host16(m_header + kFormatTagOffset)));
     // The channel count is deliberately not part of this figure.
     m_fileInfo->bitRate = bitsPerSample * sampleRate;
     if (channels != 0) CopyField(m_fileInfo->channelMode, GetChannel(channels));
