@@ -8,6 +8,8 @@
 #include <cstring>
 #include <vector>
 
+#include "detail/FileShift.h"
+
 const char* const ID3V1TAG[1] = {"TAG"};
 
 const char* const ID3V2Ver2_TAG[16] = {"TT2", "TP1", "TAL", "TRK", "TYE", "TCO", "COM", "TCM",
@@ -589,9 +591,6 @@ constexpr int kAppendCostV23 = 11;
 constexpr int kAppendCostV22 = 7;
 constexpr int kOneByteText = 1;
 
-// Files are shifted in blocks of this size.
-constexpr long kMoveBlock = 1024;
-
 // The size form the writer uses for the tag and for frames: the last byte
 // is the value mod 128, the others the low 8 bits of value/128, /16384 and
 // /2097152 (signed division). Not masked to 7 bits, so bits 14, 21 and 28
@@ -817,7 +816,7 @@ void Id3Info::AppendMissingFrame(unsigned int seen, int* sizeChange) {
 int Id3Info::MoveFile(int sizeChange) {
     if (m_file == nullptr) return MFI_OPEN_FAILED;
     if (sizeChange == 0) return MFI_OK;
-    unsigned char* block = static_cast<unsigned char*>(malloc(kMoveBlock));
+    unsigned char* block = static_cast<unsigned char*>(malloc(fileinfo_detail::kShiftBlock));
     // Without a buffer nothing is moved and the tag is written all the same.
     if (block == nullptr) return MFI_OK;
     const int status = sizeChange > 0 ? MoveUp(block, sizeChange) : MoveDown(block, -sizeChange);
@@ -826,57 +825,11 @@ int Id3Info::MoveFile(int sizeChange) {
 }
 
 int Id3Info::MoveUp(unsigned char* block, int sizeChange) {
-    const long tagSize = m_nTagSize;
-    fseek(m_file, 0, SEEK_END);
-    const long length = ftell(m_file);
-    if (fseek(m_file, -kMoveBlock, SEEK_END) != 0) return MFI_SEEK_FAILED;
-    // From the end toward the start. The first block read, the file's last
-    // one, lands one block beyond its shifted place, so the file grows by
-    // the size change plus a block and the range just below the old end
-    // keeps its old bytes. Kept so: hosts rely on files coming out this way.
-    long destination = length + sizeChange;
-    long position = length;
-    while (tagSize < position) {
-        position = ftell(m_file) - kMoveBlock;
-        memset(block, 0, kMoveBlock);
-        if (fread(block, 1, kMoveBlock, m_file) < static_cast<size_t>(kMoveBlock)) return MFI_SHORT_FILE;
-        if (fseek(m_file, destination, SEEK_SET) != 0) return MFI_SEEK_FAILED;
-        if (fwrite(block, 1, kMoveBlock, m_file) < static_cast<size_t>(kMoveBlock)) return MFI_SHORT_WRITE;
-        destination = position + sizeChange;
-        if (tagSize < position && fseek(m_file, position, SEEK_SET) != 0) return MFI_SEEK_FAILED;
-    }
-    // The rest, from the new tag size (the 10 header bytes not counted) up
-    // to the last block moved. When the loop did not run this asks for
-    // bytes past the end and nothing is written.
-    fseek(m_file, tagSize, SEEK_SET);
-    const long rest = position - tagSize + kMoveBlock;
-    if (rest > 0 && fread(block, 1, static_cast<size_t>(rest), m_file) == static_cast<size_t>(rest)) {
-        fseek(m_file, tagSize + sizeChange, SEEK_SET);
-        fwrite(block, 1, static_cast<size_t>(rest), m_file);
-    }
-    return MFI_OK;
+    return fileinfo_detail::ShiftTowardEnd(m_file, m_nTagSize, sizeChange, block);
 }
 
 int Id3Info::MoveDown(unsigned char* block, int shrink) {
-    // Toward the start. The write position is set again after each block
-    // instead of advancing, so every block lands at the same offset, and
-    // the file keeps its length. Kept so: hosts rely on files coming out this way.
-    const long source = m_nTagSize;
-    const long destination = static_cast<long>(m_nTagSize) - shrink;
-    if (fseek(m_file, source, SEEK_SET) != 0) return MFI_SEEK_FAILED;
-    for (;;) {
-        if (feof(m_file)) return MFI_OK;
-        memset(block, 0, kMoveBlock);
-        const size_t got = fread(block, 1, kMoveBlock, m_file);
-        // Nothing arrived: at the end this is the same finish one turn
-        // early; on a read error it ends what would otherwise never end.
-        if (got == 0) return feof(m_file) ? MFI_OK : MFI_SHORT_FILE;
-        const long resume = ftell(m_file);
-        if (fseek(m_file, destination, SEEK_SET) != 0) return MFI_SEEK_FAILED;
-        if (fwrite(block, 1, got, m_file) < got) return MFI_SHORT_WRITE;
-        // Failing to go back would read the moved bytes again, endlessly.
-        if (fseek(m_file, resume, SEEK_SET) != 0) return MFI_SEEK_FAILED;
-    }
+    return fileinfo_detail::ShiftTowardStart(m_file, m_nTagSize, shrink, block);
 }
 
 int Id3Info::WriteId3v2InfoToFile() {
