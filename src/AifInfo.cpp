@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "detail/ByteOrder.h"
+#include "detail/ReaderLoad.h"
 
 namespace {
 
@@ -69,11 +70,9 @@ int AifInfo::LoadFile(const char* path) {
     if (path == nullptr) return MFI_BAD_ARGUMENT;
     // The path copy is released even when no record was made by the last
     // load (it failed to open the file), so nothing leaks.
-    if (m_fileInfo != nullptr || m_filePath != nullptr) Destory();
+    if (fileinfo_detail::HoldsEarlierLoad(*this)) Destory();
 
-    m_filePath = strdup(path);
-    m_file = OpenForReading(path);
-    if (m_file == nullptr) return MFI_OPEN_FAILED;
+    if (!fileinfo_detail::OpenForLoad(*this, path)) return MFI_OPEN_FAILED;
 
     // Positioned at the start; the AIFF load has no status for a failed
     // seek, so a stream that cannot seek (a pipe) is read as it comes.
@@ -84,7 +83,7 @@ int AifInfo::LoadFile(const char* path) {
                (m_fileInfo = NewZeroedRecord()) == nullptr) {
         result = MFI_NO_MEMORY;
     } else {
-        GetFileStorageInfo(&m_fileInfo, path, m_file);
+        fileinfo_detail::MeasureFile(*this, path);
         m_bufferSize = static_cast<unsigned int>(fread(buffer, 1, kBufferSize, m_file));
         if (m_bufferSize <= kShortestLoad) {
             result = MFI_SHORT_FILE;
@@ -94,8 +93,7 @@ int AifInfo::LoadFile(const char* path) {
         }
     }
     free(buffer);
-    fclose(m_file);
-    m_file = nullptr;
+    fileinfo_detail::CloseLoadedFile(*this);
     return result;
 }
 

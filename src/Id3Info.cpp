@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "detail/FileShift.h"
+#include "detail/Id3Size.h"
+#include "detail/ReaderLoad.h"
 
 const char* const ID3V1TAG[1] = {"TAG"};
 
@@ -88,19 +90,7 @@ constexpr int kLanguageSkip = 6;
 // bytes than the file holds never costs more memory than the file itself.
 constexpr size_t kFirstBodyChunk = 64 * 1024;
 
-// The ID3v2 size form used throughout: each byte is added as a signed
-// 8-bit value and the sum shifted left 7 before the next one. On clean
-// 7-bit bytes this is the sync-safe reading; a byte with its top bit set
-// pulls the sum down. Unsigned arithmetic keeps the bits of the signed
-// sum without its undefined shifts.
-unsigned int SumSevenBitBytes(unsigned int start, const unsigned char* bytes, int count) {
-    unsigned int sum = start;
-    for (int k = 0; k < count; ++k) {
-        if (k > 0) sum <<= 7;
-        sum += static_cast<unsigned int>(static_cast<int>(static_cast<signed char>(bytes[k])));
-    }
-    return sum;
-}
+using fileinfo_detail::SumSevenBitBytes;
 
 int GenreIndexOfByte(unsigned char genre) {
     return genre > kLastGenreName ? static_cast<int>(Id3Info::kNoGenre) : genre;
@@ -310,10 +300,7 @@ int Id3Info::LoadFile(const char* path) {
 
     // Destory runs only after a load that filled the fields; a path from
     // any other earlier load is released here.
-    free(m_filePath);
-    m_filePath = strdup(path);
-    m_file = OpenForReading(path);
-    if (m_file == nullptr) return MFI_UNREADABLE;
+    if (!fileinfo_detail::OpenForLoad(*this, path)) return MFI_UNREADABLE;
 
     const int v1Status = LoadId3v1();
     const int v2Status = LoadId3v2();

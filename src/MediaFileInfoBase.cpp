@@ -8,6 +8,7 @@
 #include <new>
 
 #include "detail/ByteOrder.h"
+#include "detail/Id3Size.h"
 
 namespace {
 
@@ -132,17 +133,8 @@ int MediaFileInfoBase::OverleapID3V2(char** buffer) {
     const unsigned char* b = reinterpret_cast<const unsigned char*>(*buffer);
     if (b[0] != 'I' || b[1] != 'D' || b[2] != '3') return 0;
 
-    // Each size byte is added as a signed 8-bit value before the shift, so a
-    // byte with its top bit set pulls the sum down; on well-formed tags this
-    // is the 28-bit sync-safe size. Summed in unsigned to keep the bits of
-    // the signed arithmetic without its undefined shifts.
-    unsigned int size = 0;
-    for (int k = kId3SizeOffset; k < kId3SizeOffset + kId3SizeBytes - 1; ++k) {
-        size += static_cast<unsigned int>(static_cast<int>(static_cast<signed char>(b[k])));
-        size <<= 7;
-    }
-    size += static_cast<unsigned int>(
-        static_cast<int>(static_cast<signed char>(b[kId3SizeOffset + kId3SizeBytes - 1])));
+    // The tag size, 7 bits a byte; on well-formed tags the 28-bit sync-safe size.
+    const unsigned int size = fileinfo_detail::SumSevenBitBytes(0, b + kId3SizeOffset, kId3SizeBytes);
 
     // The seek goes to `size` itself, without the 10 header bytes.
     fseek(m_file, static_cast<long>(static_cast<int>(size)), SEEK_SET);

@@ -5,6 +5,7 @@
 #include "detail/Inflate.h"
 #include "detail/Mp4ConfigDecoders.h"
 #include "detail/Mp4LoopMark.h"
+#include "detail/ReaderLoad.h"
 #include "detail/TempFileClaim.h"
 
 #include <sys/stat.h>
@@ -169,16 +170,13 @@ MediaFileInfo_st* Mp4Info::GetFileInfo() { return m_fileInfo; }
 
 int Mp4Info::LoadFile(const char* path) {
     if (path == nullptr) return MFI_BAD_ARGUMENT;
+    // Only a record calls for Destory: a load that failed before making one
+    // left just its path copy, which the new copy replaces.
     if (m_fileInfo != nullptr) Destory();
 
-    // A load that failed before making a record keeps its path copy.
-    free(m_filePath);
-    m_filePath = strdup(path);
-    m_file = OpenForReading(path);
-    if (m_file == nullptr) return MFI_OPEN_FAILED;
+    if (!fileinfo_detail::OpenForLoad(*this, path)) return MFI_OPEN_FAILED;
     if (fseek(m_file, 0, SEEK_SET) != 0) {
-        fclose(m_file);
-        m_file = nullptr;
+        fileinfo_detail::CloseLoadedFile(*this);
         return MFI_SEEK_FAILED;
     }
 
@@ -190,6 +188,7 @@ int Mp4Info::LoadFile(const char* path) {
     if (buffer == nullptr || m_fileInfo == nullptr) {
         result = MFI_NO_MEMORY;
     } else {
+        // Measured with the whole size kept, for the reads that follow.
         GetFileStorageInfo(&m_fileInfo, path, m_file, &m_fileEnd);
         m_bufferSize = static_cast<unsigned int>(fread(buffer, 1, ReadableAhead(kReadSize), m_file));
         if (m_bufferSize < kReadSize) {
@@ -202,8 +201,7 @@ int Mp4Info::LoadFile(const char* path) {
     free(buffer);
     m_buffer = nullptr;
     // By now this may be the temporary file of an inflated movie header.
-    fclose(m_file);
-    m_file = nullptr;
+    fileinfo_detail::CloseLoadedFile(*this);
     m_fileEnd = -1;
     // Done with the temporary file: the next load, here or in another
     // process, may take it.

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "detail/ByteOrder.h"
+#include "detail/ReaderLoad.h"
 
 const char* const PCM_FORMAT[5] = {"PCM", "MULAW", "IBM_ALAW", "IBM_ADPCM", "UNKNOWN"};
 const char* const RiffTag = "RIFF";
@@ -53,11 +54,9 @@ int WavInfo::LoadFile(const char* path) {
     if (path == nullptr) return MFI_BAD_ARGUMENT;
     // A load that failed to open the file left its path copy but no
     // record: release it too, so nothing leaks.
-    if (m_fileInfo != nullptr || m_filePath != nullptr) Destory();
+    if (fileinfo_detail::HoldsEarlierLoad(*this)) Destory();
 
-    m_filePath = strdup(path);
-    m_file = OpenForReading(path);
-    if (m_file == nullptr) return MFI_OPEN_FAILED;
+    if (!fileinfo_detail::OpenForLoad(*this, path)) return MFI_OPEN_FAILED;
 
     int result;
     if (fseek(m_file, 0, SEEK_SET) != 0) {
@@ -67,14 +66,13 @@ int WavInfo::LoadFile(const char* path) {
     } else {
         // Constructed, then cleared whole: every field of a WAV record starts 0.
         memset(static_cast<void*>(m_fileInfo), 0, sizeof *m_fileInfo);
-        GetFileStorageInfo(&m_fileInfo, path, m_file);
+        fileinfo_detail::MeasureFile(*this, path);
         result = fread(m_header, 1, kHeaderSize, m_file) == kHeaderSize ? GetInfo()
                                                                          : MFI_UNREADABLE;
         // Also a rejected file keeps its size and its name as title.
         ApplyTitleFallback();
     }
-    fclose(m_file);
-    m_file = nullptr;
+    fileinfo_detail::CloseLoadedFile(*this);
     return result;
 }
 
