@@ -14,10 +14,6 @@
 #include <cstdlib>
 #include <cstring>
 
-// The first eight are item names after their 0xA9 prefix.
-const char* const Mp4Info::ILST_TAG[10] = {"nam", "cmt", "day", "ART", "trk",
-                                           "alb", "wrt", "com", "gnre", "trkn"};
-
 namespace {
 
 // Handler results.
@@ -835,6 +831,10 @@ int Mp4Info::GetMp4MusicInfo(unsigned char* items, unsigned int ilstSize) {
     }
     return 1;
 }
+
+// The first eight are item names after their 0xA9 prefix.
+const char* const Mp4Info::ILST_TAG[10] = {"nam", "cmt", "day", "ART", "trk",
+                                           "alb", "wrt", "com", "gnre", "trkn"};
 
 void Mp4Info::SaveMp4Id3Info(const char* itemName, const char* value) {
     if (itemName == nullptr || value == nullptr || m_fileInfo == nullptr) return;
