@@ -45,6 +45,7 @@ __all__ = [
     "Verdict",
     "__version__",
     "load",
+    "restore_backup",
     "scan",
     "set_tags",
     "status_text",
@@ -288,8 +289,6 @@ def set_tags(
     EditRefused unless force=True. A system call that fails raises its
     OSError subclass; the file is then as it was unless the error says so.
     """
-    if not _fileinfo.HAVE_SAFE_EDIT:
-        raise NotImplementedError("this build of fileinfo has no tag editing")
     if not fields:
         raise ValueError("set_tags needs at least one field, for example title='...'")
     assignments = []
@@ -322,12 +321,35 @@ def set_tags(
         return result
     if status == "refused":
         raise EditRefused(_python_words(out["reason"]), result)
+    _raise_edit_failure(out, path)
+
+
+def _raise_edit_failure(out: dict, path: PathLike) -> None:
+    """A failed edit's OSError (its errno, the system's reason, the edit's
+    account in a note), or EditFailed when no system call failed."""
     if out["error"]:
         error = OSError(out["error"], os.strerror(out["error"]), os.fsdecode(path))
-        error.add_note(out["reason"]) if hasattr(error, "add_note") else None
+        if hasattr(error, "add_note"):
+            error.add_note(out["reason"])
         error.touched = out["touched"]  # type: ignore[attr-defined]
         raise error
-    raise EditFailed(out["reason"], out["touched"])
+    raise EditFailed(_python_words(out["reason"]), out["touched"])
+
+
+def restore_backup(backup_path: PathLike, original_path: Optional[PathLike] = None) -> str:
+    """Puts a backup that set_tags kept back over its original, atomically
+    (a copy renamed over it); the backup stays. Without original_path, the
+    original is found from the backup's name (song.orig-2.mp3: song.mp3).
+    Returns the path restored; raises EditRefused when the backup's name
+    says nothing of its original, or the OSError of a failed call."""
+    original = b"" if original_path is None else _path_bytes(original_path)
+    out = _fileinfo.restore_backup(_path_bytes(backup_path), original)
+    if out["status"] == "changed":
+        return out["path"]
+    if out["status"] == "refused":
+        raise EditRefused(_python_words(out["reason"]), None)
+    _raise_edit_failure(out, backup_path)
+    raise AssertionError("unreachable")
 
 
 # ---- pandas ----

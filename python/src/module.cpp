@@ -22,13 +22,10 @@
 #include "FileInfoVersion.h"
 #include "MediaFileInfo.h"
 #include "RecordFields.h"
+#include "SafeEdit.h"
 #include "Scan.h"
 #include "Verdict.h"
 
-#if __has_include("SafeEdit.h")
-#include "SafeEdit.h"
-#define FILEINFO_HAVE_SAFE_EDIT 1
-#endif
 
 namespace py = pybind11;
 using fileinfo::ScanItem;
@@ -372,7 +369,6 @@ py::object OrNone(const std::string& text) { return text.empty() ? py::object(py
 
 // ---- The safe tag edit ----
 
-#ifdef FILEINFO_HAVE_SAFE_EDIT
 py::str Utf8(const std::string& text) {
     // Values come from files and may hold any bytes: never fail on them.
     PyObject* s = PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), "replace");
@@ -433,7 +429,24 @@ py::dict SetTags(const std::string& path, const std::vector<std::string>& assign
     out["goes_beyond"] = result.difference.GoesBeyond(edits);
     return out;
 }
-#endif
+
+// Puts a backup back; the result as SetTags gives it.
+py::dict RestoreBackup(const std::string& backupPath, const std::string& originalPath) {
+    fileinfo::EditResult result;
+    {
+        py::gil_scoped_release release;
+        result = fileinfo::RestoreBackup(backupPath, originalPath);
+    }
+    py::dict out;
+    out["status"] = result.status == fileinfo::EditStatus::Changed  ? "changed"
+                    : result.status == fileinfo::EditStatus::Refused ? "refused"
+                                                                     : "failed";
+    out["reason"] = result.reason;
+    out["error"] = result.error;
+    out["path"] = PathObject(result.path);
+    out["touched"] = result.touched;
+    return out;
+}
 
 }  // namespace
 
@@ -441,13 +454,6 @@ PYBIND11_MODULE(_fileinfo, m) {
     m.doc() = "libFileInfo's loads, scan, device verdict and tag edit; use the fileinfo package instead.";
     m.attr("__version__") = FileInfoVersion();
     m.attr("HEADER_VERSION") = FILEINFO_VERSION_STRING;
-    m.attr("HAVE_SAFE_EDIT") = py::bool_(
-#ifdef FILEINFO_HAVE_SAFE_EDIT
-        true
-#else
-        false
-#endif
-    );
 
     m.def("status_text", &MediaFileStatusText, py::arg("status"), "The library's text for a status code.");
     m.def(
@@ -542,8 +548,7 @@ has_tags and identified.)");
         .def("limit", &fileinfo::Device::Limit, py::arg("file_type"), py::arg("key"))
         .def_property_readonly("text", [](const fileinfo::Device& d) { return py::bytes(d.Text()); });
 
-#ifdef FILEINFO_HAVE_SAFE_EDIT
     m.def("set_tags", &SetTags, py::arg("path"), py::arg("assignments"), py::arg("dry_run"), py::arg("force"),
           py::arg("backup"));
-#endif
+    m.def("restore_backup", &RestoreBackup, py::arg("backup_path"), py::arg("original_path"));
 }
