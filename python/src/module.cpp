@@ -512,6 +512,7 @@ has_tags and identified.)");
         .def("__deepcopy__", [](const Record& r, py::dict) { return r; })
         .def(py::pickle(&GetState, &SetState));
     record.attr("_fields") = m.attr("FIELDS");
+    record.attr("__match_args__") = m.attr("FIELDS");
 
     m.def("load", &Load, py::arg("path"), "Loads one file; see fileinfo.load.");
 

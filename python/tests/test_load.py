@@ -49,6 +49,11 @@ def test_record_is_frozen_and_pickles():
     copy = pickle.loads(pickle.dumps(r))
     assert copy == r and hash(copy) == hash(r) and copy.as_dict() == r.as_dict()
     assert r != fileinfo.load(EXAMPLES / "chord-vbr.mp3")
+    match r:
+        case fileinfo.Record(status=1, fileType=kind, title=title):
+            assert (kind, title) == (r.fileType, r.title)
+        case _:
+            pytest.fail("a loaded record matches by field")
     assert "tone-tagged.m4a" in repr(r)
 
 
