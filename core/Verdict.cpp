@@ -5,6 +5,7 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <utility>
 
 #include "JudgeInfo.h"
@@ -15,39 +16,16 @@ namespace fileinfo {
 
 namespace {
 
-// The record fields a requirement key is checked against, shown beside it.
+// The record fields a requirement key is checked against, shown beside it:
+// "width 400, height 300".
 std::string CheckedFields(const std::string& key, const MediaFileInfo_st& r) {
-    static const struct {
-        const char* key;
-        const char* field;
-        const char* second;
-    } kFieldsOfKey[] = {
-        {"Mono", "channelMode", nullptr},
-        {"Stereo", "channelMode", nullptr},
-        {"Multichannel", "channelMode", nullptr},
-        {"MaximumSampleRate", "sampleRate", nullptr},
-        {"MaximumBitDepth", "bitsPerSample", nullptr},
-        {"MaximumDataRate", "bitRate", nullptr},
-        {"AAC", "audioCodec", nullptr},
-        {"VariableBitRate", "isVbr", nullptr},
-        {"Profile", "profile", nullptr},
-        {"Level", "level", nullptr},
-        {"MaximumPeakBitRate", "peakBitRate", nullptr},
-        {"MaximumResolution", "width", "height"},
-        {"MinimumHeight", "height", nullptr},
-        {"MaximumHeight", "height", nullptr},
-        {"MinimumWidth", "width", nullptr},
-        {"MaximumWidth", "width", nullptr},
-        {"Profile-Level-ID", "profileLevelId", nullptr},
-        {"MaximumAverageBitRate", "peakBitRate", nullptr},
-    };
-    for (const auto& k : kFieldsOfKey) {
-        if (key != k.key) continue;
-        std::string shown = ShowField(k.field, r);
-        if (k.second != nullptr) shown += ", " + ShowField(k.second, r);
-        return shown;
-    }
-    return std::string();
+    const char* fields = FileInfoRequirementFields(key.c_str());
+    std::string shown;
+    if (fields == nullptr) return shown;
+    std::istringstream names(fields);
+    std::string name;
+    while (names >> name) shown += (shown.empty() ? "" : ", ") + ShowField(name.c_str(), r);
+    return shown;
 }
 
 // Where the pairs of a file type's entry begin: just after its key; npos

@@ -17,6 +17,12 @@ struct FILEINFO_API KEY_VAR_st {
     std::string value;
 };
 
+// Our addition to the described API: the record fields a requirement key is
+// checked against, separated by blanks ("width height" for
+// "MaximumResolution"); null for a key that never refuses a file, known
+// or not.
+FILEINFO_API const char* FileInfoRequirementFields(const char* key);
+
 // Holds one capability description and walks it forwards from m_pos. It
 // finds tags with plain text searches, tracks only the nesting depth of
 // <dict> elements and never moves back. An object judges one record: the

@@ -201,7 +201,7 @@ bool RefusesProfileLevelId(const KEY_VAR_st& pair, const MediaFileInfo_st& r) {
     ROW("Level", "level", RefusesLevel)                                         \
     ROW("ComplexityLevel", "", nullptr)                                         \
     ROW("MaximumPeakBitRate", "peakBitRate", RefusesPeakBitRate)                \
-    ROW("MaximumResolution", "height width", RefusesResolution)                 \
+    ROW("MaximumResolution", "width height", RefusesResolution)                 \
     ROW("MinimumHeight", "height", RefusesMinimumHeight)                        \
     ROW("MaximumHeight", "height", RefusesMaximumHeight)                        \
     ROW("MinimumWidth", "width", RefusesMinimumWidth)                           \
@@ -232,6 +232,14 @@ bool Refuses(const KEY_VAR_st& pair, const MediaFileInfo_st& r) {
 }
 
 }  // namespace
+
+const char* FileInfoRequirementFields(const char* key) {
+    if (key == nullptr) return nullptr;
+    for (const Requirement& requirement : kRequirements) {
+        if (requirement.refuses != nullptr && strcmp(key, requirement.key) == 0) return requirement.fields;
+    }
+    return nullptr;
+}
 
 #define FILEINFO_REQUIREMENT_KEY(key, fields, check) key,
 const char* const FileInfoFilter::FILE_INFO_TAG[kFileInfoTagCount] = {

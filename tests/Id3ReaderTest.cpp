@@ -596,7 +596,9 @@ TEST(Id3Reader, MutatedTagsAlwaysReturnAKnownStatus) {
         if (const ID3Info_st* info = t.GetId3Info()) {
             for (const char* s : {info->pTitle, info->pArtist, info->pAlbum, info->pGenre, info->pLyrics,
                                   info->pYear, info->pComment, info->pComposer}) {
-                if (s != nullptr) EXPECT_LT(strlen(s), 100000u);
+                if (s != nullptr) {
+                    EXPECT_LT(strlen(s), 100000u);
+                }
             }
         }
     }

@@ -85,3 +85,27 @@ TEST(Verdict, LimitsAreReadFromTheTypesEntry) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(RequirementFields, NameTheFieldsEachCheckReads) {
+    EXPECT_STREQ(FileInfoRequirementFields("MaximumResolution"), "width height");
+    EXPECT_STREQ(FileInfoRequirementFields("MaximumAverageBitRate"), "peakBitRate");
+    EXPECT_STREQ(FileInfoRequirementFields("Stereo"), "channelMode");
+    EXPECT_EQ(FileInfoRequirementFields("LC"), nullptr);  // read, never refuses
+    EXPECT_EQ(FileInfoRequirementFields("Unknown"), nullptr);
+    EXPECT_EQ(FileInfoRequirementFields(nullptr), nullptr);
+}
+
+TEST(Verdict, ResolutionRefusalShowsBothSides) {
+    CapsBuilder r;
+    r.limit("MaximumResolution", 76800);
+    MediaFileInfo_st video = RecordOf("H.264");
+    video.width = 640;
+    video.height = 480;
+    const DeviceVerdict v = Device(DeviceWith("H.264", r.str(), "VideoCodecs")).Judge(video);
+    EXPECT_FALSE(v.playable);
+    EXPECT_EQ(v.explanation, "requirement MaximumResolution = \"76800\" refuses it (width 640, height 480)");
+}
+
+}  // namespace

@@ -126,11 +126,20 @@ inline Bytes Wave(const std::string& format, const Bytes& inner) {
     return Box("wave", {Atom("frma", frma.data()), inner});
 }
 
+// AudioSpecificConfig: AAC LC, 44.1 kHz, stereo. A function rather than a
+// braced default, which GCC 12 takes for a read of uninitialised bytes.
+inline Bytes AacLcStereo44k() {
+    Bytes config(2);
+    config[0] = 0x12;
+    config[1] = 0x10;
+    return config;
+}
+
 struct EsdsFields {
     unsigned objectType = 0x40;
     uint32_t avgBitRate = 128000;
     uint32_t maxBitRate = 160000;
-    Bytes decoderInfo = {0x12, 0x10};  // AudioSpecificConfig: AAC LC, 44.1 kHz, stereo
+    Bytes decoderInfo = AacLcStereo44k();
     bool fourByteLengths = false;       // lengths as 0x80 0x80 0x80 n
     unsigned esId = 0;
 };
