@@ -32,7 +32,30 @@ try:
 except ImportError:  # pragma: no cover - depends on the installation
     pd = None
 
-__all__ = ["list_files", "scan"]
+__all__ = ["disconnect", "list_files", "scan"]
+
+# Clients this module opened for scheduler addresses, one per address: the
+# frames it returns hold futures of them, so they stay open until disconnect().
+_connected: dict = {}
+
+
+def _connect(address: str):
+    client = _connected.get(address)
+    if client is None or client.status in ("closing", "closed"):
+        from distributed import Client
+
+        # The default client from now on, as with Client(address): dask
+        # computes a frame of its futures only through it.
+        client = _connected[address] = Client(address)
+    return client
+
+
+def disconnect() -> None:
+    """Closes the connections scan() opened for scheduler addresses (the
+    results of those scans can no longer be computed afterwards)."""
+    while _connected:
+        _, client = _connected.popitem()
+        client.close()
 
 _VERDICT_COLUMNS = {"playable": "bool", "refused_by": "string", "explanation": "string"}
 
@@ -152,8 +175,10 @@ def scan(
     playable, refused_by and explanation hold the library's verdict.
 
     `client`: a dask.distributed Client, or a scheduler's address
-    ("tcp://host:8786") to connect to; the partitions are then submitted to
-    that cluster at once. None: a lazy collection for whatever scheduler
+    ("tcp://host:8786") to connect to (that client becomes the default one,
+    as Client(address) does, and is kept for later scans to the same
+    address until disconnect()); the partitions are then submitted to that
+    cluster at once. None: a lazy collection for whatever scheduler
     computes it (the default client, if one exists).
 
     `on_error`: "raise" (a file that cannot be opened on a worker fails the
@@ -167,9 +192,7 @@ def scan(
     if on_error not in ("raise", "skip"):
         raise ValueError('on_error must be "raise" or "skip"')
     if isinstance(client, str):
-        from distributed import Client
-
-        client = Client(client)
+        client = _connect(client)
     caps = None
     if device is not None:
         caps = (device if isinstance(device, Device) else Device(device)).text

@@ -80,3 +80,17 @@ def test_the_listing_is_the_scans_order(media_tree):
     (media_tree / "linked").symlink_to(media_tree / "examples")
     assert fileinfo.dask.list_files(media_tree) == [r.path for r in fileinfo.scan(media_tree)]
     assert fileinfo.dask.list_files(media_tree, ext="mp3") == [r.path for r in fileinfo.scan(media_tree, ext="mp3")]
+
+
+def test_a_cluster_given_by_its_schedulers_address(client):
+    address = client.scheduler.address
+    assert address.startswith("tcp://")
+    try:
+        df = fileinfo.dask.scan(EXAMPLES, client=address, partition_size=4)
+        again = fileinfo.dask.scan(EXAMPLES, client=address, partition_size=4)
+        assert list(fileinfo.dask._connected) == [address]
+        pd.testing.assert_frame_equal(df.compute().reset_index(drop=True), single_process(EXAMPLES))
+        assert len(again.compute()) == len(df)
+    finally:
+        fileinfo.dask.disconnect()
+    assert not fileinfo.dask._connected
