@@ -114,9 +114,10 @@ DeviceVerdict Device::Judge(const ScanItem& item) const {
     }
     DeviceVerdict verdict = Judge(item.record);
     // The library refuses a record without a type as a type the list does
-    // not name; say what it is.
+    // not name; say what it is instead of naming an empty type.
     if (!verdict.playable && item.record.fileType[0] == '\0') {
-        verdict.explanation = "the file was not identified";
+        verdict.explanation = item.Identified() ? "the file has no file type to look up (ADTS streams carry none)"
+                                                : "the file was not identified";
     }
     return verdict;
 }
