@@ -39,7 +39,7 @@ struct Loaded {
     int video = 0;
     int tags = 0;
     bool hasRecord = false;
-    unsigned char record[sizeof(MediaFileInfo_st)] = {};
+    alignas(MediaFileInfo_st) unsigned char record[sizeof(MediaFileInfo_st)] = {};
 
     bool operator==(const Loaded& o) const {
         return status == o.status && audio == o.audio && video == o.video && tags == o.tags &&
