@@ -102,7 +102,9 @@ void DeclareOptions(CLI::App& app, Options& o) {
            },
            "the same as --format json: one JSON object per line")
         ->group(output);
-    app.add_option("--fields", o.fieldLists, "a,b,c: the columns to show; " + Joined(ColumnNames()))->group(output);
+    app.add_option("--fields", o.fieldLists, "a,b,c: the columns to show; " + Joined(ColumnNames()))
+        ->allow_extra_args(false)
+        ->group(output);
     app.add_flag("--all-fields", o.allFields, "list: keep the video fields of audio files")->group(output);
     app.add_flag("--summary", o.summary, "add totals after the files")->group(output);
     app.add_flag("--summary-only", o.summaryOnly, "print the totals alone")->group(output);
@@ -118,6 +120,7 @@ void DeclareOptions(CLI::App& app, Options& o) {
     app.add_flag("-0,--null", o.nul, "the path list is NUL-separated, as find -print0 writes it")->group(selection);
     app.add_option("--ext", o.extensions, "mp3,m4a,...: walk only files with these extensions")
         ->delimiter(',')
+        ->allow_extra_args(false)
         ->group(selection);
     app.add_flag("--hidden", o.hidden, "walk hidden files and folders too")->group(selection);
     app.add_flag("--strict", o.strict, "count files no reader identified as failures")->group(selection);

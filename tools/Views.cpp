@@ -257,7 +257,7 @@ public:
     TableView(const ViewOptions& options, std::ostream& out) : options_(options), out_(out) {
         if (options.columns.empty()) {
             columns_ = {{"PATH", 0},     {"TYPE", 12},        {"CODEC", 16},        {"DURATION", 8, true},
-                        {"KBIT/S", 7, true}, {"KHZ", 5, true}, {"CH", 6},           {"W\xC3\x97H", 9},
+                        {"KBIT/S", 7, true}, {"KHZ", 6, true}, {"CH", 6},           {"W\xC3\x97H", 9},
                         {"TITLE", 24},   {"ARTIST", options.device ? size_t{20} : size_t{0}}};
             if (options.device) columns_.push_back({"DEVICE", 0});
         } else {
