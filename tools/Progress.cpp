@@ -73,11 +73,11 @@ void Progress::Stop() {
     wake_.notify_all();
     ticker_.join();
     std::lock_guard<std::mutex> lock(mutex_);
-    if (!drawn_) return;
-    // On a terminal the line goes away; in a log its last state stays.
+    // On a terminal the line goes away; in a log its last state stays,
+    // even when the run ended before the first tick.
     if (terminal_) {
-        Clear();
-    } else {
+        if (drawn_) Clear();
+    } else if (show_) {
         Draw(true);
     }
 }
