@@ -136,9 +136,11 @@ DeviceVerdict Device::Judge(const ScanItem& item) const {
     }
     DeviceVerdict verdict = Judge(item.record);
     // The library refuses a record without a type as a type the list does
-    // not name; say what it is.
+    // not name; say what it is. An ADTS stream is audio the AAC reader
+    // leaves without a type: identified, but with nothing to look up.
     if (!verdict.playable && item.record.fileType[0] == '\0') {
-        verdict.explanation = "the file was not identified";
+        verdict.explanation = item.Identified() ? "the record names no file type to look up"
+                                                : "the file was not identified";
     }
     return verdict;
 }

@@ -253,7 +253,7 @@ TEST_F(Tool, SummaryWithADeviceCountsPlayableFilesAndRefusalsByKey) {
                                                      {"the device lists no AAC type", 1},
                                                      {"the device lists no AIFF type", 1},
                                                      {"the device lists no MP3 type", 1},
-                                                     {"the file was not identified", 1}}));
+                                                     {"the record names no file type to look up", 1}}));
     const ToolRun text = RunTool("--summary-only --device " + caps + " " + kExamples);
     EXPECT_NE(text.out.find("\n  device:     1 playable, 5 unplayable\n  refused by: 1 MaximumSampleRate, "),
               std::string::npos)

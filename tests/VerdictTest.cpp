@@ -63,6 +63,18 @@ TEST(Verdict, FilesThatDidNotLoadOrWereNotIdentifiedSaySo) {
     EXPECT_EQ(v.explanation, "the file was not identified");
 }
 
+TEST(Verdict, AdtsStreamWithoutAFileTypeIsNotCalledUnidentified) {
+    const Device device(Mp3UpTo48k());
+    ScanItem adts;
+    adts.status = MFI_OK;
+    adts.hasRecord = true;
+    adts.isAudio = true;
+    adts.record = RecordOf("");
+    const DeviceVerdict v = device.Judge(adts);
+    EXPECT_FALSE(v.playable);
+    EXPECT_EQ(v.explanation, "the record names no file type to look up");
+}
+
 TEST(Verdict, CapabilityFileWithoutADictionaryIsRefused) {
     TempDir dir;
     Device device("");
