@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "Mp4Builder.h"
 #include "TestFiles.h"
 #include "ToolParse.h"
 #include "ToolRun.h"
@@ -102,6 +103,27 @@ TEST_F(Tool, UnreadableFolderAndFileAreReportedAsPermissionDenied) {
     const std::vector<nlohmann::json> lines = JsonLines(out);
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0]["status"], 5);
+}
+
+TEST_F(Tool, CompressedMovieThatCannotBeInflatedIsWarnedAboutWithTheReason) {
+    if (geteuid() != 0 && access("/", W_OK) == 0) GTEST_SKIP() << "this user may create /temp.bin";
+    TempDir dir;
+    chmod(dir.path().c_str(), 0755);
+    const Bytes video = VideoTrak(VisualEntry("avc1", 320, 240, AvcC(77, 0x40, 31, 0x67)),
+                                  Stsz(0, 4, {1000, 2000, 3000, 4000}), 600, 6000);
+    const Bytes moov = Moov({Mvhd(600, 6000), video});
+    const std::string movie = dir.write("movie.mov", Cat({Ftyp("qt  "), CompressedMoov(moov), Filler("mdat", 5000)}));
+    chmod(movie.c_str(), 0644);
+    int status = -1;
+    const std::string out = Shell(AsUser() + kTool + " --json " + movie + " 2>" + dir.file("err"), &status);
+    const Bytes err = ReadAll(dir.file("err"));
+    const std::string warning = "the compressed movie header could not be inflated: /temp.bin: Permission denied";
+    EXPECT_EQ(std::string(err.begin(), err.end()), "fileinfo: " + movie + ": " + warning + "\n");
+    const std::vector<nlohmann::json> lines = JsonLines(out);
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].value("warnings", nlohmann::json()), nlohmann::json::array({warning}));
+    // The record is what the library gives; the status decides the exit.
+    EXPECT_EQ(status, lines[0]["status"] == 1 ? 0 : 1);
 }
 
 TEST_F(Tool, WalkPassesOverOtherExtensionsAndHiddenNamesInSilence) {

@@ -61,6 +61,11 @@ Progress::~Progress() { Stop(); }
 void Progress::Start(Scan& scan) {
     scan_ = &scan;
     started_ = std::chrono::steady_clock::now();
+    if (show_ && delay_ == std::chrono::steady_clock::duration::zero()) {
+        // Forced: shown from the start, however short the run.
+        std::lock_guard<std::mutex> lock(mutex_);
+        Draw(false);
+    }
     ticker_ = std::thread([this] { Tick(); });
 }
 

@@ -43,6 +43,15 @@ public:
     // One line on standard error, "fileinfo: " and the message.
     void Say(const std::string& message);
 
+    // Runs `write`, which writes the tool's output to the same terminal,
+    // with the progress line out of its way.
+    template <class Write>
+    void Aside(Write&& write) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (drawn_ && terminal_) Clear();
+        write();
+    }
+
 private:
     void Tick();
     void Draw(bool final);

@@ -121,7 +121,16 @@ int RunScanCommand(Options o, bool terminal, unsigned width) {
                 if (device) verdict = device->Judge(item);
                 state.failed |= o.strict && item.status == MFI_OK && !item.Identified();
                 state.unplayable |= verdict && !verdict->playable;
-                if (Shown(o, verdict ? &*verdict : nullptr)) view->File(FileView{item, verdict ? &*verdict : nullptr});
+                if (Shown(o, verdict ? &*verdict : nullptr)) {
+                    const FileView file{item, verdict ? &*verdict : nullptr};
+                    // On a terminal the line is written at once, where the
+                    // progress line may stand.
+                    if (terminal) {
+                        progress.Aside([&] { view->File(file); });
+                    } else {
+                        view->File(file);
+                    }
+                }
             }
             summary.Count(item, verdict ? &*verdict : nullptr);
         }

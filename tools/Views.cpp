@@ -1,6 +1,7 @@
 #include "Views.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
@@ -256,7 +257,7 @@ class TableView : public View {
 public:
     TableView(const ViewOptions& options, std::ostream& out) : options_(options), out_(out) {
         if (options.columns.empty()) {
-            columns_ = {{"PATH", 0},     {"TYPE", 12},        {"CODEC", 16},        {"DURATION", 8, true},
+            columns_ = {{"PATH", 1},     {"TYPE", 12},        {"CODEC", 16},        {"DURATION", 8, true},
                         {"KBIT/S", 7, true}, {"KHZ", 6, true}, {"CH", 6},           {"W\xC3\x97H", 9},
                         {"TITLE", 24},   {"ARTIST", options.device ? size_t{20} : size_t{0}}};
             if (options.device) columns_.push_back({"DEVICE", 0});
@@ -267,7 +268,11 @@ public:
             }
             columns_.back().width = 0;
         }
-        columns_.front().width = PathWidth(options.width);
+        for (size_t k = 0; k < columns_.size(); ++k) {
+            if (columns_[k].heading != "PATH" && columns_[k].heading != "path") continue;
+            path_ = k;
+            if (columns_[k].width != 0) columns_[k].width = PathWidth(options.width);
+        }
     }
     void Begin() override {
         std::vector<std::string> headings;
@@ -291,7 +296,9 @@ private:
     size_t PathWidth(unsigned terminal) const {
         if (terminal == 0) return 40;
         size_t others = 0;
-        for (size_t k = 1; k < columns_.size(); ++k) others += 2 + (columns_[k].width ? columns_[k].width : 12);
+        for (const TableColumn& c : columns_) {
+            if (c.heading != "PATH" && c.heading != "path") others += 2 + (c.width ? c.width : 12);
+        }
         return std::clamp<size_t>(terminal > others ? terminal - others : 0, 16, 60);
     }
 
@@ -299,7 +306,8 @@ private:
         std::string line;
         for (size_t k = 0; k < columns_.size() && k < cells.size(); ++k) {
             if (k != 0) line += "  ";
-            line += k == 0 ? Pad(KeepEnd(cells[k], columns_[k].width), columns_[k]) : Pad(cells[k], columns_[k]);
+            const bool cut = k == path_ && columns_[k].width != 0;
+            line += Pad(cut ? KeepEnd(cells[k], columns_[k].width) : cells[k], columns_[k]);
         }
         while (!line.empty() && line.back() == ' ') line.pop_back();
         line += '\n';
@@ -309,6 +317,7 @@ private:
     ViewOptions options_;
     std::ostream& out_;
     std::vector<TableColumn> columns_;
+    size_t path_ = SIZE_MAX;  // the path's column, cut at its start rather than its end
 };
 
 }  // namespace
