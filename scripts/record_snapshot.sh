@@ -4,6 +4,7 @@
 # Run it before and after a change to the library and diff the two outputs:
 # a change that should move no record must leave them byte-identical.
 #   scripts/record_snapshot.sh build > before.jsonl
+# and compare them with scripts/compare_snapshots.py before.jsonl after.jsonl.
 set -euo pipefail
 build=${1:-build}
 root=$(cd "$(dirname "$0")/.." && pwd)

@@ -2,9 +2,10 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <new>
 
 #include "Id3Info.h"
+#include "detail/OwnedTags.h"
+#include "detail/ReaderLoad.h"
 
 const unsigned int SAMPLE[16] = {96000, 88200, 64000, 48000, 44100, 32000, 24000, 22050,
                                  16000, 12000, 11025, 8000,  7350,  0,     0,     0};
@@ -24,6 +25,9 @@ constexpr unsigned char kSyncByte = 0xFF;
 constexpr unsigned char kSyncMask = 0xF6;
 constexpr unsigned char kSyncBits = 0xF0;
 constexpr unsigned char kIdBit = 0x08;  // set: MPEG-2, clear: MPEG-4
+// Rows of MPEGVersion, by the ID bit.
+constexpr int kMpeg4Row = 0;
+constexpr int kMpeg2Row = 1;
 
 // ADIF: the magic, then (when flagged) a 9-byte copyright id before the
 // fields read here.
@@ -51,29 +55,28 @@ AacInfo::AacInfo() : m_frameLength(0), m_frameCount(0), m_bufferPos(0), m_totalB
 AacInfo::~AacInfo() { AacInfo::Destory(); }
 
 void AacInfo::Destory() {
-    delete m_id3;
-    m_id3 = nullptr;
+    fileinfo_detail::ReleaseOwnedTags(m_id3);
     MediaFileInfoBase::Destory();
 }
 
-int AacInfo::HasId3Info() { return m_id3 == nullptr ? 0 : m_id3->HasId3Info(); }
+int AacInfo::HasId3Info() { return fileinfo_detail::OwnedTagsPresent(m_id3); }
 
-int AacInfo::SetId3Info(MediaFileInfo_st* info) { return m_id3 == nullptr ? 0 : m_id3->SetId3Info(info); }
+int AacInfo::SetId3Info(MediaFileInfo_st* info) { return fileinfo_detail::WriteOwnedTags(m_id3, info); }
 
 int AacInfo::LoadFile(const char* path) {
     if (path == nullptr) return MFI_BAD_ARGUMENT;
     // Also the path and tag reader of a load that made no record go.
-    if (m_fileInfo != nullptr || m_filePath != nullptr || m_id3 != nullptr) Destory();
+    if (fileinfo_detail::HoldsEarlierLoad(*this) || m_id3 != nullptr) Destory();
 
-    m_filePath = strdup(path);
+    fileinfo_detail::KeepPathCopy(*this, path);
+    // Made before the file is opened: tags and size reach the record of a file that will not open.
     m_fileInfo = NewZeroedRecord();
     if (m_fileInfo == nullptr) return MFI_NO_MEMORY;
     LoadTags(path);
 
     m_file = OpenForReading(path);
-    // The size comes from the open file, sparing a second look-up of the
-    // path; one that cannot be opened is still measured by its path.
-    GetFileStorageInfo(&m_fileInfo, path, m_file);
+    // Measured before the open is checked: a file that will not open is measured by its path.
+    fileinfo_detail::MeasureFile(*this, path);
     if (m_file == nullptr) return MFI_OPEN_FAILED;
 
     int result;
@@ -92,21 +95,12 @@ int AacInfo::LoadFile(const char* path) {
     }
     if (result != MFI_NO_MEMORY) ApplyTitleFallback();
     free(buffer);
-    fclose(m_file);
-    m_file = nullptr;
+    fileinfo_detail::CloseLoadedFile(*this);
     return result;
 }
 
 void AacInfo::LoadTags(const char* path) {
-    m_id3 = new (std::nothrow) Id3Info();
-    if (m_id3 == nullptr) {
-        m_hasId3 = 0;
-        return;
-    }
-    // The tag reader answers 1 only when it read an ID3v1 tag: a file with
-    // only an ID3v2 tag gets none of its texts.
-    if (m_id3->LoadFile(path) != MFI_OK || m_id3->HasId3Info() != 1) return;
-    m_id3->CopyTagsTo(m_fileInfo);
+    if (fileinfo_detail::LoadOwnedTags(m_id3, path, m_hasId3)) m_id3->CopyTagsTo(m_fileInfo);
 }
 
 int AacInfo::ReadFrame(unsigned char* buffer) {
@@ -154,7 +148,7 @@ int AacInfo::GetInfo(unsigned char* header) {
     if (m_frameCount == 0) {
         const char* channelText = GetChannel(channels);
         if (channelText != nullptr) CopyField(m_fileInfo->channelMode, channelText);
-        CopyField(m_fileInfo->audioFormat, MPEGVersion[mpeg2 ? 1 : 0]);
+        CopyField(m_fileInfo->audioFormat, MPEGVersion[mpeg2 ? kMpeg2Row : kMpeg4Row]);
         m_fileInfo->sampleRate = sampleRate;
     }
 

@@ -5,6 +5,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "detail/ByteOrder.h"
+#include "detail/ReaderLoad.h"
+
 namespace {
 
 // The FORM header: "FORM", its size (not used), then the form type, whose
@@ -67,11 +70,9 @@ int AifInfo::LoadFile(const char* path) {
     if (path == nullptr) return MFI_BAD_ARGUMENT;
     // The path copy is released even when no record was made by the last
     // load (it failed to open the file), so nothing leaks.
-    if (m_fileInfo != nullptr || m_filePath != nullptr) Destory();
+    if (fileinfo_detail::HoldsEarlierLoad(*this)) Destory();
 
-    m_filePath = strdup(path);
-    m_file = OpenForReading(path);
-    if (m_file == nullptr) return MFI_OPEN_FAILED;
+    if (!fileinfo_detail::OpenForLoad(*this, path)) return MFI_OPEN_FAILED;
 
     // Positioned at the start; the AIFF load has no status for a failed
     // seek, so a stream that cannot seek (a pipe) is read as it comes.
@@ -82,7 +83,7 @@ int AifInfo::LoadFile(const char* path) {
                (m_fileInfo = NewZeroedRecord()) == nullptr) {
         result = MFI_NO_MEMORY;
     } else {
-        GetFileStorageInfo(&m_fileInfo, path, m_file);
+        fileinfo_detail::MeasureFile(*this, path);
         m_bufferSize = static_cast<unsigned int>(fread(buffer, 1, kBufferSize, m_file));
         if (m_bufferSize <= kShortestLoad) {
             result = MFI_SHORT_FILE;
@@ -92,8 +93,7 @@ int AifInfo::LoadFile(const char* path) {
         }
     }
     free(buffer);
-    fclose(m_file);
-    m_file = nullptr;
+    fileinfo_detail::CloseLoadedFile(*this);
     return result;
 }
 
@@ -210,11 +210,12 @@ void AifInfo::SetDuration(const WalkState& state) {
 }
 
 double AifInfo::Ext2dbl(ExtFloat_st value) {
-    uint64_t mantissa = 0;
-    for (unsigned char byte : value.mantissa) mantissa = (mantissa << 8) | byte;
+    using fileinfo_detail::Be16;
+    using fileinfo_detail::Be32;
+    const uint64_t mantissa =
+        (static_cast<uint64_t>(Be32(value.mantissa)) << 32) | Be32(value.mantissa + 4);
     // The sign bit is dropped: a negative number reads as its magnitude.
-    const unsigned int biased = ((static_cast<unsigned int>(value.exponent[0]) << 8) | value.exponent[1]) &
-                                kExponentMask;
+    const unsigned int biased = Be16(value.exponent) & kExponentMask;
     if (biased == kSpecialExponent && mantissa != 0) return 0.0;  // NaN
     // Infinity and denormals take the general path.
     const int exponent = static_cast<int>(biased) - kIntegerSignificandBias;

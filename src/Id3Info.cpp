@@ -2,26 +2,15 @@
 // list of recognised frames, and writing ID3v1 and ID3v2.3 tags back.
 #include "Id3Info.h"
 
-#include <algorithm>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <vector>
+
+#include "detail/FileShift.h"
+#include "detail/Id3FrameScan.h"
+#include "detail/Id3Size.h"
+#include "detail/ReaderLoad.h"
 
 const char* const ID3V1TAG[1] = {"TAG"};
-
-const char* const ID3V2Ver2_TAG[16] = {"TT2", "TP1", "TAL", "TRK", "TYE", "TCO", "COM", "TCM",
-                                       "TEN", "TCR", "TLA", "WXX", "TOR", "TOA", "TT1", "TOT"};
-
-// The ID3v2.3.0 frame list, in its own order (PRIV before PCNT, TYER before TXXX).
-const char* const ID3V2_TAG[74] = {
-    "AENC", "APIC", "COMM", "COMR", "ENCR", "EQUA", "ETCO", "GEOB", "GRID", "IPLS", "LINK",
-    "MCDI", "MLLT", "OWNE", "PRIV", "PCNT", "POPM", "POSS", "RBUF", "RVAD", "RVRB", "SYLT",
-    "SYTC", "TALB", "TBPM", "TCOM", "TCON", "TCOP", "TDAT", "TDLY", "TENC", "TEXT", "TFLT",
-    "TIME", "TIT1", "TIT2", "TIT3", "TKEY", "TLAN", "TLEN", "TMED", "TOAL", "TOFN", "TOLY",
-    "TOPE", "TORY", "TOWN", "TPE1", "TPE2", "TPE3", "TPE4", "TPOS", "TPUB", "TRCK", "TRDA",
-    "TRSN", "TRSO", "TSIZ", "TSRC", "TSSE", "TYER", "TXXX", "UFID", "USER", "USLT", "WCOM",
-    "WCOP", "WOAF", "WOAR", "WOAS", "WORS", "WPAY", "WPUB", "WXXX"};
 
 // The ID3v1 genres with the Winamp extensions; row 148 means "no genre".
 // The spellings are the table's own and are matched byte for byte.
@@ -78,120 +67,14 @@ constexpr int kV2ReadClip = 1024;
 // Genre bytes above this name no genre. Rows 0..147 are names.
 constexpr int kLastGenreName = 147;
 
-// COMM and SYLT frames: their text is taken 6 bytes into the frame data,
-// past the encoding byte, three language bytes and two more.
-constexpr int kLanguageSkip = 6;
-
 // Tag bodies are read in growing chunks so that a header announcing more
 // bytes than the file holds never costs more memory than the file itself.
 constexpr size_t kFirstBodyChunk = 64 * 1024;
 
-// The ID3v2 size form used throughout: each byte is added as a signed
-// 8-bit value and the sum shifted left 7 before the next one. On clean
-// 7-bit bytes this is the sync-safe reading; a byte with its top bit set
-// pulls the sum down. Unsigned arithmetic keeps the bits of the signed
-// sum without its undefined shifts.
-unsigned int SumSevenBitBytes(unsigned int start, const unsigned char* bytes, int count) {
-    unsigned int sum = start;
-    for (int k = 0; k < count; ++k) {
-        if (k > 0) sum <<= 7;
-        sum += static_cast<unsigned int>(static_cast<int>(static_cast<signed char>(bytes[k])));
-    }
-    return sum;
-}
+using fileinfo_detail::SumSevenBitBytes;
 
 int GenreIndexOfByte(unsigned char genre) {
     return genre > kLastGenreName ? static_cast<int>(Id3Info::kNoGenre) : genre;
-}
-
-// Frame layouts of the two ID3v2 versions read. The size field follows the
-// id and is as many bytes long as the id.
-struct FrameLayout {
-    int idLength;
-    int headerLength;
-    const char* const* ids;
-    int idCount;
-    bool commentSkipsLanguage;  // COMM/SYLT text starts past the language
-};
-
-const FrameLayout kLayoutV23 = {4, 10, ID3V2_TAG, 74, true};
-const FrameLayout kLayoutV22 = {3, 6, ID3V2Ver2_TAG, 16, false};
-
-// The tag body as read: `size` bytes are announced, the first `avail` are
-// in memory and the rest read as zero bytes (what a short read leaves in a
-// zeroed buffer of the announced size).
-struct TagBody {
-    const unsigned char* bytes;
-    int size;
-    int avail;
-
-    unsigned char At(long k) const { return k >= 0 && k < avail ? bytes[k] : 0; }
-};
-
-// The ids of a table packed into integers (first character most
-// significant) and sorted, for a binary search. Every id of both tables has
-// exactly idLength characters, so comparing the packed bytes at a position
-// is the same as comparing them as a string: a zero byte inside them can
-// match no id either way.
-struct PackedIds {
-    std::vector<uint32_t> sorted;
-    // Whether any id starts with this byte: most positions of padding and
-    // unknown data are refused on their first byte alone.
-    bool leads[256] = {};
-
-    explicit PackedIds(const FrameLayout& layout) {
-        for (int i = 0; i < layout.idCount; ++i) {
-            const unsigned char* id = reinterpret_cast<const unsigned char*>(layout.ids[i]);
-            sorted.push_back(Pack(id, layout.idLength));
-            leads[id[0]] = true;
-        }
-        std::sort(sorted.begin(), sorted.end());
-    }
-
-    static uint32_t Pack(const unsigned char* bytes, int length) {
-        uint32_t key = 0;
-        for (int k = 0; k < length; ++k) key = (key << 8) | bytes[k];
-        return key;
-    }
-
-    bool Contains(uint32_t key) const { return std::binary_search(sorted.begin(), sorted.end(), key); }
-};
-
-const PackedIds& IdsOf(const FrameLayout& layout) {
-    static const PackedIds v23(kLayoutV23);
-    static const PackedIds v22(kLayoutV22);
-    return layout.idLength == kLayoutV23.idLength ? v23 : v22;
-}
-
-// True when the `length` bytes at p, taken as a string (a zero byte ends
-// it), equal one of the ids. The scan asks this at every byte of padding
-// and unknown data, so it is a table look-up.
-bool IsKnownId(const TagBody& body, long p, const FrameLayout& layout, char* id) {
-    const PackedIds& ids = IdsOf(layout);
-    if (!ids.leads[body.At(p)]) return false;
-    unsigned char bytes[4];
-    for (int k = 0; k < layout.idLength; ++k) bytes[k] = body.At(p + k);
-    if (!ids.Contains(PackedIds::Pack(bytes, layout.idLength))) return false;
-    memcpy(id, bytes, static_cast<size_t>(layout.idLength));
-    id[layout.idLength] = '\0';
-    return true;
-}
-
-// A frame's text: at most maxLength bytes from `start`, ending at the first
-// zero byte. Sized to the text itself, not to the frame.
-char* CopyFrameText(const TagBody& body, long start, long maxLength) {
-    long inMemory = body.avail - start;
-    if (inMemory < 0) inMemory = 0;
-    const size_t limit = static_cast<size_t>(maxLength < inMemory ? maxLength : inMemory);
-    const unsigned char* from = body.bytes + (limit > 0 ? start : 0);
-    const void* zero = limit > 0 ? memchr(from, 0, limit) : nullptr;
-    const size_t length = zero != nullptr ? static_cast<size_t>(static_cast<const unsigned char*>(zero) - from)
-                                          : limit;
-    char* text = static_cast<char*>(malloc(length + 1));
-    if (text == nullptr) return nullptr;
-    if (length > 0) memcpy(text, from, length);
-    text[length] = '\0';
-    return text;
 }
 
 // Reads up to `limit` bytes from the current position. Returns the bytes
@@ -212,60 +95,6 @@ unsigned char* ReadUpTo(FILE* file, size_t limit, size_t* got) {
         if (n < want) break;
     }
     return data;
-}
-
-// The first position from p on, short of end, whose byte can start an id;
-// end when there is none. Padding is mostly zeros: one table look-up a byte.
-long NextPossibleId(const TagBody& body, long p, long end, const PackedIds& ids) {
-    while (p < end && !ids.leads[body.bytes[p]]) ++p;
-    return p;
-}
-
-// The frame scan shared by ID3v2.2 and ID3v2.3 tags. Fields go to the
-// tag object through SaveId3Info; the result is 1 when the walk reached
-// the end, 10 when a damaged frame size ended it.
-int ScanFrames(Id3Info& tag, const TagBody& body, const FrameLayout& layout) {
-    const PackedIds& ids = IdsOf(layout);
-    // Past the bytes in memory everything reads as zero and no id can
-    // match: the walk would only step to the end.
-    const long inMemory = body.avail < body.size ? body.avail : body.size;
-    char id[5];
-    long p = 0;
-    while (p < body.size) {
-        // Unknown ids, padding and even the data of unknown frames are
-        // walked one byte at a time; a known id inside them is taken.
-        p = NextPossibleId(body, p, inMemory, ids);
-        if (p >= inMemory) return MFI_OK;
-        if (!IsKnownId(body, p, layout, id)) {
-            ++p;
-            continue;
-        }
-        tag.m_hasId3 = 1;
-        unsigned char sizeBytes[4];
-        for (int k = 0; k < layout.idLength; ++k) sizeBytes[k] = body.At(p + layout.idLength + k);
-        // ID3v2.2 and ID3v2.3 store plain sizes; they are read 7 bits a byte
-        // all the same, so frames of 128 bytes or more come out mis-sized.
-        // Hosts rely on the fields as read this way.
-        const long frameSize = static_cast<int>(SumSevenBitBytes(0, sizeBytes, layout.idLength));
-        if (frameSize <= 0 || frameSize > body.size - p - layout.headerLength) return MFI_NOT_THIS_FORMAT;
-
-        const long data = p + layout.headerLength;
-        char* text;
-        if (layout.commentSkipsLanguage && (strcmp(id, "COMM") == 0 || strcmp(id, "SYLT") == 0)) {
-            text = frameSize > kLanguageSkip ? CopyFrameText(body, data + kLanguageSkip, frameSize - kLanguageSkip)
-                                             : CopyFrameText(body, data, 0);
-        } else {
-            // Past the encoding byte, which is not interpreted.
-            text = CopyFrameText(body, data + 1, frameSize - 1);
-        }
-        if (text != nullptr) {
-            tag.GetAnsiFromUnicode(&text);
-            tag.SaveId3Info(id, text);
-            free(text);
-        }
-        p += frameSize + layout.headerLength;
-    }
-    return MFI_OK;
 }
 
 }  // namespace
@@ -308,10 +137,7 @@ int Id3Info::LoadFile(const char* path) {
 
     // Destory runs only after a load that filled the fields; a path from
     // any other earlier load is released here.
-    free(m_filePath);
-    m_filePath = strdup(path);
-    m_file = OpenForReading(path);
-    if (m_file == nullptr) return MFI_UNREADABLE;
+    if (!fileinfo_detail::OpenForLoad(*this, path)) return MFI_UNREADABLE;
 
     const int v1Status = LoadId3v1();
     const int v2Status = LoadId3v2();
@@ -361,7 +187,6 @@ int Id3Info::LoadId3v2() {
     }
     // Bytes the file did not hold read as zero: the scan walks over them
     // like over padding.
-    const TagBody body = {bytes, m_nTagSize, static_cast<int>(got)};
     const unsigned char version = header[kV2VersionOffset];
     const bool extended = (header[kV2FlagsOffset] & kV2ExtendedHeaderFlag) != 0;
     // ID3v2.4 tags and ID3v2.3 tags with an extended header are not read.
@@ -369,7 +194,7 @@ int Id3Info::LoadId3v2() {
         m_nVersion = version;
         // Without an ID3v1 tag the fields were not allocated yet.
         EnsureId3Info();
-        ScanFrames(*this, body, version == 3 ? kLayoutV23 : kLayoutV22);
+        fileinfo_detail::ScanId3v2Frames(*this, {bytes, m_nTagSize, static_cast<int>(got)}, version == 3);
     }
     free(bytes);
     return MFI_OK;
@@ -414,12 +239,12 @@ int Id3Info::ReadId3v1Information(unsigned char* tag) {
 
 int Id3Info::ReadId3v2Information(unsigned char* body, int size) {
     if (body == nullptr) return MFI_BAD_ARGUMENT;
-    return ScanFrames(*this, {body, size, size}, kLayoutV23);
+    return fileinfo_detail::ScanId3v2Frames(*this, {body, size, size}, true);
 }
 
 int Id3Info::ReadId3v2Ver2Information(unsigned char* body, int size) {
     if (body == nullptr) return MFI_BAD_ARGUMENT;
-    return ScanFrames(*this, {body, size, size}, kLayoutV22);
+    return fileinfo_detail::ScanId3v2Frames(*this, {body, size, size}, false);
 }
 
 void Id3Info::GetAnsiFromUnicode(char** text) {
@@ -432,7 +257,62 @@ void Id3Info::GetAnsiFromUnicode(char** text) {
 
 namespace {
 
-bool IsOneOf(const char* id, const char* a, const char* b) { return strcmp(id, a) == 0 || strcmp(id, b) == 0; }
+// What a frame's text stands for in the tag fields.
+enum class FrameKind {
+    kText,   // the text is the field
+    kGenre,  // the first byte is a genre row, as the writer stores it
+    kTrack,  // the first byte is the track number, as the writer stores it
+};
+
+// The frames that carry a tag field: one row per frame, read by the frame
+// scan (SaveId3Info), the editor of a write (EditFrame) and the appender
+// (AppendMissingFrame). The rows stand in the order in which a write
+// considers appending a missing frame; the bits are the writer's mask of
+// the frames it has seen.
+struct FrameField {
+    const char* id;            // ID3v2.3 id; also the id of an appended frame
+    const char* id22;          // ID3v2.2 id; null: the frame has none
+    char* ID3Info_st::*field;  // null for the track, which is a number
+    unsigned int bit;
+    FrameKind kind;
+    // The reader looks the frame up by its ids followed by a blank. Frame
+    // ids carry no blank: the composer is never read from a tag, only set
+    // by the writer's caller.
+    bool readWithBlank;
+};
+
+const FrameField kFrameFields[] = {
+    {"TIT2", "TT2", &ID3Info_st::pTitle, 1, FrameKind::kText, false},
+    {"TPE1", "TP1", &ID3Info_st::pArtist, 2, FrameKind::kText, false},
+    {"TALB", "TAL", &ID3Info_st::pAlbum, 4, FrameKind::kText, false},
+    {"TCON", "TCO", &ID3Info_st::pGenre, 8, FrameKind::kGenre, false},
+    {"USLT", nullptr, &ID3Info_st::pLyrics, 16, FrameKind::kText, false},
+    {"TYER", "TYE", &ID3Info_st::pYear, 32, FrameKind::kText, false},
+    {"COMM", "COM", &ID3Info_st::pComment, 64, FrameKind::kText, false},
+    {"TRCK", "TRK", nullptr, 128, FrameKind::kTrack, false},
+    {"TCOM", "TCM", &ID3Info_st::pComposer, 256, FrameKind::kText, true},
+};
+
+// Whether id is frameId followed by one blank.
+bool IsIdWithBlank(const char* id, const char* frameId) {
+    const size_t n = strlen(frameId);
+    return strncmp(id, frameId, n) == 0 && id[n] == ' ' && id[n + 1] == '\0';
+}
+
+bool IsIdOf(const char* id, const FrameField& row, bool reading) {
+    if (reading && row.readWithBlank) {
+        return IsIdWithBlank(id, row.id) || (row.id22 != nullptr && IsIdWithBlank(id, row.id22));
+    }
+    return strcmp(id, row.id) == 0 || (row.id22 != nullptr && strcmp(id, row.id22) == 0);
+}
+
+// The row of a frame id, or null for a frame that carries no tag field.
+const FrameField* FrameFieldOf(const char* id, bool reading) {
+    for (const FrameField& row : kFrameFields) {
+        if (IsIdOf(id, row, reading)) return &row;
+    }
+    return nullptr;
+}
 
 void ReplaceText(char** field, const char* text) {
     free(*field);
@@ -443,33 +323,24 @@ void ReplaceText(char** field, const char* text) {
 
 int Id3Info::SaveId3Info(const char* id, const char* text) {
     if (id == nullptr || text == nullptr) return MFI_OK;
-    if (EnsureId3Info()) {
+    const FrameField* row = EnsureId3Info() ? FrameFieldOf(id, true) : nullptr;
+    if (row != nullptr) {
         ID3Info_st* info = m_pID3Info;
         const unsigned char first = static_cast<unsigned char>(text[0]);
-        if (IsOneOf(id, "TIT2", "TT2")) {
-            ReplaceText(&info->pTitle, text);
-        } else if (IsOneOf(id, "TPE1", "TP1")) {
-            ReplaceText(&info->pArtist, text);
-        } else if (IsOneOf(id, "TALB", "TAL")) {
-            ReplaceText(&info->pAlbum, text);
-        } else if (IsOneOf(id, "TYER", "TYE")) {
-            ReplaceText(&info->pYear, text);
-        } else if (IsOneOf(id, "TRCK", "TRK")) {
-            // The first byte is the track: what the writer stores. A track
-            // text "12" gives 49, and a track already read wins.
-            if (info->nTrack == 0) info->nTrack = first;
-        } else if (IsOneOf(id, "TCON", "TCO")) {
-            // The first byte is the genre index, as the writer stores it; a
-            // "(17)" text gives row 40.
-            ReplaceText(&info->pGenre, m_arrMP3ID3v2Genre[GenreIndexOfByte(first)]);
-        } else if (IsOneOf(id, "COMM", "COM")) {
-            ReplaceText(&info->pComment, text);
-        } else if (IsOneOf(id, "TCOM ", "TCM ")) {
-            // Frame ids carry no blank: the composer is never read from a
-            // tag, only set by the writer's caller.
-            ReplaceText(&info->pComposer, text);
-        } else if (strcmp(id, "USLT") == 0) {
-            ReplaceText(&info->pLyrics, text);
+        switch (row->kind) {
+            case FrameKind::kText:
+                ReplaceText(&(info->*row->field), text);
+                break;
+            case FrameKind::kTrack:
+                // The first byte is the track: what the writer stores. A
+                // track text "12" gives 49, and a track already read wins.
+                if (info->nTrack == 0) info->nTrack = first;
+                break;
+            case FrameKind::kGenre:
+                // The first byte is the genre index, as the writer stores
+                // it; a "(17)" text gives row 40.
+                ReplaceText(&(info->*row->field), m_arrMP3ID3v2Genre[GenreIndexOfByte(first)]);
+                break;
         }
     }
     RecordId3v2Info(id, text);
@@ -543,9 +414,6 @@ constexpr int kAppendCostV23 = 11;
 constexpr int kAppendCostV22 = 7;
 constexpr int kOneByteText = 1;
 
-// Files are shifted in blocks of this size.
-constexpr long kMoveBlock = 1024;
-
 // The size form the writer uses for the tag and for frames: the last byte
 // is the value mod 128, the others the low 8 bits of value/128, /16384 and
 // /2097152 (signed division). Not masked to 7 bits, so bits 14, 21 and 28
@@ -587,49 +455,6 @@ void BigEndianText(unsigned int value, char out[5]) {
 }
 
 int TextLength(const char* s) { return static_cast<int>(strlen(s)); }
-
-// Frames whose text is a field of the tag: when the field is set the frame
-// takes it, else the frame is dropped.
-struct TextFrameRule {
-    const char* id;
-    const char* id22;  // null: no ID3v2.2 counterpart
-    char* ID3Info_st::*field;
-    unsigned int bit;
-};
-
-constexpr unsigned int kTitleBit = 1, kArtistBit = 2, kAlbumBit = 4, kGenreBit = 8, kLyricsBit = 16,
-                       kYearBit = 32, kCommentBit = 64, kTrackBit = 128, kComposerBit = 256;
-
-const TextFrameRule kTextFrameRules[] = {
-    {"TIT2", "TT2", &ID3Info_st::pTitle, kTitleBit},       {"TPE1", "TP1", &ID3Info_st::pArtist, kArtistBit},
-    {"TALB", "TAL", &ID3Info_st::pAlbum, kAlbumBit},       {"TYER", "TYE", &ID3Info_st::pYear, kYearBit},
-    {"COMM", "COM", &ID3Info_st::pComment, kCommentBit},   {"TCOM", "TCM", &ID3Info_st::pComposer, kComposerBit},
-    {"USLT", nullptr, &ID3Info_st::pLyrics, kLyricsBit}};
-
-bool Matches(const char* id, const char* a, const char* b) {
-    return strcmp(id, a) == 0 || (b != nullptr && strcmp(id, b) == 0);
-}
-
-// The frames a write may add, in the order they are considered: only the
-// first one missing from the list is looked at.
-enum class AppendSource { kText, kGenre, kTrack };
-struct AppendRule {
-    unsigned int bit;
-    const char* id;
-    AppendSource source;
-    char* ID3Info_st::*field;  // for kText
-};
-
-const AppendRule kAppendRules[] = {
-    {kTitleBit, "TIT2", AppendSource::kText, &ID3Info_st::pTitle},
-    {kArtistBit, "TPE1", AppendSource::kText, &ID3Info_st::pArtist},
-    {kAlbumBit, "TALB", AppendSource::kText, &ID3Info_st::pAlbum},
-    {kGenreBit, "TCON", AppendSource::kGenre, nullptr},
-    {kLyricsBit, "USLT", AppendSource::kText, &ID3Info_st::pLyrics},
-    {kYearBit, "TYER", AppendSource::kText, &ID3Info_st::pYear},
-    {kCommentBit, "COMM", AppendSource::kText, &ID3Info_st::pComment},
-    {kTrackBit, "TRCK", AppendSource::kTrack, nullptr},
-    {kComposerBit, "TCOM", AppendSource::kText, &ID3Info_st::pComposer}};
 
 // A record text as a new string, bounded by the field's 128 bytes.
 char* CopyRecordText(const char* field) {
@@ -736,39 +561,34 @@ int Id3Info::WriteId3v2Information() {
 int Id3Info::EditFrame(int index, int* sizeChange, unsigned int* seen) {
     ID3FrameItem_st* item = m_arrFrames[index];
     if (item == nullptr || item->pFrameID == nullptr || item->pValue == nullptr) return MFI_OK;
-    const char* id = item->pFrameID;
+    const FrameField* row = FrameFieldOf(item->pFrameID, false);
+    if (row == nullptr) return MFI_OK;  // other frames are written back as read
+    *seen |= row->bit;
     const char* old = item->pValue;
 
     const char* newValue = nullptr;  // a field's text to copy
     unsigned int oneByte = 0;        // or a one-byte value
-    bool useOneByte = false;
-    bool keep = true;
-    bool known = false;
-    for (const TextFrameRule& rule : kTextFrameRules) {
-        if (!Matches(id, rule.id, rule.id22)) continue;
-        known = true;
-        *seen |= rule.bit;
-        newValue = m_pID3Info->*rule.field;
-        keep = newValue != nullptr;
-        break;
+    const bool useOneByte = row->kind != FrameKind::kText;
+    bool keep = false;
+    switch (row->kind) {
+        case FrameKind::kText:
+            // When the field is set the frame takes it, else the frame goes.
+            newValue = m_pID3Info->*row->field;
+            keep = newValue != nullptr;
+            break;
+        case FrameKind::kGenre: {
+            // The frame's own text is looked up, not the record's genre: a
+            // raw byte from an earlier write names no genre and the frame goes.
+            const int genre = FindGenre(old, kLastGenreName);
+            keep = genre >= 0;
+            oneByte = static_cast<unsigned int>(genre);
+            break;
+        }
+        case FrameKind::kTrack:
+            keep = m_pID3Info->nTrack != 0;
+            oneByte = static_cast<unsigned int>(m_pID3Info->nTrack);
+            break;
     }
-    if (!known && Matches(id, "TCON", "TCO")) {
-        // The frame's own text is looked up, not the record's genre: a raw
-        // byte from an earlier write names no genre and the frame goes.
-        known = true;
-        *seen |= kGenreBit;
-        const int genre = FindGenre(old, kLastGenreName);
-        keep = genre >= 0;
-        useOneByte = true;
-        oneByte = static_cast<unsigned int>(genre);
-    } else if (!known && Matches(id, "TRCK", "TRK")) {
-        known = true;
-        *seen |= kTrackBit;
-        keep = m_pID3Info->nTrack != 0;
-        useOneByte = true;
-        oneByte = static_cast<unsigned int>(m_pID3Info->nTrack);
-    }
-    if (!known) return MFI_OK;  // other frames are written back as read
     if (!keep) {
         FreeFrame(index);
         return MFI_OK;
@@ -784,33 +604,33 @@ int Id3Info::EditFrame(int index, int* sizeChange, unsigned int* seen) {
 }
 
 void Id3Info::AppendMissingFrame(unsigned int seen, int* sizeChange) {
-    for (const AppendRule& rule : kAppendRules) {
-        if ((seen & rule.bit) != 0) continue;
+    for (const FrameField& row : kFrameFields) {
+        if ((seen & row.bit) != 0) continue;
         // Only the first missing frame is considered, appended or not. A
         // full list takes no more frames.
         if (m_nFrameCount >= kMaxFrames) return;
         const int headerCost = m_nVersion == 3 ? kAppendCostV23 : kAppendCostV22;
         char numberText[5];
-        switch (rule.source) {
-            case AppendSource::kText: {
-                const char* value = m_pID3Info->*rule.field;
+        switch (row.kind) {
+            case FrameKind::kText: {
+                const char* value = m_pID3Info->*row.field;
                 if (value == nullptr) return;
-                RecordId3v2Info(rule.id, value);
+                RecordId3v2Info(row.id, value);
                 *sizeChange += headerCost + TextLength(value);
                 return;
             }
-            case AppendSource::kGenre: {
+            case FrameKind::kGenre: {
                 if (m_pID3Info->pGenre == nullptr) return;
                 const int genre = FindGenre(m_pID3Info->pGenre, kLastGenreName);
                 BigEndianText(static_cast<unsigned int>(genre < 0 ? static_cast<int>(kNoGenre) : genre), numberText);
                 break;
             }
-            case AppendSource::kTrack:
+            case FrameKind::kTrack:
                 if (m_pID3Info->nTrack == 0) return;
                 BigEndianText(static_cast<unsigned int>(m_pID3Info->nTrack), numberText);
                 break;
         }
-        RecordId3v2Info(rule.id, numberText);
+        RecordId3v2Info(row.id, numberText);
         *sizeChange += headerCost + kOneByteText;
         return;
     }
@@ -819,7 +639,7 @@ void Id3Info::AppendMissingFrame(unsigned int seen, int* sizeChange) {
 int Id3Info::MoveFile(int sizeChange) {
     if (m_file == nullptr) return MFI_OPEN_FAILED;
     if (sizeChange == 0) return MFI_OK;
-    unsigned char* block = static_cast<unsigned char*>(malloc(kMoveBlock));
+    unsigned char* block = static_cast<unsigned char*>(malloc(fileinfo_detail::kShiftBlock));
     // Without a buffer nothing is moved and the tag is written all the same.
     if (block == nullptr) return MFI_OK;
     const int status = sizeChange > 0 ? MoveUp(block, sizeChange) : MoveDown(block, -sizeChange);
@@ -828,57 +648,11 @@ int Id3Info::MoveFile(int sizeChange) {
 }
 
 int Id3Info::MoveUp(unsigned char* block, int sizeChange) {
-    const long tagSize = m_nTagSize;
-    fseek(m_file, 0, SEEK_END);
-    const long length = ftell(m_file);
-    if (fseek(m_file, -kMoveBlock, SEEK_END) != 0) return MFI_SEEK_FAILED;
-    // From the end toward the start. The first block read, the file's last
-    // one, lands one block beyond its shifted place, so the file grows by
-    // the size change plus a block and the range just below the old end
-    // keeps its old bytes. Kept so: hosts rely on files coming out this way.
-    long destination = length + sizeChange;
-    long position = length;
-    while (tagSize < position) {
-        position = ftell(m_file) - kMoveBlock;
-        memset(block, 0, kMoveBlock);
-        if (fread(block, 1, kMoveBlock, m_file) < static_cast<size_t>(kMoveBlock)) return MFI_SHORT_FILE;
-        if (fseek(m_file, destination, SEEK_SET) != 0) return MFI_SEEK_FAILED;
-        if (fwrite(block, 1, kMoveBlock, m_file) < static_cast<size_t>(kMoveBlock)) return MFI_SHORT_WRITE;
-        destination = position + sizeChange;
-        if (tagSize < position && fseek(m_file, position, SEEK_SET) != 0) return MFI_SEEK_FAILED;
-    }
-    // The rest, from the new tag size (the 10 header bytes not counted) up
-    // to the last block moved. When the loop did not run this asks for
-    // bytes past the end and nothing is written.
-    fseek(m_file, tagSize, SEEK_SET);
-    const long rest = position - tagSize + kMoveBlock;
-    if (rest > 0 && fread(block, 1, static_cast<size_t>(rest), m_file) == static_cast<size_t>(rest)) {
-        fseek(m_file, tagSize + sizeChange, SEEK_SET);
-        fwrite(block, 1, static_cast<size_t>(rest), m_file);
-    }
-    return MFI_OK;
+    return fileinfo_detail::ShiftTowardEnd(m_file, m_nTagSize, sizeChange, block);
 }
 
 int Id3Info::MoveDown(unsigned char* block, int shrink) {
-    // Toward the start. The write position is set again after each block
-    // instead of advancing, so every block lands at the same offset, and
-    // the file keeps its length. Kept so: hosts rely on files coming out this way.
-    const long source = m_nTagSize;
-    const long destination = static_cast<long>(m_nTagSize) - shrink;
-    if (fseek(m_file, source, SEEK_SET) != 0) return MFI_SEEK_FAILED;
-    for (;;) {
-        if (feof(m_file)) return MFI_OK;
-        memset(block, 0, kMoveBlock);
-        const size_t got = fread(block, 1, kMoveBlock, m_file);
-        // Nothing arrived: at the end this is the same finish one turn
-        // early; on a read error it ends what would otherwise never end.
-        if (got == 0) return feof(m_file) ? MFI_OK : MFI_SHORT_FILE;
-        const long resume = ftell(m_file);
-        if (fseek(m_file, destination, SEEK_SET) != 0) return MFI_SEEK_FAILED;
-        if (fwrite(block, 1, got, m_file) < got) return MFI_SHORT_WRITE;
-        // Failing to go back would read the moved bytes again, endlessly.
-        if (fseek(m_file, resume, SEEK_SET) != 0) return MFI_SEEK_FAILED;
-    }
+    return fileinfo_detail::ShiftTowardStart(m_file, m_nTagSize, shrink, block);
 }
 
 int Id3Info::WriteId3v2InfoToFile() {

@@ -1,5 +1,7 @@
 #include "JudgeInfo.h"
 
+#include "detail/FormatTypeRows.h"
+
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -10,62 +12,7 @@ const char* const FileInfoFilter::KEY_END = "</key>";
 
 const char* const FileInfoFilter::FILE_TYPE_TAG[kFileTypeTagCount] = {"AudioCodecs", "VideoCodecs"};
 
-const char* const FileInfoFilter::FILE_INFO_TAG[kFileInfoTagCount] = {
-    "Mono",
-    "Stereo",
-    "Multichannel",
-    "AppleDRM",
-    "MaximumSampleRate",
-    "MaximumBitDepth",
-    "MaximumDataRate",
-    "AAC",
-    "LC",
-    "VariableBitRate",
-    "PerceptualNoiseSubsitution",
-    "MaximumBitDepthUntruncated",
-    "Type1",
-    "Type2",
-    "Type3",
-    "Type4",
-    "AppleVideoDRM",
-    "MaximumEncryptionPercentage",
-    "Profile",
-    "Level",
-    "ComplexityLevel",
-    "MaximumPeakBitRate",
-    "MaximumResolution",
-    "MinimumHeight",
-    "MaximumHeight",
-    "MinimumWidth",
-    "MaximumWidth",
-    "Profile-Level-ID",
-    "MaximumAverageBitRate",
-    "MaximumBufferSize",
-};
-
 namespace {
-
-// Rows of FILE_INFO_TAG, by name.
-enum RequirementKey {
-    kMono = 0,
-    kStereo = 1,
-    kMultichannel = 2,
-    kMaximumSampleRate = 4,
-    kMaximumBitDepth = 5,
-    kMaximumDataRate = 6,
-    kAac = 7,
-    kVariableBitRate = 9,
-    kProfile = 18,
-    kLevel = 19,
-    kMaximumPeakBitRate = 21,
-    kMaximumResolution = 22,
-    kMinimumHeight = 23,
-    kMaximumHeight = 24,
-    kMinimumWidth = 25,
-    kMaximumWidth = 26,
-    kProfileLevelId = 27,
-    kMaximumAverageBitRate = 28,
-};
 
 // Kinds of value in KEY_VAR_st::type.
 constexpr unsigned int kTypeInteger = 0;
@@ -144,13 +91,6 @@ unsigned int Limit(const std::string& value) { return static_cast<unsigned int>(
 // Record texts may come from a caller: never read past their 128 bytes.
 bool FieldIs(const char* field, const char* text) { return strncmp(field, text, MEDIA_TEXT_SIZE) == 0; }
 
-int RequirementIndex(const std::string& key) {
-    for (int i = 0; i < FileInfoFilter::kFileInfoTagCount; ++i) {
-        if (key == FileInfoFilter::FILE_INFO_TAG[i]) return i;
-    }
-    return -1;
-}
-
 // "Mono", "Stereo", "Multichannel": a device that says false for a channel
 // layout refuses files recorded with exactly that text. Two-channel records
 // say "Stero", so "Stereo" never matches them.
@@ -182,56 +122,125 @@ bool RefusesProfile(const KEY_VAR_st& pair, const MediaFileInfo_st& r) {
     return static_cast<unsigned int>(r.profile) != static_cast<unsigned int>(code);
 }
 
-// Whether one key and its value refuse the record. Keys not in
-// FILE_INFO_TAG pass, and so do the rows without a check.
+bool RefusesSampleRate(const KEY_VAR_st& pair, const MediaFileInfo_st& r) {
+    return r.sampleRate > Limit(pair.value);
+}
+
+bool RefusesBitDepth(const KEY_VAR_st& pair, const MediaFileInfo_st& r) {
+    return r.bitsPerSample > Limit(pair.value);
+}
+
+bool RefusesDataRate(const KEY_VAR_st& pair, const MediaFileInfo_st& r) {
+    return r.bitRate / 1000 > Limit(pair.value);
+}
+
+// Whatever the value says, the file's sound must be AAC.
+bool RefusesOtherThanAac(const KEY_VAR_st&, const MediaFileInfo_st& r) {
+    return !FieldIs(r.audioCodec, FormatType[kFormatAac]);
+}
+
+bool RefusesVariableBitRate(const KEY_VAR_st& pair, const MediaFileInfo_st& r) {
+    return pair.value == kFalseText && r.isVbr == 1;
+}
+
+// Signed: a negative level refuses every file.
+bool RefusesLevel(const KEY_VAR_st& pair, const MediaFileInfo_st& r) {
+    return static_cast<int>(r.level) > Number(pair.value);
+}
+
+// "MaximumPeakBitRate" and "MaximumAverageBitRate" both limit the peak
+// figure: the average is not kept apart.
+bool RefusesPeakBitRate(const KEY_VAR_st& pair, const MediaFileInfo_st& r) {
+    return RefusesKilobits(pair, r.peakBitRate);
+}
+
+bool RefusesMinimumHeight(const KEY_VAR_st& pair, const MediaFileInfo_st& r) {
+    return r.height != 0 && r.height < Limit(pair.value);
+}
+
+bool RefusesMaximumHeight(const KEY_VAR_st& pair, const MediaFileInfo_st& r) {
+    return r.height > Limit(pair.value);
+}
+
+bool RefusesMinimumWidth(const KEY_VAR_st& pair, const MediaFileInfo_st& r) {
+    return r.width != 0 && r.width < Limit(pair.value);
+}
+
+bool RefusesMaximumWidth(const KEY_VAR_st& pair, const MediaFileInfo_st& r) {
+    return r.width > Limit(pair.value);
+}
+
+bool RefusesProfileLevelId(const KEY_VAR_st& pair, const MediaFileInfo_st& r) {
+    return r.profileLevelId > Limit(pair.value);
+}
+
+// The requirement keys, one row each in the order they are matched: the
+// key, the record fields it judges and its check. A key without a check is
+// read but never refuses a file; a key not in the table passes too. The
+// rows make both FILE_INFO_TAG and the judgement's table below.
+#define FILEINFO_REQUIREMENT_KEYS(ROW)                                          \
+    ROW("Mono", "channelMode", RefusesChannels)                                 \
+    ROW("Stereo", "channelMode", RefusesChannels)                               \
+    ROW("Multichannel", "channelMode", RefusesChannels)                         \
+    ROW("AppleDRM", "", nullptr)                                                \
+    ROW("MaximumSampleRate", "sampleRate", RefusesSampleRate)                   \
+    ROW("MaximumBitDepth", "bitsPerSample", RefusesBitDepth)                    \
+    ROW("MaximumDataRate", "bitRate", RefusesDataRate)                          \
+    ROW("AAC", "audioCodec", RefusesOtherThanAac)                               \
+    ROW("LC", "", nullptr)                                                      \
+    ROW("VariableBitRate", "isVbr", RefusesVariableBitRate)                     \
+    ROW("PerceptualNoiseSubsitution", "", nullptr)                              \
+    ROW("MaximumBitDepthUntruncated", "", nullptr)                              \
+    ROW("Type1", "", nullptr)                                                   \
+    ROW("Type2", "", nullptr)                                                   \
+    ROW("Type3", "", nullptr)                                                   \
+    ROW("Type4", "", nullptr)                                                   \
+    ROW("AppleVideoDRM", "", nullptr)                                           \
+    ROW("MaximumEncryptionPercentage", "", nullptr)                             \
+    ROW("Profile", "profile", RefusesProfile)                                   \
+    ROW("Level", "level", RefusesLevel)                                         \
+    ROW("ComplexityLevel", "", nullptr)                                         \
+    ROW("MaximumPeakBitRate", "peakBitRate", RefusesPeakBitRate)                \
+    ROW("MaximumResolution", "height width", RefusesResolution)                 \
+    ROW("MinimumHeight", "height", RefusesMinimumHeight)                        \
+    ROW("MaximumHeight", "height", RefusesMaximumHeight)                        \
+    ROW("MinimumWidth", "width", RefusesMinimumWidth)                           \
+    ROW("MaximumWidth", "width", RefusesMaximumWidth)                           \
+    ROW("Profile-Level-ID", "profileLevelId", RefusesProfileLevelId)            \
+    ROW("MaximumAverageBitRate", "peakBitRate", RefusesPeakBitRate)             \
+    ROW("MaximumBufferSize", "", nullptr)
+
+struct Requirement {
+    const char* key;
+    const char* fields;  // the record fields the check reads
+    bool (*refuses)(const KEY_VAR_st& pair, const MediaFileInfo_st& r);
+};
+
+#define FILEINFO_REQUIREMENT_ROW(key, fields, check) {key, fields, check},
+constexpr Requirement kRequirements[] = {FILEINFO_REQUIREMENT_KEYS(FILEINFO_REQUIREMENT_ROW)};
+#undef FILEINFO_REQUIREMENT_ROW
+
+static_assert(sizeof kRequirements / sizeof kRequirements[0] == FileInfoFilter::kFileInfoTagCount,
+              "one requirement row for each FILE_INFO_TAG row");
+
+// Whether one key and its value refuse the record.
 bool Refuses(const KEY_VAR_st& pair, const MediaFileInfo_st& r) {
-    switch (RequirementIndex(pair.key)) {
-        case kMono:
-        case kStereo:
-        case kMultichannel:
-            return RefusesChannels(pair, r);
-        case kMaximumSampleRate:
-            return r.sampleRate > Limit(pair.value);
-        case kMaximumBitDepth:
-            return r.bitsPerSample > Limit(pair.value);
-        case kMaximumDataRate:
-            return r.bitRate / 1000 > Limit(pair.value);
-        case kAac:
-            // Whatever the value says, the file's sound must be AAC.
-            return !FieldIs(r.audioCodec, FormatType[2]);
-        case kVariableBitRate:
-            return pair.value == kFalseText && r.isVbr == 1;
-        case kProfile:
-            return RefusesProfile(pair, r);
-        case kLevel:
-            // Signed: a negative level refuses every file.
-            return static_cast<int>(r.level) > Number(pair.value);
-        case kMaximumPeakBitRate:
-        case kMaximumAverageBitRate:
-            // Both limit the peak figure: the average is not kept apart.
-            return RefusesKilobits(pair, r.peakBitRate);
-        case kMaximumResolution:
-            return RefusesResolution(pair, r);
-        case kMinimumHeight:
-            return r.height != 0 && r.height < Limit(pair.value);
-        case kMaximumHeight:
-            return r.height > Limit(pair.value);
-        case kMinimumWidth:
-            return r.width != 0 && r.width < Limit(pair.value);
-        case kMaximumWidth:
-            return r.width > Limit(pair.value);
-        case kProfileLevelId:
-            return r.profileLevelId > Limit(pair.value);
-        default:
-            // Unknown keys, and "AppleDRM", "LC", "PerceptualNoiseSubsitution",
-            // "MaximumBitDepthUntruncated", "Type1".."Type4", "AppleVideoDRM",
-            // "MaximumEncryptionPercentage", "ComplexityLevel" and
-            // "MaximumBufferSize", which are read but never refuse.
-            return false;
+    for (const Requirement& requirement : kRequirements) {
+        if (pair.key == requirement.key) return requirement.refuses != nullptr && requirement.refuses(pair, r);
     }
+    return false;
 }
 
 }  // namespace
+
+#define FILEINFO_REQUIREMENT_KEY(key, fields, check) key,
+const char* const FileInfoFilter::FILE_INFO_TAG[kFileInfoTagCount] = {
+    FILEINFO_REQUIREMENT_KEYS(FILEINFO_REQUIREMENT_KEY)};
+#undef FILEINFO_REQUIREMENT_KEY
+static_assert(sizeof FileInfoFilter::FILE_INFO_TAG / sizeof FileInfoFilter::FILE_INFO_TAG[0] ==
+                  sizeof kRequirements / sizeof kRequirements[0],
+              "FILE_INFO_TAG and the requirement table are the same rows");
+#undef FILEINFO_REQUIREMENT_KEYS
 
 // Cost: every search starts at the cursor. When a tag is located, both
 // searched characters lie at or before its '>'; a tag the cursor moves past

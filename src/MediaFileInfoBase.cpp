@@ -7,6 +7,9 @@
 #include <cstring>
 #include <new>
 
+#include "detail/ByteOrder.h"
+#include "detail/Id3Size.h"
+
 namespace {
 
 // Offsets inside the 10-byte ID3v2 header.
@@ -14,6 +17,10 @@ constexpr int kId3SizeOffset = 6;
 constexpr int kId3SizeBytes = 4;
 
 constexpr unsigned char kSpace = 32;
+
+// Rows of CHANNEL.
+constexpr int kMonoRow = 0;
+constexpr int kStereoRow = 1;
 
 }  // namespace
 
@@ -90,7 +97,7 @@ int MediaFileInfoBase::GetFileName(char** out, const char* path) {
 }
 
 unsigned int MediaFileInfoBase::ReadWord(unsigned char* p) {
-    const unsigned int value = ReadBigEndian32(p);
+    const unsigned int value = fileinfo_detail::Be32(p);
     if (value == 0xFFFFFFFFu) {
         fputs("ReadWord warning!\n", stdout);
     }
@@ -99,7 +106,7 @@ unsigned int MediaFileInfoBase::ReadWord(unsigned char* p) {
 
 const char* MediaFileInfoBase::GetChannel(unsigned int channels) {
     if (channels == 0) return nullptr;
-    return channels == 1 ? CHANNEL[0] : CHANNEL[1];
+    return channels == 1 ? CHANNEL[kMonoRow] : CHANNEL[kStereoRow];
 }
 
 int MediaFileInfoBase::GetFileStorageInfo(MediaFileInfo_st** info, const char* path) {
@@ -126,17 +133,8 @@ int MediaFileInfoBase::OverleapID3V2(char** buffer) {
     const unsigned char* b = reinterpret_cast<const unsigned char*>(*buffer);
     if (b[0] != 'I' || b[1] != 'D' || b[2] != '3') return 0;
 
-    // Each size byte is added as a signed 8-bit value before the shift, so a
-    // byte with its top bit set pulls the sum down; on well-formed tags this
-    // is the 28-bit sync-safe size. Summed in unsigned to keep the bits of
-    // the signed arithmetic without its undefined shifts.
-    unsigned int size = 0;
-    for (int k = kId3SizeOffset; k < kId3SizeOffset + kId3SizeBytes - 1; ++k) {
-        size += static_cast<unsigned int>(static_cast<int>(static_cast<signed char>(b[k])));
-        size <<= 7;
-    }
-    size += static_cast<unsigned int>(
-        static_cast<int>(static_cast<signed char>(b[kId3SizeOffset + kId3SizeBytes - 1])));
+    // The tag size, 7 bits a byte; on well-formed tags the 28-bit sync-safe size.
+    const unsigned int size = fileinfo_detail::SumSevenBitBytes(0, b + kId3SizeOffset, kId3SizeBytes);
 
     // The seek goes to `size` itself, without the 10 header bytes.
     fseek(m_file, static_cast<long>(static_cast<int>(size)), SEEK_SET);
@@ -174,14 +172,9 @@ int MediaFileInfoBase::SeekRelative(FILE* file, unsigned int delta) {
     return fseek(file, static_cast<long>(static_cast<int>(delta)), SEEK_CUR);
 }
 
-unsigned int MediaFileInfoBase::ReadBigEndian32(const unsigned char* p) {
-    return (static_cast<unsigned int>(p[0]) << 24) | (static_cast<unsigned int>(p[1]) << 16) |
-           (static_cast<unsigned int>(p[2]) << 8) | p[3];
-}
+unsigned int MediaFileInfoBase::ReadBigEndian32(const unsigned char* p) { return fileinfo_detail::Be32(p); }
 
-unsigned int MediaFileInfoBase::ReadHalf(const unsigned char* p) {
-    return (static_cast<unsigned int>(p[0]) << 8) | p[1];
-}
+unsigned int MediaFileInfoBase::ReadHalf(const unsigned char* p) { return fileinfo_detail::Be16(p); }
 
 FILE* MediaFileInfoBase::OpenForReading(const char* path) {
     FILE* file = fopen(path, "rb");

@@ -2,9 +2,11 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <new>
 
 #include "Id3Info.h"
+#include "detail/ByteOrder.h"
+#include "detail/OwnedTags.h"
+#include "detail/ReaderLoad.h"
 
 const unsigned int Mp3Info::tabsel[6][16] = {
     {0, 32, 64, 96, 128, 160, 192, 224, 256, 288, 320, 352, 384, 416, 448, 0},
@@ -125,16 +127,13 @@ Mp3Info::Mp3Info()
 Mp3Info::~Mp3Info() { Mp3Info::Destory(); }
 
 void Mp3Info::Destory() {
-    delete m_id3;
-    m_id3 = nullptr;
+    fileinfo_detail::ReleaseOwnedTags(m_id3);
     MediaFileInfoBase::Destory();
 }
 
-int Mp3Info::HasId3Info() { return m_id3 == nullptr ? 0 : m_id3->HasId3Info(); }
+int Mp3Info::HasId3Info() { return fileinfo_detail::OwnedTagsPresent(m_id3); }
 
-int Mp3Info::SetId3Info(MediaFileInfo_st* info) {
-    return m_id3 == nullptr ? 0 : m_id3->SetId3Info(info);
-}
+int Mp3Info::SetId3Info(MediaFileInfo_st* info) { return fileinfo_detail::WriteOwnedTags(m_id3, info); }
 
 MediaFileInfo_st* Mp3Info::GetFileInfo() { return m_fileInfo; }
 
@@ -207,7 +206,7 @@ int Mp3Info::ReadFrame(unsigned char* buffer) {
     while (!AtEnd(m_file)) {
         while (m_bufferSize >= kMinScanBytes && m_bufferPos < m_bufferSize - kHeaderTail) {
             // Silent read: runs of 0xFF padding are ordinary data here.
-            const unsigned int h = ReadBigEndian32(buffer + m_bufferPos);
+            const unsigned int h = fileinfo_detail::Be32(buffer + m_bufferPos);
             if (!IsCandidate(h)) {
                 junkSeen = true;
                 ++m_bufferPos;
@@ -352,24 +351,19 @@ void Mp3Info::ScanFrames(unsigned char* buffer) {
 int Mp3Info::LoadFile(const char* path) {
     if (path == nullptr) return MFI_BAD_ARGUMENT;
     // The scan counters stay: a reader is meant to be loaded once.
-    if (m_fileInfo != nullptr || m_filePath != nullptr || m_id3 != nullptr) Destory();
+    if (fileinfo_detail::HoldsEarlierLoad(*this) || m_id3 != nullptr) Destory();
 
-    m_filePath = strdup(path);
+    fileinfo_detail::KeepPathCopy(*this, path);
+    // Made before the file is opened: tags and size reach the record of a file that will not open.
     m_fileInfo = NewConstructedRecord();
     if (m_fileInfo == nullptr) return MFI_NO_MEMORY;
-
-    m_id3 = new (std::nothrow) Id3Info();
-    if (m_id3 == nullptr) {
-        m_hasId3 = 0;
-    } else if (m_id3->LoadFile(path) == MFI_OK && m_id3->HasId3Info() == 1) {
-        CopyTags();
-    }
+    if (fileinfo_detail::LoadOwnedTags(m_id3, path, m_hasId3)) CopyTags();
 
     m_file = OpenForReading(path);
-    // The size comes from the open file, sparing a second look-up of the
-    // path; one that cannot be opened is still measured by its path.
-    GetFileStorageInfo(&m_fileInfo, path, m_file);
+    // Measured before the open is checked: a file that will not open is measured by its path.
+    fileinfo_detail::MeasureFile(*this, path);
     if (m_file == nullptr) return MFI_OPEN_FAILED;
+    // No status for a failed seek here: a stream that cannot seek is read as it comes.
     fseek(m_file, 0, SEEK_SET);
 
     int result = MFI_NOT_THIS_FORMAT;
@@ -391,8 +385,7 @@ int Mp3Info::LoadFile(const char* path) {
         }
         free(buffer);
     }
-    fclose(m_file);
-    m_file = nullptr;
+    fileinfo_detail::CloseLoadedFile(*this);
     return result;
 }
 

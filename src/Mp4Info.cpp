@@ -1,124 +1,18 @@
 #include "Mp4Info.h"
 
+#include "detail/FormatTypeRows.h"
+#include "detail/IlstItems.h"
+#include "detail/Inflate.h"
+#include "detail/Mp4ConfigDecoders.h"
+#include "detail/Mp4LoopMark.h"
+#include "detail/ReaderLoad.h"
 #include "detail/TempFileClaim.h"
 
 #include <sys/stat.h>
-#include <zlib.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-
-const char* const Mp4Info::AppleLosslessAudioFormat[1] = {"Apple Lossless"};
-
-const unsigned char Mp4Info::MpegAudioTypes[11] = {0x66, 0x67, 0x68, 0x69, 0x6B, 0xE0,
-                                                   0xE1, 0xE3, 0xE4, 0xE5, 0xE6};
-
-const unsigned char Mp4Info::MpegVideoTypes[11] = {0x60, 0x61, 0x62, 0x63, 0x64, 0x65,
-                                                   0x6A, 0x6C, 0xF0, 0xF2, 0xF3};
-
-const char* const Mp4Info::Mpeg4VideoFormat[11] = {
-    "MPEG-2 Simple", "MPEG-2 Main", "MPEG-2 SNR", "MPEG-2 Spatial", "MPEG-2 High", "MPEG-2 4:2:2",
-    "MPEG-1",        "JPEG",        "YUV12",      "H.263",          "H.261"};
-
-// Row n-1 names MPEG-4 audio object type n; types 10, 11 and 18 have no name.
-const char* const Mp4Info::Mpeg4AudioFormat[27] = {
-    "MPEG-4 AAC main",
-    "MPEG-4 AAC LC",
-    "MPEG-4 AAC SSR",
-    "MPEG-4 AAC LTP",
-    "MPEG-4 AAC HE",
-    "MPEG-4 AAC Scalable",
-    "MPEG-4 TwinVQ",
-    "MPEG-4 CELP",
-    "MPEG-4 HVXC",
-    "",
-    "",
-    "MPEG-4 TTSI",
-    "MPEG-4 Main Synthetic",
-    "MPEG-4 Wavetable Syn",
-    "MPEG-4 General MIDI",
-    "MPEG-4 Algo Syn and Audio FX",
-    "MPEG-4 ER AAC LC",
-    "",
-    "MPEG-4 ER AAC LTP",
-    "MPEG-4 ER AAC Scalable",
-    "MPEG-4 ER TwinVQ",
-    "MPEG-4 ER BSAC",
-    "MPEG-4 ER ACC LD",
-    "MPEG-4 ER CELP",
-    "MPEG-4 ER HVXC",
-    "MPEG-4 ER HILN",
-    "MPEG-4 ER Parametric",
-};
-
-// In the order of their bytes. The double blanks, the "@L" without blank and
-// "Efficieny" are the names hosts match on.
-const Mp4Info::VideoProfile Mp4Info::VideoProfileName[58] = {
-    {0x01, "MPEG-4 Simple @ L1"},
-    {0x02, "MPEG-4 Simple @ L2"},
-    {0x03, "MPEG-4 Simple @ L3"},
-    {0x08, "MPEG-4 Simple @ L0"},
-    {0x11, "MPEG-4 Simple Scalable @ L1"},
-    {0x12, "MPEG-4 Simple Scalable @ L2"},
-    {0x21, "MPEG-4 Core @ L1"},
-    {0x22, "MPEG-4 Core @ L2"},
-    {0x32, "MPEG-4 Main @ L2"},
-    {0x33, "MPEG-4 Main @ L3"},
-    {0x34, "MPEG-4 Main @ L4"},
-    {0x42, "MPEG-4 N-bit @ L2"},
-    {0x51, "MPEG-4  Scalable Texture @ L1"},
-    {0x61, "MPEG-4 Simple Face Anim @ L1"},
-    {0x62, "MPEG-4  Simple Face Anim @ L2"},
-    {0x63, "MPEG-4  Simple FBA @ L1"},
-    {0x64, "MPEG-4 Simple FBA @ L2"},
-    {0x71, "MPEG-4 Basic Anim Text @ L1"},
-    {0x72, "MPEG-4 Basic Anim Text @ L2"},
-    {0x81, "MPEG-4 Hybrid @ L1"},
-    {0x82, "MPEG-4 Hybrid @ L2"},
-    {0x91, "MPEG-4 Adv RT Simple @ L1"},
-    {0x92, "MPEG-4 Adv RT Simple @ L2"},
-    {0x93, "MPEG-4 Adv RT Simple @ L3"},
-    {0x94, "MPEG-4 Adv RT Simple @ L4"},
-    {0xA1, "MPEG-4 Core Scalable @ L1"},
-    {0xA2, "MPEG-4 Core Scalable @ L2"},
-    {0xA3, "MPEG-4 Core Scalable @ L3"},
-    {0xB1, "MPEG-4 Adv Coding Efficieny @ L1"},
-    {0xB2, "MPEG-4 Adv Coding Efficieny @ L2"},
-    {0xB3, "MPEG-4 Adv Coding Efficieny @ L3"},
-    {0xB4, "MPEG-4 Adv Coding Efficieny @ L4"},
-    {0xC1, "MPEG-4 Adv Core Profile @ L1"},
-    {0xC2, "MPEG-4 Adv Core Profile @ L2"},
-    {0xD1, "MPEG-4 Adv Scalable Texture @ L1"},
-    {0xD2, "MPEG-4 Adv Scalable Texture @ L2"},
-    {0xD3, "MPEG-4 Adv Scalable Texture @ L3"},
-    {0xE1, "MPEG-4 Simple Studio @ L1"},
-    {0xE2, "MPEG-4 Simple Studio @ L2"},
-    {0xE3, "MPEG-4 Simple Studio @ L3"},
-    {0xE4, "MPEG-4 Simple Studio @ L4"},
-    {0xE5, "MPEG-4 Core Studio @ L1"},
-    {0xE6, "MPEG-4 Core Studio @ L2"},
-    {0xE7, "MPEG-4 Core Studio @ L3"},
-    {0xE8, "MPEG-4 Core Studio @ L4"},
-    {0xF0, "MPEG-4 Adv Simple@L0"},
-    {0xF1, "MPEG-4 Adv Simple@L1"},
-    {0xF2, "MPEG-4 Adv Simple@L2"},
-    {0xF3, "MPEG-4 Adv Simple@L3"},
-    {0xF4, "MPEG-4 Adv Simple@L4"},
-    {0xF5, "MPEG-4 Adv Simple@L5"},
-    {0xF7, "MPEG-4 Adv Simple@L3b"},
-    {0xF8, "MPEG-4 FGS @ L0"},
-    {0xF9, "MPEG-4 FGS @ L1"},
-    {0xFA, "MPEG-4 FGS @ L2"},
-    {0xFB, "MPEG-4 FGS @ L3"},
-    {0xFC, "MPEG-4 FGS @ L4"},
-    {0xFD, "MPEG-4 FGS @ L5"},
-};
-
-// The first eight are item names after their 0xA9 prefix.
-const char* const Mp4Info::ILST_TAG[10] = {"nam", "cmt", "day", "ART", "trk",
-                                           "alb", "wrt", "com", "gnre", "trkn"};
 
 namespace {
 
@@ -192,48 +86,18 @@ constexpr unsigned int kLongFormObjectTypeOffset = 21;
 constexpr unsigned int kConfigPayloadOffset = 4;
 constexpr unsigned int kAlacShortConfigOffset = 8;
 
-// objectTypeIndication values.
-constexpr unsigned char kObjectTypeMovAac = 0x00;
-constexpr unsigned char kObjectTypeMpeg4Audio = 0x40;
-constexpr unsigned char kObjectTypeMpeg4Visual = 0x20;
-// Decoder-specific length: after tag 0x05 with a one-byte length, or with
-// three 0x80 continuation bytes (QuickTime's and 51-byte descriptors).
-constexpr unsigned int kDsiLengthShort = 14;
-constexpr unsigned int kDsiLengthLong = 17;
+// A 51-byte "esds" is QuickTime's: its decoder-specific length has the
+// four-byte form.
 constexpr int kAppleEsdsSize = 51;
-constexpr unsigned int kMinAudioConfigLength = 2;
-constexpr unsigned int kAudioObjectTypeShift = 3;
-constexpr unsigned int kLastNamedAudioObjectType = 27;
-// MPEG-4 visual: decoder info after the objectTypeIndication, and the
-// visual object sequence start code whose next byte is the profile.
-constexpr unsigned int kVisualDecoderInfoOffset = 14;
-constexpr unsigned int kVisualObjectSequenceStart = 0x000001B0u;
-constexpr unsigned int kStartCodeSize = 4;
-
-// AVC decoder configuration record.
-constexpr unsigned int kAvcProfileByte = 1;
-constexpr unsigned int kAvcCompatibilityByte = 2;
-constexpr unsigned int kAvcLevelByte = 3;
-constexpr unsigned int kAvcFirstSpsByte = 8;
-constexpr unsigned char kConstrainedCompatibility = 0xE0;
-constexpr unsigned char kSpsNalHeader = 0x67;
-// ALAC configuration: the byte taken as the sample size.
-constexpr unsigned int kAlacBitDepthByte = 4;
 
 // Compressed movie header: "dcom" names the method, "cmvd" holds the data
 // after its size, type and uncompressed-size field.
 constexpr unsigned int kCmovScanTail = 12;
 constexpr unsigned int kDcomAtomStep = 8;
 constexpr unsigned int kCmvdHeaderSize = 12;
-constexpr int kInflateChunk = 4096;
 const char* const kTempFilePath = "/temp.bin";
 
-// "ilst" items: header, then one "data" atom with 8 bytes of type and locale.
-constexpr unsigned int kItemNameOffset = 4;
-constexpr unsigned int kItemHeaderSize = 8;
-constexpr unsigned int kDataTypeOffset = 4;
-constexpr unsigned int kDataHeaderSize = 16;
-constexpr unsigned int kMinDataSize = 17;
+// The "©day" item: the year is its first four characters.
 constexpr unsigned int kYearLength = 4;
 
 unsigned int AtomSize(unsigned char* atom) { return MediaFileInfoBase::ReadWord(atom); }
@@ -259,122 +123,6 @@ unsigned int DecimalValue(const char* text) {
     if (value < INT32_MIN) value = INT32_MIN;
     return static_cast<unsigned int>(static_cast<int>(value));
 }
-
-// A walk is deterministic: when the reader comes back to a state it was in
-// before (every field, the record, the buffer and the file position), it
-// would go round the same steps for ever. This notices it (Brent's method:
-// a mark taken after 64, 128, 256 ... steps, compared at every step), so
-// the walk can end as if the data had run out. Walks that end by themselves
-// never repeat a state, so their results are untouched. The first mark waits
-// for step 64: a cycle is found wherever the marks start, and the walk of an
-// ordinary file ends before then without paying for a mark (each one asks
-// the file for its position, a system call).
-class LoopMark {
-public:
-    static constexpr unsigned long long kFirstMark = 64;
-
-    explicit LoopMark(Mp4Info& reader) : reader_(reader) {}
-    LoopMark(const LoopMark&) = delete;
-    LoopMark& operator=(const LoopMark&) = delete;
-
-    // Called before every step; true when this state was met before.
-    bool Repeats() {
-        if (marked_ && SameAsMark()) return true;
-        if (++steps_ == nextMark_) {
-            Take();
-            marked_ = true;
-            nextMark_ *= 2;
-        }
-        return false;
-    }
-
-private:
-    struct Scalars {
-        unsigned int cursor, bufferSize, hasIods, moovOpen, isQuickTime, useTempFile;
-        unsigned int trackTimeScale, isVideo, isAudio, hasId3;
-        double trackSeconds, movieEnd;
-        unsigned char visualProfile;
-        char handlerType[4], handlerName[4], videoEntryType[4], audioEntryType[4];
-        Mp4Info::AtomHandler handler;
-        FILE* file;
-    };
-    struct Mark {
-        Scalars scalars;
-        long filePosition;
-        unsigned char record[sizeof(MediaFileInfo_st)];
-        unsigned char buffer[Mp4Info::kReadSize];
-    };
-
-    Scalars Now() const {
-        const Mp4Info& r = reader_;
-        Scalars s{};
-        s.cursor = r.m_cursor;
-        s.bufferSize = r.m_bufferSize;
-        s.hasIods = r.m_hasIods;
-        s.moovOpen = r.m_moovOpen;
-        s.isQuickTime = r.m_isQuickTime;
-        s.useTempFile = r.m_useTempFile;
-        s.trackTimeScale = r.m_trackTimeScale;
-        s.isVideo = r.m_isVideo;
-        s.isAudio = r.m_isAudio;
-        s.hasId3 = r.m_hasId3;
-        s.trackSeconds = r.m_trackSeconds;
-        // Movie end only counts while "moov" is open and it lies ahead; once
-        // at or below 0 it can only fall further, and then it no longer matters.
-        s.movieEnd = (r.m_moovOpen != 0 && r.m_movieEnd > 0) ? r.m_movieEnd : 0;
-        s.visualProfile = r.m_visualProfile;
-        memcpy(s.handlerType, r.m_handlerType, 4);
-        memcpy(s.handlerName, r.m_handlerName, 4);
-        memcpy(s.videoEntryType, r.m_videoEntryType, 4);
-        memcpy(s.audioEntryType, r.m_audioEntryType, 4);
-        s.handler = r.m_loadHandler;
-        s.file = r.m_file;
-        return s;
-    }
-
-    static bool Equal(const Scalars& a, const Scalars& b) {
-        return a.cursor == b.cursor && a.handler == b.handler && a.bufferSize == b.bufferSize &&
-               a.file == b.file && a.hasIods == b.hasIods && a.moovOpen == b.moovOpen &&
-               a.isQuickTime == b.isQuickTime && a.useTempFile == b.useTempFile &&
-               a.trackTimeScale == b.trackTimeScale && a.isVideo == b.isVideo &&
-               a.isAudio == b.isAudio && a.hasId3 == b.hasId3 &&
-               a.trackSeconds == b.trackSeconds && a.movieEnd == b.movieEnd &&
-               a.visualProfile == b.visualProfile &&
-               memcmp(a.handlerType, b.handlerType, 4) == 0 &&
-               memcmp(a.handlerName, b.handlerName, 4) == 0 &&
-               memcmp(a.videoEntryType, b.videoEntryType, 4) == 0 &&
-               memcmp(a.audioEntryType, b.audioEntryType, 4) == 0;
-    }
-
-    long FilePosition() const { return reader_.m_file == nullptr ? 0 : ftell(reader_.m_file); }
-
-    bool SameAsMark() const {
-        if (!Equal(Now(), mark_.scalars)) return false;
-        if (FilePosition() != mark_.filePosition) return false;
-        if (reader_.m_fileInfo != nullptr &&
-            memcmp(mark_.record, reader_.m_fileInfo, sizeof(MediaFileInfo_st)) != 0) {
-            return false;
-        }
-        return memcmp(mark_.buffer, reader_.m_buffer, Mp4Info::kReadSize) == 0;
-    }
-
-    void Take() {
-        mark_.scalars = Now();
-        mark_.filePosition = FilePosition();
-        if (reader_.m_fileInfo != nullptr) {
-            memcpy(mark_.record, reader_.m_fileInfo, sizeof(MediaFileInfo_st));
-        }
-        memcpy(mark_.buffer, reader_.m_buffer, Mp4Info::kReadSize);
-    }
-
-    Mp4Info& reader_;
-    // On the stack, left unwritten until the first mark: most walks end
-    // long before it, and then cost neither an allocation nor a copy.
-    Mark mark_;
-    unsigned long long steps_ = 0;
-    unsigned long long nextMark_ = kFirstMark;
-    bool marked_ = false;
-};
 
 }  // namespace
 
@@ -418,16 +166,13 @@ MediaFileInfo_st* Mp4Info::GetFileInfo() { return m_fileInfo; }
 
 int Mp4Info::LoadFile(const char* path) {
     if (path == nullptr) return MFI_BAD_ARGUMENT;
+    // Only a record calls for Destory: a load that failed before making one
+    // left just its path copy, which the new copy replaces.
     if (m_fileInfo != nullptr) Destory();
 
-    // A load that failed before making a record keeps its path copy.
-    free(m_filePath);
-    m_filePath = strdup(path);
-    m_file = OpenForReading(path);
-    if (m_file == nullptr) return MFI_OPEN_FAILED;
+    if (!fileinfo_detail::OpenForLoad(*this, path)) return MFI_OPEN_FAILED;
     if (fseek(m_file, 0, SEEK_SET) != 0) {
-        fclose(m_file);
-        m_file = nullptr;
+        fileinfo_detail::CloseLoadedFile(*this);
         return MFI_SEEK_FAILED;
     }
 
@@ -439,6 +184,7 @@ int Mp4Info::LoadFile(const char* path) {
     if (buffer == nullptr || m_fileInfo == nullptr) {
         result = MFI_NO_MEMORY;
     } else {
+        // Measured with the whole size kept, for the reads that follow.
         GetFileStorageInfo(&m_fileInfo, path, m_file, &m_fileEnd);
         m_bufferSize = static_cast<unsigned int>(fread(buffer, 1, ReadableAhead(kReadSize), m_file));
         if (m_bufferSize < kReadSize) {
@@ -451,8 +197,7 @@ int Mp4Info::LoadFile(const char* path) {
     free(buffer);
     m_buffer = nullptr;
     // By now this may be the temporary file of an inflated movie header.
-    fclose(m_file);
-    m_file = nullptr;
+    fileinfo_detail::CloseLoadedFile(*this);
     m_fileEnd = -1;
     // Done with the temporary file: the next load, here or in another
     // process, may take it.
@@ -463,7 +208,7 @@ int Mp4Info::LoadFile(const char* path) {
 int Mp4Info::ReadFrame(unsigned char* buffer) {
     if (buffer == nullptr) return MFI_BAD_ARGUMENT;
     m_buffer = buffer;
-    LoopMark loop(*this);
+    fileinfo_detail::LoopMark loop(*this);
 
     for (;;) {
         if (m_bufferSize <= kAtomHeaderSize || m_cursor >= m_bufferSize - kAtomHeaderSize) break;
@@ -744,70 +489,15 @@ int Mp4Info::InflateMovieHeader(unsigned char* atom) {
     FILE* temp = fileinfo_detail::OpenClaimedTempFile(this, m_tempPath);
     if (temp == nullptr) return kWalkFailed;
 
-    z_stream stream;
-    memset(&stream, 0, sizeof stream);
-    stream.zalloc = Z_NULL;
-    stream.zfree = Z_NULL;
-    stream.opaque = Z_NULL;
-    stream.next_in = Z_NULL;
-    stream.avail_in = 0;
-    if (inflateInit(&stream) != Z_OK) {
-        fclose(temp);
-        return kWalkFailed;
-    }
-
-    int chunk = compressedLength < kInflateChunk ? compressedLength : kInflateChunk;
-    unsigned char* input = static_cast<unsigned char*>(calloc(static_cast<size_t>(chunk), 1));
-    unsigned char* output = static_cast<unsigned char*>(calloc(static_cast<size_t>(chunk), 1));
-    if (input == nullptr || output == nullptr) {
-        free(input);
-        free(output);
-        inflateEnd(&stream);
+    // To the first compressed byte.
+    const unsigned int toData = m_cursor + static_cast<unsigned int>(i) - m_bufferSize;
+    const fileinfo_detail::InflateResult inflated =
+        fileinfo_detail::InflateInto(m_file, temp, toData, compressedLength, &m_movieEnd);
+    if (inflated == fileinfo_detail::InflateResult::kNotStarted) {
         fclose(temp);  // the flag stays clear: the file is not ours to delete
         return kWalkFailed;
     }
-
-    // To the first compressed byte.
-    SeekRelative(m_file, m_cursor + static_cast<unsigned int>(i) - m_bufferSize);
-    size_t got = fread(input, 1, static_cast<size_t>(chunk), m_file);
-    compressedLength -= static_cast<int>(got);
-    stream.next_in = input;
-    stream.avail_in = static_cast<unsigned int>(chunk);  // what was asked for, not what came
-
-    int result = kWalkOn;
-    for (;;) {
-        do {
-            stream.next_out = output;
-            stream.avail_out = static_cast<unsigned int>(chunk);
-            const int z = inflate(&stream, Z_NO_FLUSH);
-            if (z == Z_STREAM_ERROR || z == Z_NEED_DICT || z == Z_DATA_ERROR || z == Z_MEM_ERROR) {
-                result = kWalkFailed;
-                break;
-            }
-            result = kWalkOn;
-            const size_t produced = static_cast<size_t>(chunk) - stream.avail_out;
-            if (produced > 0 && fwrite(output, 1, produced, temp) != produced) {
-                result = kWalkFailed;
-                break;
-            }
-            m_movieEnd += static_cast<double>(produced);
-        } while (stream.avail_out == 0);
-        // A failed stream fails every further call alike: nothing more to gain.
-        if (result == kWalkFailed) break;
-        if (compressedLength < 1) break;
-        memset(input, 0, static_cast<size_t>(chunk));
-        if (compressedLength < chunk) chunk = compressedLength;
-        got = fread(input, 1, static_cast<size_t>(chunk), m_file);
-        // At the file's end the count would never fall: the data is all here.
-        if (got == 0) break;
-        compressedLength -= static_cast<int>(got);
-        stream.next_in = input;
-        stream.avail_in = static_cast<unsigned int>(chunk);
-    }
-    inflateEnd(&stream);
-    free(input);
-    free(output);
-    fflush(temp);
+    const int result = inflated == fileinfo_detail::InflateResult::kFailed ? kWalkFailed : kWalkOn;
 
     // From here on the inflated "moov" is the file walked, from its start:
     // a cursor at the buffer's end makes the walker refill at once.
@@ -945,9 +635,9 @@ char* Mp4Info::GetType(char* entryType) {
         char* field;
         const char* name;
     } kinds[] = {
-        {"mp4v", r->fileType, FormatType[3]},   {"s263", r->fileType, FormatType[4]},
-        {"avc1", r->fileType, FormatType[5]},   {"samr", r->audioCodec, FormatType[0]},
-        {"sawb", r->audioCodec, FormatType[1]}, {"alac", r->fileType, FormatType[6]},
+        {"mp4v", r->fileType, FormatType[kFormatMpeg4]},   {"s263", r->fileType, FormatType[kFormatH263]},
+        {"avc1", r->fileType, FormatType[kFormatH264]},   {"samr", r->audioCodec, FormatType[kFormatAmr]},
+        {"sawb", r->audioCodec, FormatType[kFormatAmrWb]}, {"alac", r->fileType, FormatType[kFormatAppleLossless]},
     };
     for (const auto& kind : kinds) {
         if (Same4(entryType, kind.entry)) {
@@ -957,11 +647,11 @@ char* Mp4Info::GetType(char* entryType) {
     }
     if (Same4(entryType, "mp4a")) {
         // A video track walked before keeps its codec as the file's type.
-        if (r->fileType[0] == '\0') CopyField(r->fileType, FormatType[2]);
-        CopyField(r->audioCodec, FormatType[2]);
+        if (r->fileType[0] == '\0') CopyField(r->fileType, FormatType[kFormatAac]);
+        CopyField(r->audioCodec, FormatType[kFormatAac]);
         return r->audioCodec;
     }
-    CopyField(r->fileType, FormatType[7]);
+    CopyField(r->fileType, FormatType[kFormatUnknown]);
     return r->fileType;
 }
 
@@ -1002,128 +692,37 @@ int Mp4Info::ReadBitRate(unsigned char* p) {
 
 int Mp4Info::GetMp4aType(unsigned char* objectType, int esdsSize) {
     if (objectType == nullptr || m_fileInfo == nullptr) return -1;
-    char* field = m_fileInfo->audioFormat;
-    const unsigned char type = objectType[0];
-    const char* name = nullptr;
-    if (type == kObjectTypeMovAac) {
-        name = "AAC from .mov";
-    } else if (type == kObjectTypeMpeg4Audio) {
-        const unsigned int k = (Same4(m_handlerName, "Appl") || esdsSize == kAppleEsdsSize)
-                                   ? kDsiLengthLong
-                                   : kDsiLengthShort;
-        if (objectType[k] < kMinAudioConfigLength) {
-            name = "MPEG-4 (no GAConfig)";
-        } else {
-            const unsigned int aot = objectType[k + 1] >> kAudioObjectTypeShift;
-            // 8 is refused although the table names it.
-            if (aot == 0 || aot == 8 || aot == 10 || aot == 11 || aot > kLastNamedAudioObjectType) {
-                name = "MPEG-4 Unknown Profile";
-            } else {
-                name = Mpeg4AudioFormat[aot - 1];
-            }
-        }
-    } else {
-        // The MPEG-4 names by the position in the other list, as hosts know them.
-        for (size_t i = 0; i < sizeof MpegAudioTypes; ++i) {
-            if (MpegAudioTypes[i] == type) name = Mpeg4AudioFormat[i];
-        }
-    }
-    // An unnamed row leaves the field as it is.
-    if (name != nullptr && name[0] != '\0') CopyField(field, name);
+    const bool longLength = Same4(m_handlerName, "Appl") || esdsSize == kAppleEsdsSize;
+    fileinfo_detail::DecodeEsdsAudio({objectType, Readable(objectType, SIZE_MAX)}, longLength, *m_fileInfo);
     return 0;
 }
 
 int Mp4Info::GetMp4vType(unsigned char* objectType) {
     if (objectType == nullptr || m_fileInfo == nullptr) return -1;
-    if (objectType[0] != kObjectTypeMpeg4Visual) {
-        for (size_t i = 0; i < sizeof MpegVideoTypes; ++i) {
-            if (MpegVideoTypes[i] == objectType[0]) {
-                CopyField(m_fileInfo->videoFormat, Mpeg4VideoFormat[i]);
-            }
-        }
-        return 0;
-    }
-    const unsigned char profileLevel =
-        m_hasIods != 0 ? m_visualProfile : GetProfileLevel(objectType + kVisualDecoderInfoOffset);
-    const char* name = GetProfileName(profileLevel);
-    if (name == nullptr) {
-        CopyField(m_fileInfo->videoFormat, "MPEG-4 Unknown Profile");
-        return 0;
-    }
-    CopyField(m_fileInfo->videoFormat, name);
-    const size_t length = strlen(name);
-    if (length >= 3 && name[length - 2] == 'L') {
-        const char last = name[length - 1];
-        m_fileInfo->profileLevelId =
-            static_cast<unsigned short>(last >= '0' && last <= '9' ? last - '0' : 0);
-    }
+    // An "iods" names the profile for the whole movie.
+    const int iodsProfile = m_hasIods != 0 ? m_visualProfile : -1;
+    fileinfo_detail::DecodeEsdsVideo({objectType, Readable(objectType, SIZE_MAX)}, iodsProfile, *m_fileInfo);
     return 0;
 }
 
 unsigned char Mp4Info::GetProfileLevel(unsigned char* decoderInfo) {
     if (decoderInfo == nullptr) return 0;
-    const size_t readable = Readable(decoderInfo, SIZE_MAX);
-    const unsigned int n = decoderInfo[0];
-    for (unsigned int i = 0; i < n; ++i) {
-        // The start code and the byte after it must lie in the buffer.
-        if (1 + i + kStartCodeSize + 1 > readable) break;
-        if (ReadWord(decoderInfo + 1 + i) == kVisualObjectSequenceStart) {
-            return decoderInfo[1 + i + kStartCodeSize];
-        }
-    }
-    return 0;
+    return fileinfo_detail::FindVisualProfileLevel({decoderInfo, Readable(decoderInfo, SIZE_MAX)});
 }
 
 char* Mp4Info::GetProfileName(unsigned char profileLevel) {
-    const char* name = nullptr;
-    for (const VideoProfile& row : VideoProfileName) {
-        if (row.profileLevel == profileLevel) name = row.name;
-    }
-    return const_cast<char*>(name);
+    return const_cast<char*>(fileinfo_detail::VisualProfileName(profileLevel));
 }
 
-int Mp4Info::GetAvcType(unsigned char* c) {
-    if (c == nullptr || m_fileInfo == nullptr) return -1;
-    const char* profile = "";
-    switch (c[kAvcProfileByte]) {
-        case 66: profile = "Baseline"; break;
-        case 77: profile = "Main"; break;
-        case 88: profile = "Extended"; break;
-        case 100: profile = "High"; break;
-        case 110: profile = "High 10"; break;
-        case 122: profile = "High 4:2:2"; break;
-        case 144: profile = "High 4:4:4"; break;
-        default: break;
-    }
-    m_fileInfo->profile = c[kAvcProfileByte];
-
-    const unsigned int level = c[kAvcLevelByte];
-    char levelText[16];
-    switch (level) {
-        case 10: case 20: case 30: case 40: case 50:
-            snprintf(levelText, sizeof levelText, "%u", level / 10);
-            break;
-        case 11: case 12: case 13: case 21: case 22: case 31: case 32: case 41: case 42: case 51:
-            snprintf(levelText, sizeof levelText, "%u.%u", level / 10, level % 10);
-            break;
-        default:
-            snprintf(levelText, sizeof levelText, "unknown");
-            break;
-    }
-    if (c[kAvcCompatibilityByte] == kConstrainedCompatibility || c[kAvcFirstSpsByte] == kSpsNalHeader) {
-        CopyField(m_fileInfo->fileType, H264LCFileType[0]);
-    }
-    m_fileInfo->level = static_cast<unsigned short>(level);
-    char format[MEDIA_TEXT_SIZE];
-    snprintf(format, sizeof format, "H264 %s@L%s", profile, levelText);
-    CopyField(m_fileInfo->videoFormat, format);
+int Mp4Info::GetAvcType(unsigned char* avcConfig) {
+    if (avcConfig == nullptr || m_fileInfo == nullptr) return -1;
+    fileinfo_detail::DecodeAvcConfig({avcConfig, Readable(avcConfig, SIZE_MAX)}, *m_fileInfo);
     return 0;
 }
 
 int Mp4Info::GetAlacType(unsigned char* alacConfig) {
     if (alacConfig == nullptr || m_fileInfo == nullptr) return -1;
-    CopyField(m_fileInfo->audioFormat, AppleLosslessAudioFormat[0]);
-    m_fileInfo->bitsPerSample = alacConfig[kAlacBitDepthByte];
+    fileinfo_detail::DecodeAlacConfig({alacConfig, Readable(alacConfig, SIZE_MAX)}, *m_fileInfo);
     return 0;
 }
 
@@ -1189,11 +788,11 @@ int Mp4Info::GetMp4MusicInfo(unsigned char* items, unsigned int ilstSize) {
     const unsigned char* walk = items;
     size_t region = Readable(items, ilstSize);
     unsigned char* copy = nullptr;
-    bool reread = false;
     long remembered = 0;
 
     // Unsigned 32-bit sum, as the positions are.
-    if (ilstSize != 0 && m_cursor + ilstSize > m_bufferSize) {
+    const bool reread = ilstSize != 0 && m_cursor + ilstSize > m_bufferSize;
+    if (reread) {
         // The list runs out of the buffer: read it again whole, from the
         // "ilst" header on (so its first pass meets "ilst" as an item name
         // and stops: a list that crosses the buffer yields no items).
@@ -1220,35 +819,11 @@ int Mp4Info::GetMp4MusicInfo(unsigned char* items, unsigned int ilstSize) {
             // Nothing read: the copy would be zeroes, which hold no item.
             region = 0;
         }
-        reread = true;
     }
 
-    // 64-bit, so a huge data size ends the walk instead of wrapping back.
-    unsigned long long pos = 0;
-    while (pos < ilstSize) {
-        // Name, data size and the "data" type must be readable.
-        if (pos + kItemHeaderSize + kDataTypeOffset + kFourCc > region) break;
-        const char* name = reinterpret_cast<const char*>(walk + pos + kItemNameOffset);
-        pos += kItemHeaderSize;
-        const unsigned int dataSize = ReadWord(const_cast<unsigned char*>(walk + pos));
-        if (dataSize < kMinDataSize || !Same4(walk + pos + kDataTypeOffset, "data")) break;
-        pos += kDataHeaderSize;
-        const unsigned long long valueSize = dataSize - kDataHeaderSize;
-        // A value may announce more than was read: only its bytes inside what
-        // was read are copied, the rest count as zeroes. The text ends at the
-        // first of them, so nothing of the announced size is allocated.
-        const size_t present = pos >= region ? 0 : static_cast<size_t>(std::min<unsigned long long>(valueSize, region - pos));
-        // Binary values (track and genre numbers, pictures) start with 0.
-        if (present > 0 && walk[pos] != 0) {
-            char* value = static_cast<char*>(calloc(present + 1, 1));
-            if (value != nullptr) {
-                memcpy(value, walk + pos, present);
-                SaveMp4Id3Info(name, value);
-                free(value);
-            }
-        }
-        pos += valueSize;
-    }
+    fileinfo_detail::WalkIlstItems(walk, ilstSize, region, [this](const char* name, const char* value) {
+        SaveMp4Id3Info(name, value);
+    });
 
     if (reread) {
         free(copy);
@@ -1256,6 +831,10 @@ int Mp4Info::GetMp4MusicInfo(unsigned char* items, unsigned int ilstSize) {
     }
     return 1;
 }
+
+// The first eight are item names after their 0xA9 prefix.
+const char* const Mp4Info::ILST_TAG[10] = {"nam", "cmt", "day", "ART", "trk",
+                                           "alb", "wrt", "com", "gnre", "trkn"};
 
 void Mp4Info::SaveMp4Id3Info(const char* itemName, const char* value) {
     if (itemName == nullptr || value == nullptr || m_fileInfo == nullptr) return;

@@ -3,14 +3,18 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "detail/ByteOrder.h"
+#include "detail/ReaderLoad.h"
+
 const char* const PCM_FORMAT[5] = {"PCM", "MULAW", "IBM_ALAW", "IBM_ADPCM", "UNKNOWN"};
 const char* const RiffTag = "RIFF";
 const char* const WavTag = "WAVE";
 
 namespace {
 
-// Offsets of the canonical header. The numbers are taken in host order, as
-// they lie in the bytes: RIFF is little-endian and so are the hosts served.
+// Offsets of the canonical header. The numbers are deliberately taken in
+// host order (Host16/Host32), as they lie in the bytes, not with Le16/Le32:
+// RIFF is little-endian and so are the hosts served.
 constexpr int kRiffIdOffset = 0;
 constexpr int kRiffSizeOffset = 4;
 constexpr int kFormTypeOffset = 8;
@@ -25,25 +29,16 @@ constexpr unsigned int kHeaderBytesInRiffSize = 36;
 // The duration divisor is bits per second, i.e. bytes per eight seconds.
 constexpr unsigned int kMsPerEightSeconds = 8000;
 
-unsigned int HostU32(const unsigned char* p) {
-    unsigned int v;
-    memcpy(&v, p, sizeof v);
-    return v;
-}
-
-unsigned int HostU16(const unsigned char* p) {
-    unsigned short v;
-    memcpy(&v, p, sizeof v);
-    return v;
-}
+// Rows of PCM_FORMAT.
+enum PcmFormatRow { kPcmRow, kMulawRow, kIbmAlawRow, kIbmAdpcmRow, kUnknownFormatRow };
 
 const char* FormatName(unsigned int formatTag) {
     switch (formatTag) {
-        case 0x001: return PCM_FORMAT[0];
-        case 0x101: return PCM_FORMAT[1];
-        case 0x102: return PCM_FORMAT[2];
-        case 0x103: return PCM_FORMAT[3];
-        default: return PCM_FORMAT[4];
+        case 0x001: return PCM_FORMAT[kPcmRow];
+        case 0x101: return PCM_FORMAT[kMulawRow];
+        case 0x102: return PCM_FORMAT[kIbmAlawRow];
+        case 0x103: return PCM_FORMAT[kIbmAdpcmRow];
+        default: return PCM_FORMAT[kUnknownFormatRow];
     }
 }
 
@@ -59,11 +54,9 @@ int WavInfo::LoadFile(const char* path) {
     if (path == nullptr) return MFI_BAD_ARGUMENT;
     // A load that failed to open the file left its path copy but no
     // record: release it too, so nothing leaks.
-    if (m_fileInfo != nullptr || m_filePath != nullptr) Destory();
+    if (fileinfo_detail::HoldsEarlierLoad(*this)) Destory();
 
-    m_filePath = strdup(path);
-    m_file = OpenForReading(path);
-    if (m_file == nullptr) return MFI_OPEN_FAILED;
+    if (!fileinfo_detail::OpenForLoad(*this, path)) return MFI_OPEN_FAILED;
 
     int result;
     if (fseek(m_file, 0, SEEK_SET) != 0) {
@@ -73,14 +66,13 @@ int WavInfo::LoadFile(const char* path) {
     } else {
         // Constructed, then cleared whole: every field of a WAV record starts 0.
         memset(static_cast<void*>(m_fileInfo), 0, sizeof *m_fileInfo);
-        GetFileStorageInfo(&m_fileInfo, path, m_file);
+        fileinfo_detail::MeasureFile(*this, path);
         result = fread(m_header, 1, kHeaderSize, m_file) == kHeaderSize ? GetInfo()
                                                                          : MFI_UNREADABLE;
         // Also a rejected file keeps its size and its name as title.
         ApplyTitleFallback();
     }
-    fclose(m_file);
-    m_file = nullptr;
+    fileinfo_detail::CloseLoadedFile(*this);
     return result;
 }
 
@@ -90,12 +82,12 @@ int WavInfo::GetInfo() {
         memcmp(m_header + kFormTypeOffset, WavTag, 4) != 0) {
         return MFI_NOT_THIS_FORMAT;
     }
-    const unsigned int riffSize = HostU32(m_header + kRiffSizeOffset);
-    const unsigned int channels = HostU16(m_header + kChannelsOffset);
-    const unsigned int sampleRate = HostU32(m_header + kSampleRateOffset);
-    const unsigned int bitsPerSample = HostU16(m_header + kBitsPerSampleOffset);
+    const unsigned int riffSize = fileinfo_detail::Host32(m_header + kRiffSizeOffset);
+    const unsigned int channels = fileinfo_detail::Host16(m_header + kChannelsOffset);
+    const unsigned int sampleRate = fileinfo_detail::Host32(m_header + kSampleRateOffset);
+    const unsigned int bitsPerSample = fileinfo_detail::Host16(m_header + kBitsPerSampleOffset);
 
-    CopyField(m_fileInfo->audioFormat, FormatName(HostU16(m_header + kFormatTagOffset)));
+    CopyField(m_fileInfo->audioFormat, FormatName(fileinfo_detail::Host16(m_header + kFormatTagOffset)));
     // The channel count is deliberately not part of this figure.
     m_fileInfo->bitRate = bitsPerSample * sampleRate;
     if (channels != 0) CopyField(m_fileInfo->channelMode, GetChannel(channels));

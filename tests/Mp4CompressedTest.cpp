@@ -18,11 +18,10 @@
 #include "Mp4Info.h"
 #include "Mp4Load.h"
 #include "Mutation.h"
+#include "TempBinTest.h"
 #include "TestFiles.h"
 
 namespace {
-
-const char* const kTempBin = "/temp.bin";
 
 bool Exists(const char* path) { return access(path, F_OK) == 0; }
 
@@ -45,31 +44,13 @@ void ExpectPlainValues(const MediaFileInfo_st& r) {
     EXPECT_STREQ(r.title, "movie");
 }
 
-class CompressedMovie : public testing::Test {
+class CompressedMovie : public TempBinTest {
 protected:
-    void SetUp() override {
-        lock_ = open("/tmp/fileinfo-temp-bin.lock", O_CREAT | O_RDWR, 0666);
-        ASSERT_GE(lock_, 0);
-        ASSERT_EQ(flock(lock_, LOCK_EX), 0);
-        remove(kTempBin);
-        FILE* probe = fopen(kTempBin, "wb");
-        if (probe == nullptr) GTEST_SKIP() << "the file-system root is not writable here";
-        fclose(probe);
-        remove(kTempBin);
-    }
-    void TearDown() override {
-        if (lock_ < 0) return;
-        remove(kTempBin);
-        flock(lock_, LOCK_UN);
-        close(lock_);
-    }
-
     std::string Write(const Bytes& file, const std::string& name = "movie.mov") {
         return dir_.write(name, file);
     }
 
     TempDir dir_;
-    int lock_ = -1;
 };
 
 TEST_F(CompressedMovie, IsInflatedIntoTempBinAndWalked) {

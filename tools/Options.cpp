@@ -5,6 +5,7 @@
 
 #include "Columns.h"
 #include "FileInfoVersion.h"
+#include "SafeEdit.h"
 
 namespace fileinfo {
 
@@ -147,12 +148,24 @@ void DeclareOptions(CLI::App& app, Options& o) {
 
     auto* tags = "Tags";
     CLI::Option* set = app.add_option("--set", o.assignments,
-                                      "FIELD=VALUE: write a tag into one MP3 or AAC file (repeatable; FIELD: title, "
-                                      "artist, album, genre, year, comment, composer, lyrics, track)")
+                                      "FIELD=VALUE: write a tag into MP3 and AAC files (repeatable; FIELD: " +
+                                          TagFieldNames() + ")")
                            ->allow_extra_args(false)
                            ->excludes(device)
                            ->group(tags);
-    app.add_flag("--no-backup", o.noBackup, "with --set: do not copy the file to PATH.bak first")->needs(set)->group(tags);
+    app.add_flag("--dry-run", o.dryRun, "with --set: show what the edit would change, change nothing")
+        ->needs(set)
+        ->group(tags);
+    app.add_flag("--force", o.force, "with --set: write also when more than the fields given changes")
+        ->needs(set)
+        ->group(tags);
+    app.add_flag("--no-backup", o.noBackup, "with --set: keep no backup (song.orig.mp3) of the original")
+        ->needs(set)
+        ->group(tags);
+    app.add_flag("--restore", o.restore, "put the backups given as paths back in place of their originals")
+        ->excludes(set)
+        ->excludes(device)
+        ->group(tags);
 }
 
 int ParseCommandLine(CLI::App& app, Options& o, int argc, char** argv) {

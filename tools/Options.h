@@ -44,9 +44,12 @@ struct Options {
     bool hidden = false;
     unsigned jobs = 0;
     ProgressMode progress = ProgressMode::kAuto;
-    // --set
+    // --set and --restore
     std::vector<std::string> assignments;
     bool noBackup = false;
+    bool dryRun = false;
+    bool force = false;
+    bool restore = false;
 };
 
 // Declares every option on `app`, which the caller may give subcommands of

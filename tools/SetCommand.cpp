@@ -1,218 +1,162 @@
 #include "SetCommand.h"
 
+#include <signal.h>
+
 #include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <system_error>
 
-#include "AacInfo.h"
-#include "JsonLine.h"
-#include "MediaFileInfo.h"
-#include "Mp3Info.h"
-#include "RecordFields.h"
-#include "Scan.h"
-#include "Text.h"
-#include "Views.h"
+#include "SafeEdit.h"
 
 namespace fs = std::filesystem;
 
-namespace fileinfo {
-
 namespace {
 
-// ---- --set: write tags through the library, then show what it reads back ----
-
-// The tag fields --set knows, and where each goes in the record.
-struct SetField {
-    const char* name;
-    char (MediaFileInfo_st::*text)[MEDIA_TEXT_SIZE];  // null for the track
+struct Tally {
+    int changed = 0;
+    int refused = 0;
+    int failed = 0;
+    int skipped = 0;
+    std::vector<std::string> problems;  // "PATH: reason" of each file refused or failed
 };
 
-const SetField kSetFields[] = {
-    {"title", &MediaFileInfo_st::title},       {"artist", &MediaFileInfo_st::artist},
-    {"album", &MediaFileInfo_st::album},       {"genre", &MediaFileInfo_st::genre},
-    {"year", &MediaFileInfo_st::year},         {"comment", &MediaFileInfo_st::comment},
-    {"composer", &MediaFileInfo_st::composer}, {"lyrics", &MediaFileInfo_st::lyrics},
-    {"track", nullptr},
-};
-
-// One FIELD=VALUE, checked and ready for the record: texts in the record's
-// 8-bit form, the track as a number.
-struct TagEdit {
-    const SetField* field;
-    std::string text;
-    unsigned short track = 0;
-};
-
-const SetField* FindSetField(const std::string& name) {
-    for (const SetField& f : kSetFields)
-        if (name == f.name) return &f;
-    return nullptr;
+// Tests stop the tool at a named point of an edit (FILEINFO_TEST_STOP_AT=
+// "before-rename", say) to change the file or kill the tool right there.
+std::function<void(fileinfo::EditPoint)> TestStopHook() {
+    const char* at = getenv("FILEINFO_TEST_STOP_AT");
+    if (at == nullptr || *at == '\0') return nullptr;
+    const std::string point = at;
+    return [point](fileinfo::EditPoint p) {
+        if (point == fileinfo::EditPointName(p)) raise(SIGSTOP);
+    };
 }
 
-std::string SetFieldNames() {
-    std::string names;
-    for (const SetField& f : kSetFields) names += std::string(names.empty() ? "" : ", ") + f.name;
-    return names;
+std::string Lower(std::string text) {
+    for (char& c : text) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    return text;
 }
 
-// A track number: decimal digits only, 0 to 65535 (the record's 16 bits).
-bool ParseTrack(const std::string& value, unsigned short& track) {
-    if (value.empty()) return false;
-    unsigned long n = 0;
-    for (char c : value) {
-        if (c < '0' || c > '9') return false;
-        n = n * 10 + static_cast<unsigned long>(c - '0');
-        if (n > 65535) return false;  // also keeps long digit strings from overflowing
-    }
-    track = static_cast<unsigned short>(n);
-    return true;
+// In a folder, only MP3 and AAC files are edited: never a backup or a
+// temporary file of an edit, which carry the same extensions.
+bool IsEditable(const fs::path& file) {
+    const std::string extension = Lower(file.extension().string());
+    if (extension != ".mp3" && extension != ".aac") return false;
+    const std::string name = file.filename().string();
+    return !fileinfo::IsEditTempName(name) && fileinfo::OriginalOfBackup(name).empty();
 }
 
-// Checks every FIELD=VALUE before anything is read or written. On a
-// mistake, says what is wrong and returns false.
-bool ParseTagEdits(const std::vector<std::string>& assignments, std::vector<TagEdit>& edits, std::string& error) {
-    for (const std::string& assignment : assignments) {
-        const size_t equals = assignment.find('=');
-        const std::string name = assignment.substr(0, equals);
-        const SetField* field = FindSetField(name);
-        if (equals == std::string::npos || field == nullptr) {
-            error = "--set " + assignment + ": expected FIELD=VALUE with FIELD one of " + SetFieldNames();
-            return false;
+// The files to edit, in order: named files as they are, folders walked
+// (sorted, links to folders not followed). Other files are counted skipped.
+std::vector<std::string> FilesToEdit(const std::vector<std::string>& paths, Tally& tally) {
+    std::vector<std::string> files;
+    for (const std::string& path : paths) {
+        std::error_code error;
+        if (!fs::is_directory(path, error)) {
+            files.push_back(path);
+            continue;
         }
-        for (const TagEdit& e : edits) {
-            if (e.field == field) {
-                error = "--set: " + name + " is given more than once";
-                return false;
+        std::vector<std::string> found;
+        for (fs::recursive_directory_iterator it(path, fs::directory_options::skip_permission_denied, error), end;
+             !error && it != end; it.increment(error)) {
+            if (!it->is_regular_file(error)) continue;
+            if (IsEditable(it->path())) {
+                found.push_back(it->path().string());
+            } else {
+                ++tally.skipped;
             }
         }
-        const std::string value = assignment.substr(equals + 1);
-        TagEdit edit{field, std::string()};
-        if (field->text == nullptr) {
-            if (!ParseTrack(value, edit.track)) {
-                error = "--set track=" + value + ": the track is a decimal number from 0 to 65535";
-                return false;
-            }
-        } else if (!Utf8ToLatin1(value, edit.text)) {
-            error = "--set " + name + ": \"" + value + "\" has characters that 8-bit (Latin-1) tags cannot hold";
-            return false;
-        }
-        edits.push_back(edit);
+        if (error) std::cerr << "fileinfo: " << path << ": " << error.message() << "\n";
+        std::sort(found.begin(), found.end());
+        files.insert(files.end(), found.begin(), found.end());
     }
-    return true;
+    return files;
 }
 
-// Texts longer than a record field holds are cut to 127 characters.
-void ApplyTagEdits(const std::vector<TagEdit>& edits, MediaFileInfo_st& record) {
-    for (const TagEdit& e : edits) {
-        if (e.field->text == nullptr) {
-            record.trackNumber = e.track;
-        } else {
-            MediaFileInfoBase::CopyField(record.*(e.field->text), e.text.c_str());
-        }
+std::string Reason(const fileinfo::EditResult& result) {
+    return result.reason + (result.error != 0 ? std::string(": ") + strerror(result.error) : std::string());
+}
+
+void ReportProblem(const std::string& path, const fileinfo::EditResult& result, Tally& tally) {
+    ++(result.status == fileinfo::EditStatus::Refused ? tally.refused : tally.failed);
+    tally.problems.push_back(path + ": " + Reason(result));
+    std::cerr << "fileinfo: " << path << ": " << Reason(result)
+              << (result.touched ? "\n" : "; the file is unchanged\n");
+    if (result.status == fileinfo::EditStatus::Refused && !result.difference.empty())
+        std::cerr << fileinfo::DescribeDifference(result.difference);
+}
+
+void ReportDryRun(const std::string& path, const fileinfo::EditResult& result, const fileinfo::TagEdits& edits) {
+    std::cout << path << ": would change\n";
+    if (result.difference.empty()) std::cout << "  no difference\n";
+    std::cout << fileinfo::DescribeDifference(result.difference);
+    if (result.difference.GoesBeyond(edits)) std::cout << "  more than the fields given changes: needs --force\n";
+}
+
+void EditOne(const std::string& path, const fileinfo::TagEdits& edits, const SetCommandOptions& options,
+             Tally& tally) {
+    fileinfo::EditOptions editOptions;
+    editOptions.dryRun = options.dryRun;
+    editOptions.force = options.force;
+    editOptions.backup = options.backup;
+    editOptions.onPoint = TestStopHook();
+    const fileinfo::EditResult result = fileinfo::EditTags(path, edits, editOptions);
+    switch (result.status) {
+        case fileinfo::EditStatus::WouldChange:
+            ++tally.changed;
+            ReportDryRun(path, result, edits);
+            return;
+        case fileinfo::EditStatus::Changed:
+            ++tally.changed;
+            if (!result.backupPath.empty())
+                std::cerr << "fileinfo: backup of " << path << " kept as " << result.backupPath << "\n";
+            if (options.listFile) options.listFile(path);
+            return;
+        case fileinfo::EditStatus::Refused:
+        case fileinfo::EditStatus::Failed:
+            ReportProblem(path, result, tally);
+            return;
     }
 }
 
-bool StoresTags(MediaFileInfoBase* reader) {
-    return dynamic_cast<Mp3Info*>(reader) != nullptr || dynamic_cast<AacInfo*>(reader) != nullptr;
+// The counts, and, when there was more than one file, the files that were
+// not edited again: their messages may have scrolled away.
+int Summary(const Tally& tally, bool dryRun) {
+    std::cerr << "fileinfo: " << tally.changed << (dryRun ? " would change, " : " changed, ") << tally.refused
+              << " refused, " << tally.failed << " failed, " << tally.skipped << " skipped\n";
+    if (tally.changed + tally.refused + tally.failed > 1)
+        for (const std::string& problem : tally.problems) std::cerr << "  not edited: " << problem << "\n";
+    return tally.refused + tally.failed == 0 ? 0 : 1;
 }
 
-bool SameContents(const std::string& a, const std::string& b) {
-    std::ifstream first(a, std::ios::binary), second(b, std::ios::binary);
-    if (!first || !second) return false;
-    return std::equal(std::istreambuf_iterator<char>(first), std::istreambuf_iterator<char>(),
-                      std::istreambuf_iterator<char>(second), std::istreambuf_iterator<char>());
-}
-
-// The record as the library reads it back from the written file, printed
-// the same way as a plain listing.
-bool PrintReadBack(const std::string& path, bool json) {
-    ScanItem item;
-    item.path = path;
-    LoadInto(path, item);
-    const FileView file{item, nullptr};
-    if (json) {
-        JsonLineWriter().Write(std::cout, file, false);
-    } else {
-        WriteListing(std::cout, file, false, false, {});
-    }
-    return item.status == MFI_OK;
-}
-
-// fileinfo --set FIELD=VALUE... PATH: the exit status of the whole run.
-// The library rewrites tags in place and may grow the file by more than
-// the tag, or leave data duplicated; the original is kept in PATH.bak
-// unless --no-backup.
-int SetTags(const std::string& path, const std::vector<TagEdit>& edits, bool backup, bool json) {
-    std::error_code error;
-    if (!fs::is_regular_file(path, error)) {
-        std::cerr << "fileinfo: " << path << ": not a regular file; no tags written\n";
-        return 1;
-    }
-    MediaFileInfo facade;
-    const int loaded = facade.LoadFile(path.c_str());
-    if (loaded != MFI_OK || facade.GetFileInfo() == nullptr) {
-        std::cerr << "fileinfo: " << path << ": the file did not load (status " << loaded << ": "
-                  << MediaFileStatusText(loaded) << "); no tags written\n";
-        return 1;
-    }
-    MediaFileInfo_st record = *facade.GetFileInfo();
-    ApplyTagEdits(edits, record);
-
-    const std::string backupPath = path + ".bak";
-    if (backup) {
-        // An existing backup may be the only untouched copy: never replaced.
-        if (!fs::copy_file(path, backupPath, fs::copy_options::none, error)) {
-            std::cerr << "fileinfo: " << backupPath << ": cannot make the backup (" << error.message()
-                      << "); no tags written\n";
-            return 1;
+int Restore(const SetCommandOptions& options) {
+    Tally tally;
+    for (const std::string& backup : options.paths) {
+        const fileinfo::EditResult result = fileinfo::RestoreBackup(backup);
+        if (result.status == fileinfo::EditStatus::Changed) {
+            ++tally.changed;
+            std::cerr << "fileinfo: " << result.path << " restored from " << backup << "\n";
+            continue;
         }
-        std::cerr << "fileinfo: backup of " << path << " written to " << backupPath << "\n";
+        ReportProblem(backup, result, tally);
     }
-
-    const int status = facade.SetId3Info(&record);
-    if (status == MFI_UNREADABLE) {
-        // Only the MP3 and AAC readers own a tag writer; from them 0 means
-        // the record's fields could not be taken.
-        if (StoresTags(facade.m_reader)) {
-            std::cerr << "fileinfo: " << path << ": the tag writer took none of the fields; nothing was written\n";
-        } else {
-            const std::string type = RecordText(record.fileType);
-            std::cerr << "fileinfo: " << path << ": the format of this file"
-                      << (type.empty() ? std::string() : " (" + type + ")") << " stores no tags; nothing was written\n";
-        }
-        // Nothing was written, so the backup is an identical copy.
-        if (backup && SameContents(path, backupPath) && fs::remove(backupPath, error)) {
-            std::cerr << "fileinfo: " << backupPath << " removed again\n";
-        }
-        return 1;
-    }
-    if (status != MFI_OK) {
-        std::cerr << "fileinfo: " << path << ": writing the tags failed (status " << status << ": "
-                  << MediaFileStatusText(status) << "); the file may be partly rewritten"
-                  << (backup ? "; the original is in " + backupPath : std::string()) << "\n";
-        return 1;
-    }
-    return PrintReadBack(path, json) ? 0 : 1;
+    return Summary(tally, false);
 }
 
 }  // namespace
 
-int RunSetCommand(const std::vector<std::string>& assignments, const std::vector<std::string>& paths, bool backup,
-                   bool json) {
-    std::vector<TagEdit> edits;
+int RunSetCommand(const SetCommandOptions& options) {
+    if (options.restore) return Restore(options);
+    fileinfo::TagEdits edits;
     std::string error;
-    if (!ParseTagEdits(assignments, edits, error)) {
+    if (!fileinfo::ParseTagEdits(options.assignments, edits, error)) {
         std::cerr << "fileinfo: " << error << "\n";
         return 2;
     }
-    if (paths.size() != 1) {
-        std::cerr << "fileinfo: --set writes into exactly one file; " << paths.size() << " paths given\n";
-        return 2;
-    }
-    return SetTags(paths.front(), edits, backup, json);
+    Tally tally;
+    for (const std::string& file : FilesToEdit(options.paths, tally)) EditOne(file, edits, options, tally);
+    return Summary(tally, options.dryRun);
 }
-
-}  // namespace fileinfo

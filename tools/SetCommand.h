@@ -1,19 +1,25 @@
-// fileinfo --set FIELD=VALUE... PATH: writes tags through the library,
-// then shows what it reads back.
+// fileinfo --set and --restore: tag edits through the shared safe edit.
 #ifndef FILEINFO_TOOLS_SETCOMMAND_H
 #define FILEINFO_TOOLS_SETCOMMAND_H
 
+#include <functional>
 #include <string>
 #include <vector>
 
-namespace fileinfo {
+struct SetCommandOptions {
+    std::vector<std::string> assignments;  // FIELD=VALUE, as typed
+    std::vector<std::string> paths;        // files and folders; backups with `restore`
+    bool restore = false;                  // put the backups in `paths` back
+    bool dryRun = false;
+    bool force = false;
+    bool backup = true;
+    // Lists one file as the tool lists it (text or JSON); false when it did
+    // not load. Called for every file edited, with the record read back.
+    std::function<bool(const std::string& path)> listFile;
+};
 
-// Checks the assignments and the one path (usage errors: exit status 2),
-// writes, and returns the exit status of the whole run. The original is
-// kept in PATH.bak when `backup`; the read-back is a JSON line with `json`.
-int RunSetCommand(const std::vector<std::string>& assignments, const std::vector<std::string>& paths, bool backup,
-                  bool json);
-
-}  // namespace fileinfo
+// The exit status of the whole run: 0 when every file was edited (or, with
+// dryRun, could be), 1 when one was refused or failed, 2 on a usage error.
+int RunSetCommand(const SetCommandOptions& options);
 
 #endif  // FILEINFO_TOOLS_SETCOMMAND_H

@@ -391,6 +391,19 @@ void WriteListing(std::ostream& out, const FileView& file, bool allFields, bool 
     }
 }
 
+bool ShowReadBack(std::ostream& out, const std::string& path, bool json) {
+    ScanItem item;
+    item.path = path;
+    LoadInto(path, item);
+    const FileView file{item, nullptr};
+    if (json) {
+        JsonLineWriter().Write(out, file, false);
+    } else {
+        WriteListing(out, file, false, false, {});
+    }
+    return item.status == MFI_OK;
+}
+
 std::string HoursMinutesSeconds(unsigned long ms) {
     const unsigned long s = ms / 1000;
     char text[48];

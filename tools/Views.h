@@ -46,6 +46,10 @@ std::string ForTerminal(const std::string& utf8);
 void WriteListing(std::ostream& out, const FileView& file, bool allFields, bool explain,
                   const std::vector<std::string>& columns);
 
+// Loads one file and shows it as a listing, or as a JSON line with
+// `json`: what --set shows of a file it edited. False when it did not load.
+bool ShowReadBack(std::ostream& out, const std::string& path, bool json);
+
 // Durations for people: h:mm:ss, and m:ss.mmm in the listing.
 std::string HoursMinutesSeconds(unsigned long ms);
 

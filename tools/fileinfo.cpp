@@ -7,11 +7,13 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <iostream>
 
 #include "Options.h"
 #include "ScanCommand.h"
 #include "SetCommand.h"
 #include "ToolOutput.h"
+#include "Views.h"
 
 namespace {
 
@@ -32,9 +34,17 @@ int main(int argc, char** argv) {
     fileinfo::DeclareOptions(app, options);
     const int parsed = fileinfo::ParseCommandLine(app, options, argc, argv);
     if (parsed >= 0) return parsed;
-    if (!options.assignments.empty()) {
-        return fileinfo::RunSetCommand(options.assignments, options.paths, !options.noBackup,
-                                       options.format == fileinfo::Format::kJson);
+    if (!options.assignments.empty() || options.restore) {
+        SetCommandOptions set;
+        set.assignments = options.assignments;
+        set.paths = options.paths;
+        set.restore = options.restore;
+        set.dryRun = options.dryRun;
+        set.force = options.force;
+        set.backup = !options.noBackup;
+        const bool json = options.format == fileinfo::Format::kJson;
+        set.listFile = [json](const std::string& path) { return fileinfo::ShowReadBack(std::cout, path, json); };
+        return RunSetCommand(set);
     }
     return fileinfo::RunScanCommand(options, output.Terminal(), output.Terminal() ? TerminalWidth(output.Fd()) : 0);
 }

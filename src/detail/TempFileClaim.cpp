@@ -13,10 +13,13 @@
 
 namespace {
 
-// What one reader holds: a descriptor that keeps the lock (-1 once the load
-// released it) and which file it wrote.
+// What one reader holds: a descriptor of the file it wrote, which holds the
+// lock while its load runs and, open until the file is removed, keeps the
+// file's inode from being reused by another file of the same name; and
+// which file that is.
 struct Claim {
-    int lockFd = -1;
+    int fd = -1;
+    bool locked = false;
     dev_t device = 0;
     ino_t inode = 0;
 };
@@ -41,18 +44,19 @@ FILE* Fail(int fd, int error) {
 }
 
 // A file this process may empty and later delete: a plain file of ours with
-// no other name, so that no other file is reached through it.
+// no other name, so that no other file is reached through it. No name at
+// all is fine: the load before removed it while this one waited for it.
 int RefuseForeignFile(const struct stat& st) {
     if (!S_ISREG(st.st_mode)) return EINVAL;
-    if (st.st_nlink != 1 || st.st_uid != geteuid()) return EPERM;
+    if (st.st_nlink > 1 || st.st_uid != geteuid()) return EPERM;
     return 0;
 }
 
-// The lock this owner holds, if any.
+// Whether this owner's load holds the lock already.
 bool HoldsLock(const void* owner) {
     std::lock_guard<std::mutex> guard(ClaimsMutex());
     const auto it = Claims().find(owner);
-    return it != Claims().end() && it->second.lockFd >= 0;
+    return it != Claims().end() && it->second.locked;
 }
 
 }  // namespace
@@ -98,8 +102,9 @@ FILE* OpenClaimedTempFile(const void* owner, const char* path) {
     std::lock_guard<std::mutex> guard(ClaimsMutex());
     Claim& claim = Claims()[owner];
     if (keeper >= 0) {
-        if (claim.lockFd >= 0) close(claim.lockFd);
-        claim.lockFd = keeper;
+        if (claim.fd >= 0) close(claim.fd);
+        claim.fd = keeper;
+        claim.locked = true;
     }
     claim.device = st.st_dev;
     claim.inode = st.st_ino;
@@ -110,9 +115,9 @@ FILE* OpenClaimedTempFile(const void* owner, const char* path) {
 void ReleaseTempFileLock(const void* owner) {
     std::lock_guard<std::mutex> guard(ClaimsMutex());
     const auto it = Claims().find(owner);
-    if (it == Claims().end() || it->second.lockFd < 0) return;
-    close(it->second.lockFd);
-    it->second.lockFd = -1;
+    if (it == Claims().end() || !it->second.locked) return;
+    flock(it->second.fd, LOCK_UN);
+    it->second.locked = false;
 }
 
 void RemoveClaimedTempFile(const void* owner, const char* path) {
@@ -124,9 +129,10 @@ void RemoveClaimedTempFile(const void* owner, const char* path) {
         claim = it->second;
         Claims().erase(it);
     }
-    if (claim.lockFd >= 0) close(claim.lockFd);
     struct stat st;
     if (path != nullptr && lstat(path, &st) == 0 && st.st_dev == claim.device && st.st_ino == claim.inode) unlink(path);
+    // Only now may the inode go to another file.
+    if (claim.fd >= 0) close(claim.fd);
 }
 
 }  // namespace fileinfo_detail

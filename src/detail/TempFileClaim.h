@@ -19,7 +19,8 @@ namespace fileinfo_detail {
 FILE* OpenClaimedTempFile(const void* owner, const char* path);
 
 // The load of owner is done with the file: the lock goes, so the next load
-// may take the file; what was written stays until RemoveClaimedTempFile.
+// may take the file; what was written stays until RemoveClaimedTempFile,
+// and so does a descriptor of it.
 void ReleaseTempFileLock(const void* owner);
 
 // Removes path if it is still the file owner wrote (same device and inode),

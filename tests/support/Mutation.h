@@ -45,15 +45,9 @@ inline Bytes Mutate(const Bytes& seed, uint32_t n) {
     return b;
 }
 
+// A status is known when the library has a text of its own for it.
 inline bool IsKnownStatus(int status) {
-    switch (status) {
-        case MFI_UNREADABLE: case MFI_OK: case MFI_BAD_ARGUMENT: case MFI_NO_MEMORY:
-        case MFI_OPEN_FAILED: case MFI_SHORT_FILE: case MFI_SHORT_WRITE: case MFI_SEEK_FAILED:
-        case MFI_NOT_THIS_FORMAT:
-            return true;
-        default:
-            return false;
-    }
+    return strcmp(MediaFileStatusText(status), MediaFileStatusText(-1)) != 0;
 }
 
 // Every text field of the record holds its terminator within 128 bytes.

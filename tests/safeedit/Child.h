@@ -1,0 +1,122 @@
+// The fileinfo tool as a child process the test can stop, kill and
+// disturb, with environment variables of its own (the fault shim's, the
+// stop hook's), and whole-file helpers for the checks after each run.
+#ifndef FILEINFO_TESTS_SAFEEDIT_CHILD_H
+#define FILEINFO_TESTS_SAFEEDIT_CHILD_H
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "SafeEdit.h"
+
+extern char** environ;
+
+// Read in one piece: the kill test compares 50 MB files many times.
+inline std::string ReadFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary | std::ios::ate);
+    if (!in) return std::string();
+    std::string bytes(static_cast<size_t>(in.tellg()), '\0');
+    in.seekg(0);
+    in.read(&bytes[0], static_cast<std::streamsize>(bytes.size()));
+    return bytes;
+}
+
+inline void WriteFile(const std::string& path, const std::string& bytes) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+inline std::vector<std::string> NamesIn(const std::string& folder) {
+    std::vector<std::string> names;
+    if (DIR* dir = opendir(folder.c_str())) {
+        while (const dirent* entry = readdir(dir))
+            if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0) names.push_back(entry->d_name);
+        closedir(dir);
+    }
+    return names;
+}
+
+inline std::vector<std::string> TempFilesIn(const std::string& folder) {
+    std::vector<std::string> temps;
+    for (const std::string& name : NamesIn(folder))
+        if (fileinfo::IsEditTempName(name)) temps.push_back(name);
+    return temps;
+}
+
+inline std::vector<std::string> BackupsIn(const std::string& folder) {
+    std::vector<std::string> backups;
+    for (const std::string& name : NamesIn(folder))
+        if (!fileinfo::OriginalOfBackup(name).empty()) backups.push_back(folder + "/" + name);
+    return backups;
+}
+
+// Starts the tool with `arguments`; `environment` entries (KEY=VALUE) are
+// added to the test's own. Standard output and error go to the files.
+inline pid_t StartTool(const std::vector<std::string>& arguments, const std::vector<std::string>& environment,
+                       const std::string& outFile, const std::string& errFile) {
+    std::vector<std::string> env(environment);
+    for (char** e = environ; *e != nullptr; ++e) env.push_back(*e);
+    std::vector<std::string> args{FILEINFO_TOOL_PATH};
+    args.insert(args.end(), arguments.begin(), arguments.end());
+    const pid_t pid = fork();
+    if (pid != 0) return pid;
+    const int out = open(outFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    const int err = open(errFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    dup2(out, STDOUT_FILENO);
+    dup2(err, STDERR_FILENO);
+    std::vector<char*> argv, envp;
+    for (std::string& a : args) argv.push_back(&a[0]);
+    for (std::string& e : env) envp.push_back(&e[0]);
+    argv.push_back(nullptr);
+    envp.push_back(nullptr);
+    execve(argv[0], argv.data(), envp.data());
+    _exit(127);
+}
+
+// The exit status, or 128 + the signal that ended the child.
+inline int WaitTool(pid_t pid) {
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0) {
+        if (errno != EINTR) return -1;
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+// True when the child stopped itself (the stop hook); false when it ended.
+inline bool WaitStopped(pid_t pid, int& exitStatus) {
+    int status = 0;
+    while (waitpid(pid, &status, WUNTRACED) < 0) {
+        if (errno != EINTR) return false;
+    }
+    if (WIFSTOPPED(status)) return true;
+    exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return false;
+}
+
+struct ToolResult {
+    int exitCode = -1;
+    std::string out;
+    std::string err;
+};
+
+// Runs the tool to its end; its output is kept in files of `folder`.
+inline ToolResult RunToolIn(const std::string& folder, const std::vector<std::string>& arguments,
+                            const std::vector<std::string>& environment = {}) {
+    const std::string out = folder + "/stdout.txt", err = folder + "/stderr.txt";
+    ToolResult result;
+    result.exitCode = WaitTool(StartTool(arguments, environment, out, err));
+    result.out = ReadFile(out);
+    result.err = ReadFile(err);
+    return result;
+}
+
+#endif  // FILEINFO_TESTS_SAFEEDIT_CHILD_H
