@@ -33,7 +33,7 @@ _fileinfo() {
     if [[ $cur == -* ]]; then
         COMPREPLY=($(compgen -W "--format --json --fields --all-fields --summary --summary-only --progress
             --no-progress --from -0 --null --ext --hidden --strict --jobs --device --explain --only
-            --fail-unplayable --set --no-backup --version --help" -- "$cur"))
+            --fail-unplayable --set --dry-run --force --no-backup --restore --version --help" -- "$cur"))
         return
     fi
     COMPREPLY=($(compgen -f -- "$cur"))
