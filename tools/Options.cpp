@@ -195,6 +195,8 @@ int ParseCommandLine(CLI::App& app, Options& o, int argc, char** argv) {
         }
     }
     o.extensions = ExtensionList(o.extensions);
+    // A subcommand (added by the caller) takes its own arguments.
+    if (!app.get_subcommands().empty()) return -1;
     if (o.paths.empty() && o.from.empty()) {
         UsageError("no paths given: name files or folders, - or --from FILE");
         return kExitUsage;

@@ -56,9 +56,10 @@ struct Options {
 // its own.
 void DeclareOptions(CLI::App& app, Options& options);
 
-// Parses the command line into `options`. Returns -1 to go on, or the exit
-// status to end with (0 after --help or --version, 2 after a usage error,
-// which it has reported).
+// Parses the command line into `options`. Returns -1 to go on (then, when
+// app.get_subcommands() is not empty, with a subcommand to run), or the
+// exit status to end with (0 after --help or --version, 2 after a usage
+// error, which it has reported).
 int ParseCommandLine(CLI::App& app, Options& options, int argc, char** argv);
 
 // What --version prints: "fileinfo X.Y.Z (libFileInfo X.Y.Z)".
