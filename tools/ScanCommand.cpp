@@ -112,7 +112,7 @@ int RunScanCommand(Options o, bool terminal, unsigned width) {
         scanOptions.hidden = o.hidden;
         Scan scan(std::move(roots), scanOptions);
         progress.Start(scan);
-        if (!o.summaryOnly) view->Begin();
+        if (!o.summaryOnly) progress.Aside([&] { view->Begin(); });
         ScanItem item;
         while (!Interrupted() && scan.Next(item)) {
             Report(item, progress, state);

@@ -299,7 +299,8 @@ private:
         for (const TableColumn& c : columns_) {
             if (c.heading != "PATH" && c.heading != "path") others += 2 + (c.width ? c.width : 12);
         }
-        return std::clamp<size_t>(terminal > others ? terminal - others : 0, 16, 60);
+        // A narrow terminal wraps the line rather than losing the file's name.
+        return std::clamp<size_t>(terminal > others ? terminal - others : 0, 30, 60);
     }
 
     void WriteRow(const std::vector<std::string>& cells) {
