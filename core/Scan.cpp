@@ -67,6 +67,14 @@ bool ScanItem::Identified() const {
            (record.fileType[0] != '\0' || isAudio || isVideo);
 }
 
+std::string TypeLabel(const ScanItem& item) {
+    if (!item.Identified()) return std::string();
+    if (item.record.fileType[0] != '\0') return std::string(item.record.fileType, strnlen(item.record.fileType, MEDIA_TEXT_SIZE));
+    // Only the AAC reader identifies a stream without naming its type.
+    if (LowerExtension(item.path) == "aac") return "AAC";
+    return item.isVideo ? "video" : "audio";
+}
+
 void LoadInto(const std::string& path, ScanItem& item) {
     MediaFileInfo facade;
     MediaFileTakeTempFileError();  // only this load's failure counts

@@ -77,6 +77,12 @@ struct ScanItem {
     bool Identified() const;
 };
 
+// The file's type for people and for totals by type: the record's fileType;
+// "AAC" for an ADTS stream, which the AAC reader leaves without one; empty
+// when the file was not identified. Machine outputs keep the record's own
+// fileType.
+std::string TypeLabel(const ScanItem& item);
+
 // Loads one regular file the way the scan does, in the calling thread.
 void LoadInto(const std::string& path, ScanItem& item);
 

@@ -92,6 +92,16 @@ TEST_F(ScanTree, BytesNoReaderRecognisesLoadButAreNotIdentified) {
     EXPECT_FALSE(items[0].Identified());
 }
 
+TEST_F(ScanTree, TypeLabelNamesAdtsStreamsAacAndLeavesUnidentifiedFilesWithout) {
+    dir_.write("noise.mp3", Bytes(5000, 0x5A));
+    const std::vector<ScanItem> items = ScanAll({At("a.aac"), At("b.mp3"), At("m/z.m4a"), At("noise.mp3")});
+    ASSERT_EQ(items.size(), 4u);
+    EXPECT_EQ(TypeLabel(items[0]), "AAC");
+    EXPECT_EQ(TypeLabel(items[1]), "MP3");
+    EXPECT_EQ(TypeLabel(items[2]), "AppleLossless");
+    EXPECT_EQ(TypeLabel(items[3]), "");
+}
+
 TEST_F(ScanTree, HiddenFilesAreLoadedWhenAskedFor) {
     ScanOptions options;
     options.hidden = true;

@@ -83,7 +83,7 @@ TEST_F(Tool, ExplainSaysWhenTheDeviceListsNoType) {
 
 TEST_F(Tool, ExplainSaysWhenTheTypeIsNotADictionary) {
     TempDir dir;
-    const std::string caps = WriteCaps(dir, "<key>WAV</key>\n<string>yes</string>\n");
+    const std::string caps = WriteCaps(dir, "<dict>\n<key>WAV</key>\n<string>yes</string>\n</dict>\n");
     const nlohmann::json j = JsonOf("--device " + caps + " --explain " + Example("tone-mono.wav"));
     EXPECT_EQ(j["playable"], false);
     EXPECT_EQ(j["explanation"], "the device's WAV entry is not a dictionary");
@@ -134,6 +134,11 @@ TEST_F(Tool, VerdictAgreesWithTheLibraryOnCorruptedCapabilityLists) {
         const Bytes mutated = Mutate(Bytes(seed.begin(), seed.end()), n);
         const std::string text(mutated.begin(), mutated.end());
         const std::string caps = dir.write("caps.plist", mutated);
+        if (text.find("<dict>") == std::string::npos) {
+            // No property list at all: refused before any file is judged.
+            EXPECT_EQ(RunTool("--explain --device " + caps + " " + Example("tone-mono.wav")).exitCode, 2);
+            continue;
+        }
         const nlohmann::json j = JsonOf("--explain --device " + caps + " " + Example("tone-mono.wav"));
         SCOPED_TRACE(text);
         EXPECT_EQ(j["playable"], Judge(text, record) == 1);

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <random>
 #include <set>
@@ -62,18 +63,42 @@ ordered_json RecordJson(const MediaFileInfo_st& r) {
     return j;
 }
 
+// Whether a path is valid UTF-8: nlohmann's strict dump throws on anything else.
+bool IsUtf8(const std::string& text) {
+    try {
+        (void)nlohmann::json(text).dump();
+        return true;
+    } catch (const nlohmann::json::exception&) {
+        return false;
+    }
+}
+
+std::string HexOf(const std::string& bytes) {
+    std::string hex;
+    char two[3];
+    for (const char c : bytes) {
+        snprintf(two, sizeof two, "%02x", static_cast<unsigned char>(c));
+        hex += two;
+    }
+    return hex;
+}
+
 // The object a line shows for path: the library loads it here as well.
 ordered_json Expected(const std::string& path) {
     MediaFileInfo facade;
     const int status = facade.LoadFile(path.c_str());
     ordered_json j;
     j["path"] = path;
+    if (!IsUtf8(path)) j["path_bytes"] = HexOf(path);
     j["status"] = status;
     j["status_text"] = StatusTextOf(status);
     j["is_audio"] = facade.IsAudio() != 0;
     j["is_video"] = facade.IsVideo() != 0;
     j["has_tags"] = facade.HasId3Info() != 0;
     const MediaFileInfo_st* record = facade.GetFileInfo();
+    // A status of 1 with neither a file type nor a stream: no reader knew the bytes.
+    j["identified"] = status == MFI_OK && record != nullptr &&
+                      (record->fileType[0] != '\0' || facade.IsAudio() != 0 || facade.IsVideo() != 0);
     j["record"] = record != nullptr ? RecordJson(*record) : ordered_json(nullptr);
     return j;
 }
@@ -132,21 +157,38 @@ TEST_F(Tool, JsonEscapesQuotesBackslashesAndControlCharacters) {
     EXPECT_EQ(run.out, DumpLine(Expected(path)));
 }
 
-TEST_F(Tool, InvalidUtf8InAPathBecomesTheReplacementCharacter) {
+TEST_F(Tool, InvalidUtf8InAPathBecomesTheReplacementCharacterAndKeepsItsBytes) {
     TempDir dir;
     const std::string bad = dir.write("bad\xff.wav", SmallWav());
-    // Named, not walked, and cut short by the end of the path: one U+FFFD
-    // for the two bytes of an unfinished three-byte sequence.
-    const std::string cut = dir.write("cut\xe2\x82", Bytes(3, 'x'));
+    // Cut short by the end of the path: one U+FFFD for the two bytes of an
+    // unfinished three-byte sequence.
+    const std::string cut = dir.write("cut\xe2\x82.wav", SmallWav());
     const ToolRun run = RunTool("--json '" + bad + "' '" + cut + "'");
-    EXPECT_EQ(run.exitCode, 1);  // the second file has no extension: no reader takes it
+    EXPECT_EQ(run.exitCode, 0);
     const std::vector<std::string> lines = Lines(run.out);
     ASSERT_EQ(lines.size(), 2u) << run.out;
-    EXPECT_EQ(lines[0].rfind("{\"path\":\"" + dir.file("bad\xef\xbf\xbd.wav") + "\",", 0), 0u) << lines[0];
+    EXPECT_EQ(lines[0].rfind("{\"path\":\"" + dir.file("bad\xef\xbf\xbd.wav") + "\",\"path_bytes\":\"" + HexOf(bad) +
+                                 "\",",
+                             0),
+              0u)
+        << lines[0];
     EXPECT_NE(lines[0].find("\"title\":\"bad\xc3\xbf\","), std::string::npos) << lines[0];
     EXPECT_EQ(lines[0], DumpLine(Expected(bad)));
-    EXPECT_EQ(lines[1].rfind("{\"path\":\"" + dir.file("cut\xef\xbf\xbd") + "\",", 0), 0u) << lines[1];
+    EXPECT_EQ(lines[1].rfind("{\"path\":\"" + dir.file("cut\xef\xbf\xbd.wav") + "\",", 0), 0u) << lines[1];
     EXPECT_EQ(lines[1], DumpLine(Expected(cut)));
+    // The hex form gives the exact bytes back.
+    EXPECT_EQ(nlohmann::json::parse(lines[1])["path_bytes"], HexOf(cut));
+}
+
+TEST_F(Tool, NamedFileWithoutAReadersExtensionIsSkippedWithOneClearLine) {
+    TempDir dir;
+    const std::string readme = dir.write("README", Bytes(3, 'x'));
+    const std::string aiff = dir.write("song.aiff", Bytes(64, 'x'));
+    const ToolRun run = RunTool("--json " + readme + " " + aiff, dir.file("stderr.txt"));
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.err, "fileinfo: " + readme + ": no extension: the reader is chosen by the file's extension\n"
+                       "fileinfo: " + aiff + ": extension .aiff is not read; .aif is\n");
 }
 
 // One piece of a file name: plain, escaped, valid UTF-8 of every length,
@@ -176,7 +218,8 @@ TEST_F(Tool, JsonOfArbitraryByteNamesIsTheReplacingDumpInByteOrder) {
         for (int k = 1 + static_cast<int>(rng() % 6); k > 0; --k) name += NamePiece(rng);
         if (names.insert(name + ".wav").second) dir.write(name + ".wav", SmallWav());
     }
-    const ToolRun run = RunTool("--json " + dir.path().string());
+    // Names may start with a dot: --hidden walks those too.
+    const ToolRun run = RunTool("--json --hidden " + dir.path().string());
     EXPECT_EQ(run.exitCode, 0);
     EXPECT_GT(run.out.size(), 65536u);  // more than the tool's output buffer holds
     const std::vector<std::string> lines = Lines(run.out);
@@ -195,12 +238,14 @@ TEST_F(Tool, DirectoryEntriesAreWalkedInByteOrderOfTheirNames) {
         dir.write(name, SmallWav());
     }
     // A link to a file is listed under its own name; links to directories
-    // and links that lead nowhere are passed over.
+    // are passed over, and a link that leads nowhere is reported on
+    // standard error and fails the run.
     fs::create_symlink(dir.file("ab.wav"), dir.file("link.wav"));
     fs::create_directory_symlink(dir.file("a"), dir.file("link-dir"));
     fs::create_symlink(dir.file("gone.wav"), dir.file("dangling.wav"));
-    const ToolRun run = RunTool("--json " + dir.path().string());
-    EXPECT_EQ(run.exitCode, 0);
+    const ToolRun run = RunTool("--json " + dir.path().string(), dir.file("stderr.txt"));
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.err, "fileinfo: " + dir.file("dangling.wav") + ": No such file or directory\n");
     std::vector<std::string> paths;
     for (const std::string& line : Lines(run.out)) paths.push_back(nlohmann::json::parse(line)["path"]);
     const std::vector<std::string> expected = {

@@ -78,30 +78,31 @@ TEST_F(Tool, LibraryWarningsGoToStandardErrorNotIntoTheJsonLines) {
 
 namespace {
 
-TEST_F(Tool, LinesWithoutARecordBetweenFullOnesKeepEachLineItsOwn) {
-    // The tool reuses one JSON document from file to file; a file that
-    // names no reader (record null) must not disturb the lines around it.
+TEST_F(Tool, SkippedFilesBetweenFullOnesLeaveEachLineItsOwn) {
+    // A named file that no reader takes gives no line, only a message on
+    // standard error; the lines around it are whole and in order.
     TempDir dir;
     const std::string unknown = dir.write("notes.xyz", Bytes(3, 'a'));
     const std::string mono = std::string(FILEINFO_EXAMPLES_DIR) + "/tone-mono.wav";
     const std::string stereo = std::string(FILEINFO_EXAMPLES_DIR) + "/chord-8s.wav";
-    const ToolRun run = RunTool("--json " + mono + " " + unknown + " " + stereo + " " + unknown + " " + mono);
+    const ToolRun run = RunTool("--json " + mono + " " + unknown + " " + stereo + " " + unknown + " " + mono,
+                                dir.file("stderr.txt"));
+    EXPECT_EQ(run.exitCode, 1);
     std::vector<nlohmann::json> lines;
     size_t start = 0, end;
     while ((end = run.out.find('\n', start)) != std::string::npos) {
         lines.push_back(nlohmann::json::parse(run.out.substr(start, end - start)));
         start = end + 1;
     }
-    ASSERT_EQ(lines.size(), 5u);
+    ASSERT_EQ(lines.size(), 3u);
     EXPECT_EQ(lines[0]["record"]["channelMode"], "Mono");
-    EXPECT_TRUE(lines[1]["record"].is_null());
-    EXPECT_EQ(lines[1]["status"], 10);
-    EXPECT_EQ(lines[2]["record"]["channelMode"], "Stero");
-    EXPECT_EQ(lines[2]["record"]["title"], "chord-8s");
-    EXPECT_EQ(lines[2]["record"].size(), 28u);
-    EXPECT_TRUE(lines[3]["record"].is_null());
-    EXPECT_EQ(lines[4]["record"]["title"], "tone-mono");
-    EXPECT_EQ(lines[4]["record"]["fileSize"], 16044);
+    EXPECT_EQ(lines[1]["record"]["channelMode"], "Stero");
+    EXPECT_EQ(lines[1]["record"]["title"], "chord-8s");
+    EXPECT_EQ(lines[1]["record"].size(), 28u);
+    EXPECT_EQ(lines[2]["record"]["title"], "tone-mono");
+    EXPECT_EQ(lines[2]["record"]["fileSize"], 16044);
+    const std::string message = "fileinfo: " + unknown + ": extension .xyz is not read\n";
+    EXPECT_EQ(run.err, message + message);
 }
 
 }  // namespace

@@ -61,9 +61,18 @@ TEST(Verdict, FilesThatDidNotLoadOrWereNotIdentifiedSaySo) {
     const DeviceVerdict v = device.Judge(unidentified);
     EXPECT_FALSE(v.playable);
     EXPECT_EQ(v.explanation, "the file was not identified");
-    ScanItem adts = unidentified;
-    adts.isAudio = true;  // an ADTS stream: identified, without a file type
-    EXPECT_EQ(device.Judge(adts).explanation, "the file has no file type to look up (ADTS streams carry none)");
+}
+
+TEST(Verdict, AdtsStreamWithoutAFileTypeIsNotCalledUnidentified) {
+    const Device device(Mp3UpTo48k());
+    ScanItem adts;
+    adts.status = MFI_OK;
+    adts.hasRecord = true;
+    adts.isAudio = true;
+    adts.record = RecordOf("");
+    const DeviceVerdict v = device.Judge(adts);
+    EXPECT_FALSE(v.playable);
+    EXPECT_EQ(v.explanation, "the file has no file type to look up (ADTS streams carry none)");
 }
 
 TEST(Verdict, CapabilityFileWithoutADictionaryIsRefused) {

@@ -1,0 +1,12 @@
+#!/usr/bin/env bash
+# From a fresh clone: installs what is missing, builds the library and the
+# tool, and shows what they read from the example files.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/install-deps.sh
+cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo
+cmake --build build -j"${JOBS:-$(nproc)}"
+set -x
+./build/tools/fileinfo --format table examples/
+./build/tools/fileinfo --format csv --fields path,fileType,durationMs,sampleRate,title examples/
+./build/tools/fileinfo --summary-only --device devices/player-caps.plist examples/

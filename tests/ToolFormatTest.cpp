@@ -1,0 +1,322 @@
+// fileinfo --format, --fields and --summary: every view read back with a
+// real parser, the summary's counts against the lines of the same run.
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "CapsBuilder.h"
+#include "TestFiles.h"
+#include "ToolParse.h"
+#include "ToolRun.h"
+
+namespace {
+
+std::string Example(const char* name) { return std::string(FILEINFO_EXAMPLES_DIR) + "/" + name; }
+const std::string kExamples = FILEINFO_EXAMPLES_DIR;
+const std::string kFixtures = FILEINFO_FIXTURES_DIR;
+
+const std::vector<std::string> kDefaultColumns = {
+    "path",     "status",      "identified", "fileType", "audioCodec", "audioFormat", "videoFormat", "durationMs",
+    "bitRate",  "sampleRate",  "channelMode", "width",   "height",     "title",       "artist"};
+
+TEST_F(Tool, CsvHasAHeaderAndOneRowPerFileWithMachineValues) {
+    const ToolRun run = RunTool("--format csv " + kExamples);
+    EXPECT_EQ(run.exitCode, 0);
+    const Rows rows = CsvRows(run.out);
+    ASSERT_EQ(rows.size(), 7u);
+    EXPECT_EQ(rows[0], kDefaultColumns);
+    const std::vector<std::string> chord = {Example("chord-8s.wav"), "1", "true", "WAV", "", "PCM", "", "8000",
+                                            "32000", "4000", "Stero", "0", "0", "chord-8s", ""};
+    EXPECT_EQ(rows[1], chord);
+    // The ADTS stream keeps the record's empty fileType in machine formats.
+    EXPECT_EQ(rows[4][0], Example("tone-stereo.aac"));
+    EXPECT_EQ(rows[4][3], "");
+    EXPECT_EQ(rows[4][2], "true");
+}
+
+TEST_F(Tool, CsvLinesEndInCrLfAndQuoteWhatNeedsIt) {
+    TempDir dir;
+    std::filesystem::copy_file(Example("tone-mono.wav"), dir.file("a,\"b\" c.wav"));
+    const ToolRun run = RunTool("--format csv --fields path,title '" + dir.path().string() + "'");
+    EXPECT_EQ(run.out, "path,title\r\n\"" + dir.file("a,\"\"b\"\" c.wav") + "\",\"a,\"\"b\"\" c\"\r\n");
+    const Rows rows = CsvRows(run.out);
+    ASSERT_EQ(rows.size(), 2u);
+    EXPECT_EQ(rows[1][0], dir.file("a,\"b\" c.wav"));
+    EXPECT_EQ(rows[1][1], "a,\"b\" c");
+}
+
+TEST_F(Tool, TsvEscapesTabsAndLineBreaksAndParsesBackToTheCsvValues) {
+    TempDir dir;
+    std::filesystem::copy_file(Example("tone-mono.wav"), dir.file("tab\there\nnew.wav"));
+    std::filesystem::copy_file(Example("chord-8s.wav"), dir.file("plain.wav"));
+    const ToolRun tsv = RunTool("--format tsv " + dir.path().string());
+    const ToolRun csv = RunTool("--format csv " + dir.path().string());
+    EXPECT_NE(tsv.out.find("tab\\there\\nnew.wav\t"), std::string::npos) << tsv.out;
+    const Rows tsvRows = TsvRows(tsv.out);
+    ASSERT_EQ(tsvRows.size(), 3u);
+    EXPECT_EQ(tsvRows, CsvRows(csv.out));
+}
+
+TEST_F(Tool, FieldsChooseTheColumnsOfEveryFormat) {
+    const std::string args = " --fields path,durationMs,is_audio,fileType " + Example("chord-8s.wav");
+    EXPECT_EQ(RunTool("--format csv" + args).out,
+              "path,durationMs,is_audio,fileType\r\n" + Example("chord-8s.wav") + ",8000,true,WAV\r\n");
+    EXPECT_EQ(RunTool("--format tsv" + args).out,
+              "path\tdurationMs\tis_audio\tfileType\n" + Example("chord-8s.wav") + "\t8000\ttrue\tWAV\n");
+    EXPECT_EQ(RunTool("--format json" + args).out,
+              "{\"path\":\"" + Example("chord-8s.wav") + "\",\"durationMs\":8000,\"is_audio\":true,\"fileType\":\"WAV\"}\n");
+    const std::string list = RunTool("--format list" + args).out;
+    EXPECT_NE(list.find("\n  durationMs: 8000 (0:08.000)\n  fileType: \"WAV\"\n"), std::string::npos) << list;
+    EXPECT_EQ(list.find("sampleRate"), std::string::npos) << list;
+    const std::string table = RunTool("--format table" + args).out;
+    EXPECT_EQ(table.substr(0, table.find('\n')), "path                                      durationMs  is_audio    fileType");
+}
+
+TEST_F(Tool, FieldsWithoutADeviceGiveNullVerdicts) {
+    EXPECT_EQ(RunTool("--json --fields playable,refused_by " + Example("chord-8s.wav")).out,
+              "{\"playable\":null,\"refused_by\":null}\n");
+}
+
+TEST_F(Tool, UnknownFieldIsAUsageErrorListingTheValidOnes) {
+    TempDir dir;
+    const ToolRun run = RunTool("--fields path,bitrate " + Example("chord-8s.wav"), dir.file("err"));
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.err.rfind("fileinfo: --fields: no field is called \"bitrate\"; the fields are path, status, is_audio, "
+                            "is_video, has_tags, identified, playable, refused_by, isVbr, ",
+                            0),
+              0u)
+        << run.err;
+    EXPECT_NE(run.err.find(", comment, composer\n"), std::string::npos);
+}
+
+TEST_F(Tool, UnknownFormatIsAUsageError) {
+    EXPECT_EQ(RunTool("--format xml " + Example("chord-8s.wav")).exitCode, 2);
+}
+
+TEST_F(Tool, DefaultFormatOffATerminalIsTheListing) {
+    EXPECT_EQ(RunTool(Example("chord-8s.wav")).out, RunTool("--format list " + Example("chord-8s.wav")).out);
+}
+
+TEST_F(Tool, DefaultFormatOnATerminalIsTheTable) {
+    // script gives the tool a terminal for its standard output.
+    const std::string out = Shell("COLUMNS=200 script -qec '" + std::string(FILEINFO_TOOL_PATH) + " " +
+                                  Example("chord-8s.wav") + "' /dev/null");
+    EXPECT_EQ(out.rfind("PATH ", 0), 0u) << out;
+    EXPECT_NE(out.find("chord-8s.wav"), std::string::npos) << out;
+}
+
+TEST_F(Tool, ListingLeavesOutVideoFieldsOfAudioFilesUnlessAllFields) {
+    const std::string audio = RunTool("--format list " + Example("chord-8s.wav")).out;
+    EXPECT_EQ(audio.find("  width:"), std::string::npos);
+    EXPECT_EQ(audio.find("  videoFormat:"), std::string::npos);
+    EXPECT_EQ(audio.find("  frameRate:"), std::string::npos);
+    EXPECT_NE(audio.find("  sampleRate: 4000\n"), std::string::npos);
+    const std::string all = RunTool("--format list --all-fields " + Example("chord-8s.wav")).out;
+    EXPECT_NE(all.find("  width: 0\n"), std::string::npos);
+    EXPECT_NE(all.find("  videoFormat: \"\"\n"), std::string::npos);
+    const std::string movie = RunTool("--format list " + kFixtures + "/mp4/h264-baseline.mp4").out;
+    EXPECT_NE(movie.find("  width: "), std::string::npos) << movie;
+    EXPECT_NE(movie.find("  videoFormat: \"H264 Baseline@L3\"\n"), std::string::npos) << movie;
+}
+
+TEST_F(Tool, TableShowsShortReadableColumns) {
+    const ToolRun run = RunTool("--format table " + kExamples);
+    EXPECT_EQ(run.exitCode, 0);
+    std::vector<std::string> lines;
+    size_t start = 0, end;
+    while ((end = run.out.find('\n', start)) != std::string::npos) {
+        lines.push_back(run.out.substr(start, end - start));
+        start = end + 1;
+    }
+    ASSERT_EQ(lines.size(), 7u);
+    EXPECT_EQ(lines[0],
+              "PATH                                      TYPE          CODEC             DURATION   KBIT/S     KHZ  CH      "
+              "W\xC3\x97H        TITLE                     ARTIST");
+    // The ADTS stream is shown as AAC; 44100 Hz as 44.1 kHz; 11025 Hz as 11.025.
+    EXPECT_NE(lines[4].find("AAC           MPEG Version 4     0:00:01     64.3    44.1  Stero"), std::string::npos)
+        << lines[4];
+    EXPECT_NE(lines[5].find("AIFF          Audio IFF          0:00:00    352.8  11.025  Stero"), std::string::npos)
+        << lines[5];
+}
+
+TEST_F(Tool, TableShowsPictureSizeOfMovies) {
+    const ToolRun run = RunTool("--format table " + kFixtures + "/mp4/h264-baseline.mp4");
+    EXPECT_NE(run.out.find("H.264LC       H264 Baseline@L3"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("\xC3\x97"), run.out.rfind("\xC3\x97")) << run.out;  // the heading's and the size's
+}
+
+TEST_F(Tool, UnidentifiedFilesAreLabelledInEveryFormat) {
+    TempDir dir;
+    const std::string junk = dir.write("noise.mp3", Bytes(600, 0x11));
+    EXPECT_EQ(RunTool("--json " + junk).exitCode, 0);
+    EXPECT_EQ(JsonLines(RunTool("--json " + junk).out)[0]["identified"], false);
+    EXPECT_EQ(CsvRows(RunTool("--format csv " + junk).out)[1][2], "false");
+    EXPECT_EQ(TsvRows(RunTool("--format tsv " + junk).out)[1][2], "false");
+    EXPECT_NE(RunTool("--format table " + junk).out.find("  unidentified"), std::string::npos);
+    EXPECT_NE(RunTool("--format list " + junk).out.find("  status: 1 (success, but no reader identified the file)\n"),
+              std::string::npos);
+}
+
+TEST_F(Tool, StrictCountsUnidentifiedFilesAsFailures) {
+    TempDir dir;
+    const std::string junk = dir.write("noise.mp3", Bytes(600, 0x11));
+    EXPECT_EQ(RunTool("--strict " + junk).exitCode, 1);
+    EXPECT_EQ(RunTool("--strict " + Example("chord-8s.wav")).exitCode, 0);
+}
+
+// The counts of a summary object, summed over the lines of the same run.
+TEST_F(Tool, SummaryCountsEqualThePerFileLines) {
+    TempDir dir;
+    dir.write("notes.txt", Bytes(5, 'x'));
+    dir.write(".hidden.wav", Bytes(5, 'x'));
+    dir.write("noise.mp3", Bytes(600, 0x11));
+    dir.write("short.wav", Bytes(4, 'x'));
+    const ToolRun run = RunTool("--json --summary " + kExamples + " " + kFixtures + " " + dir.path().string());
+    EXPECT_EQ(run.exitCode, 1);  // short.wav did not load
+    std::vector<nlohmann::json> lines = JsonLines(run.out);
+    ASSERT_GE(lines.size(), 2u);
+    const nlohmann::json summary = lines.back()["summary"];
+    lines.pop_back();
+    unsigned long identified = 0, unidentified = 0, failed = 0, bytes = 0;
+    std::map<std::string, unsigned long> types, durations;
+    for (const nlohmann::json& line : lines) {
+        ASSERT_FALSE(line.contains("summary"));
+        if (line["identified"] == true) {
+            ++identified;
+        } else if (line["status"] == 1) {
+            ++unidentified;
+        } else {
+            ++failed;
+        }
+        bytes += line["record"]["fileSize"].get<unsigned long>();
+    }
+    EXPECT_EQ(summary["loaded"], identified);
+    EXPECT_EQ(summary["unidentified"], unidentified);
+    EXPECT_EQ(summary["unidentified"], 3u);  // noise.mp3, and two fixtures made that way
+    unsigned long failedInSummary = 0;
+    for (const auto& [text, n] : summary["failed"].items()) failedInSummary += n.get<unsigned long>();
+    EXPECT_EQ(failedInSummary, failed);
+    EXPECT_EQ(summary["failed"], nlohmann::json({{"cannot stat, or file too short", 1}}));
+    // notes.txt, the two .aifc fixtures and the example host's two sources.
+    EXPECT_EQ(summary["skipped"], nlohmann::json({{"extension not read", 5}, {"hidden", 1}}));
+    EXPECT_EQ(summary["unreadable"], nlohmann::json::object());
+    EXPECT_EQ(summary["bytes"], bytes);
+    unsigned long typed = 0;
+    for (const auto& [type, total] : summary["types"].items()) typed += total["files"].get<unsigned long>();
+    EXPECT_EQ(typed, identified);
+    EXPECT_EQ(summary["types"]["WAV"], nlohmann::json({{"files", 2}, {"duration_ms", 8000}}));
+    EXPECT_TRUE(summary["seconds"].is_number());
+}
+
+TEST_F(Tool, SummaryOnlyPrintsTheSummaryAlone) {
+    const ToolRun json = RunTool("--json --summary-only " + kExamples);
+    const std::vector<nlohmann::json> lines = JsonLines(json.out);
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0]["summary"]["loaded"], 6);
+    const ToolRun text = RunTool("--summary-only " + kExamples);
+    EXPECT_EQ(text.out.rfind("summary:\n  files:      6 loaded, 0 unidentified, 0 failed, 2 skipped, 0 unreadable\n"
+                                "  skipped:    2 extension not read\n", 0),
+              0u)
+        << text.out;
+    EXPECT_NE(text.out.find("\n  type AAC: 2 files, 0:00:02\n"), std::string::npos) << text.out;
+    EXPECT_NE(text.out.find("\n  type WAV: 2 files, 0:00:08\n"), std::string::npos) << text.out;
+    EXPECT_NE(text.out.find("\n  size:       "), std::string::npos);
+    EXPECT_NE(text.out.find("\n  time:       "), std::string::npos);
+}
+
+TEST_F(Tool, SummaryFollowsTheRowsOfTextFormats) {
+    const ToolRun run = RunTool("--format csv --summary " + Example("chord-8s.wav"));
+    EXPECT_EQ(run.out.rfind("path,", 0), 0u);
+    EXPECT_NE(run.out.find("\r\nsummary:\n  files:      1 loaded,"), std::string::npos) << run.out;
+}
+
+// A device whose WAV entry allows at most 4000 Hz: chord-8s.wav plays,
+// tone-mono.wav (8000 Hz) does not, and the others' types are not listed.
+std::string SlowWavCaps(const TempDir& dir) {
+    const std::string text = DeviceWith("WAV", CapsBuilder().limit("MaximumSampleRate", 4000).str());
+    return dir.write("caps.plist", Bytes(text.begin(), text.end()));
+}
+
+TEST_F(Tool, SummaryWithADeviceCountsPlayableFilesAndRefusalsByKey) {
+    TempDir dir;
+    const std::string caps = SlowWavCaps(dir);
+    const ToolRun run = RunTool("--json --summary-only --device " + caps + " " + kExamples);
+    const nlohmann::json summary = JsonLines(run.out).at(0)["summary"];
+    EXPECT_EQ(summary["playable"], 1);
+    EXPECT_EQ(summary["unplayable"], 5);
+    EXPECT_EQ(summary["refused_by"], nlohmann::json({{"MaximumSampleRate", 1},
+                                                     {"the device lists no AAC type", 1},
+                                                     {"the device lists no AIFF type", 1},
+                                                     {"the device lists no MP3 type", 1},
+                                                     {"the file has no file type to look up (ADTS streams carry none)", 1}}));
+    const ToolRun text = RunTool("--summary-only --device " + caps + " " + kExamples);
+    EXPECT_NE(text.out.find("\n  device:     1 playable, 5 unplayable\n  refused by: 1 MaximumSampleRate, "),
+              std::string::npos)
+        << text.out;
+}
+
+TEST_F(Tool, OnlyFiltersByTheVerdict) {
+    TempDir dir;
+    const std::string caps = SlowWavCaps(dir);
+    const auto paths = [&](const std::string& only) {
+        std::vector<std::string> shown;
+        for (const auto& line : JsonLines(RunTool("--json --only " + only + " --device " + caps + " " + kExamples).out))
+            shown.push_back(line["path"]);
+        return shown;
+    };
+    EXPECT_EQ(paths("playable"), std::vector<std::string>{Example("chord-8s.wav")});
+    const std::vector<std::string> unplayable = paths("unplayable");
+    EXPECT_EQ(unplayable.size(), 5u);
+    EXPECT_EQ(unplayable.front(), Example("chord-vbr.mp3"));
+    EXPECT_EQ(RunTool("--only sometimes --device " + caps + " " + kExamples).exitCode, 2);
+    EXPECT_EQ(RunTool("--only playable " + kExamples).exitCode, 2);  // needs --device
+}
+
+TEST_F(Tool, FailUnplayableExitsThreeWhenAFileIsNotPlayable) {
+    TempDir dir;
+    const std::string caps = SlowWavCaps(dir);
+    EXPECT_EQ(RunTool("--fail-unplayable --device " + caps + " " + Example("tone-mono.wav")).exitCode, 3);
+    EXPECT_EQ(RunTool("--fail-unplayable --device " + caps + " " + Example("chord-8s.wav")).exitCode, 0);
+    EXPECT_EQ(RunTool("--device " + caps + " " + Example("tone-mono.wav")).exitCode, 0);
+    // A failure to load outweighs it.
+    const std::string shortWav = dir.write("short.wav", Bytes(4, 'x'));
+    EXPECT_EQ(RunTool("--fail-unplayable --device " + caps + " " + shortWav).exitCode, 1);
+}
+
+TEST_F(Tool, CapabilityFileWithoutADictIsAUsageErrorWithTheReason) {
+    TempDir dir;
+    const ToolRun run = RunTool("--device " + Example("chord-vbr.mp3") + " " + Example("chord-8s.wav"), dir.file("err"));
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.err, "fileinfo: " + Example("chord-vbr.mp3") + ": holds no <dict>: not a capability list\n");
+}
+
+TEST_F(Tool, UnidentifiedFileIsExplainedAsSuch) {
+    TempDir dir;
+    const std::string caps = SlowWavCaps(dir);
+    const std::string junk = dir.write("noise.mp3", Bytes(600, 0x11));
+    const nlohmann::json j = JsonLines(RunTool("--json --explain --device " + caps + " " + junk).out).at(0);
+    EXPECT_EQ(j["playable"], false);
+    EXPECT_EQ(j["explanation"], "the file was not identified");
+    EXPECT_TRUE(j["refused_by"].is_null());
+}
+
+TEST_F(Tool, TableAndCsvCarryTheVerdict) {
+    TempDir dir;
+    const std::string caps = SlowWavCaps(dir);
+    const Rows rows = CsvRows(RunTool("--format csv --device " + caps + " " + Example("tone-mono.wav")).out);
+    ASSERT_EQ(rows.size(), 2u);
+    EXPECT_EQ(rows[0].back(), "refused_by");
+    EXPECT_EQ(rows[1][rows[1].size() - 2], "false");
+    EXPECT_EQ(rows[1].back(), "MaximumSampleRate");
+    const std::string table = RunTool("--format table --explain --device " + caps + " " + Example("tone-mono.wav")).out;
+    EXPECT_NE(table.find("DEVICE\n"), std::string::npos) << table;
+    EXPECT_NE(table.find("  no: MaximumSampleRate\n"), std::string::npos) << table;
+}
+
+}  // namespace

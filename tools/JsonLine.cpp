@@ -1,0 +1,182 @@
+#include "JsonLine.h"
+
+#include <cassert>
+#include <cstring>
+#include <iterator>
+
+#include "JsonText.h"
+#include "RecordFields.h"
+
+namespace fileinfo {
+
+namespace {
+
+// The record's keys with their punctuation, made once: ,"name": and for the
+// first number {"name": instead.
+struct RecordKeys {
+    std::string numbers[kNumberFieldCount];
+    std::string texts[kTextFieldCount];
+    size_t length = 0;  // all of them together
+
+    RecordKeys() {
+        for (size_t k = 0; k < kNumberFieldCount; ++k) numbers[k] = Key(k == 0 ? '{' : ',', kNumberFields[k].name);
+        for (size_t k = 0; k < kTextFieldCount; ++k) texts[k] = Key(',', kTextFields[k].name);
+    }
+    std::string Key(char before, const char* name) {
+        std::string key(1 + JsonStringBound(strlen(name)) + 1, '\0');
+        char* end = PutJsonString(&key[1], name);
+        key[0] = before;
+        *end++ = ':';
+        key.resize(static_cast<size_t>(end - key.data()));
+        length += key.size();
+        return key;
+    }
+};
+
+const RecordKeys& TheRecordKeys() {
+    static const RecordKeys keys;
+    return keys;
+}
+
+char* PutRecordJson(char* out, const MediaFileInfo_st& r) {
+    const RecordKeys& keys = TheRecordKeys();
+    for (size_t k = 0; k < kNumberFieldCount; ++k) {
+        out = PutBytes(out, keys.numbers[k]);
+        out = PutUnsigned(out, kNumberFields[k].get(r));
+    }
+    for (size_t k = 0; k < kTextFieldCount; ++k) {
+        out = PutBytes(out, keys.texts[k]);
+        *out++ = '"';
+        out = PutLatin1Escaped(out, kTextFields[k].get(r), MEDIA_TEXT_SIZE);
+        *out++ = '"';
+    }
+    *out++ = '}';
+    return out;
+}
+
+// The most bytes PutRecordJson writes.
+size_t RecordJsonBound() {
+    return TheRecordKeys().length + kNumberFieldCount * kLongestNumber +
+           kTextFieldCount * (2 + kLongestEscape * MEDIA_TEXT_SIZE) + 1;
+}
+
+// Room for the keys, punctuation and values of a line besides the record,
+// the path, the verdict's two texts and the warnings: under 200 bytes, the
+// longest status text (30 characters, none escaped) included.
+constexpr size_t kLineFrameBound = 512;
+
+char* PutWarnings(char* out, const std::vector<std::string>& warnings) {
+    out = PutLiteral(out, ",\"warnings\":[");
+    for (size_t k = 0; k < warnings.size(); ++k) {
+        if (k != 0) *out++ = ',';
+        out = PutJsonString(out, warnings[k]);
+    }
+    *out++ = ']';
+    return out;
+}
+
+// Writes the JSON line of one load, line end included, and returns its end.
+char* PutJsonLine(char* out, const FileView& file, bool explain, const std::vector<std::string>& warnings) {
+    const ScanItem& item = file.item;
+    out = PutLiteral(out, "{\"path\":");
+    out = PutJsonString(out, item.path);
+    if (!IsUtf8(item.path)) {
+        // "path" had its invalid parts replaced; these are the exact bytes.
+        out = PutLiteral(out, ",\"path_bytes\":\"");
+        out = PutBytes(out, Hex(item.path));
+        *out++ = '"';
+    }
+    out = PutLiteral(out, ",\"status\":");
+    out = PutInt(out, item.status);
+    out = PutLiteral(out, ",\"status_text\":");
+    out = PutJsonString(out, MediaFileStatusText(item.status));
+    out = PutLiteral(out, ",\"is_audio\":");
+    out = PutBool(out, item.isAudio);
+    out = PutLiteral(out, ",\"is_video\":");
+    out = PutBool(out, item.isVideo);
+    out = PutLiteral(out, ",\"has_tags\":");
+    out = PutBool(out, item.hasTags);
+    out = PutLiteral(out, ",\"identified\":");
+    out = PutBool(out, item.Identified());
+    out = PutLiteral(out, ",\"record\":");
+    out = item.hasRecord ? PutRecordJson(out, item.record) : PutLiteral(out, "null");
+    if (file.verdict != nullptr) {
+        out = PutLiteral(out, ",\"playable\":");
+        out = PutBool(out, file.verdict->playable);
+        if (explain) {
+            out = PutLiteral(out, ",\"refused_by\":");
+            out = PutJsonTextOrNull(out, file.verdict->refusedBy);
+            out = PutLiteral(out, ",\"explanation\":");
+            out = PutJsonTextOrNull(out, file.verdict->explanation);
+        }
+    }
+    if (!warnings.empty()) out = PutWarnings(out, warnings);
+    return PutLiteral(out, "}\n");
+}
+
+size_t JsonLineBound(const FileView& file, const std::vector<std::string>& warnings) {
+    size_t bound = kLineFrameBound + JsonStringBound(file.item.path.size()) + 2 * file.item.path.size() +
+                   RecordJsonBound();
+    if (file.verdict != nullptr) {
+        bound += JsonStringBound(file.verdict->refusedBy.size()) + JsonStringBound(file.verdict->explanation.size());
+    }
+    for (const std::string& w : warnings) bound += 1 + JsonStringBound(w.size());
+    return bound;
+}
+
+void AppendValue(std::string& out, const Value& v) {
+    if (!v.present) {
+        out += "null";
+    } else if (v.kind == ValueKind::kNumber) {
+        out += std::to_string(v.number);
+    } else if (v.kind == ValueKind::kFlag) {
+        out += v.flag ? "true" : "false";
+    } else {
+        AppendJsonString(out, v.text);
+    }
+}
+
+}  // namespace
+
+std::vector<std::string> Warnings(const ScanItem& item) {
+    std::vector<std::string> warnings;
+    if (item.tempFileError != 0) {
+        warnings.push_back(std::string("the compressed movie header could not be inflated: /temp.bin: ") +
+                           std::strerror(item.tempFileError));
+    }
+    return warnings;
+}
+
+void JsonLineWriter::Write(std::ostream& out, const FileView& file, bool explain) {
+    const std::vector<std::string> warnings = Warnings(file.item);
+    const size_t bound = JsonLineBound(file, warnings);
+    if (line_.size() < bound) line_.resize(std::max(bound, 2 * line_.size()));
+    const char* end = PutJsonLine(&line_[0], file, explain, warnings);
+    assert(static_cast<size_t>(end - line_.data()) <= bound);
+    out.write(line_.data(), end - line_.data());
+}
+
+void JsonLineWriter::WriteColumns(std::ostream& out, const FileView& file, const std::vector<std::string>& columns) {
+    line_.clear();
+    line_ += '{';
+    for (size_t k = 0; k < columns.size(); ++k) {
+        if (k != 0) line_ += ',';
+        AppendJsonString(line_, columns[k]);
+        line_ += ':';
+        AppendValue(line_, ColumnValue(columns[k], file));
+        if (columns[k] == "path" && !IsUtf8(file.item.path)) line_ += ",\"path_bytes\":\"" + Hex(file.item.path) + "\"";
+    }
+    const std::vector<std::string> warnings = Warnings(file.item);
+    if (!warnings.empty()) {
+        line_ += ",\"warnings\":[";
+        for (size_t k = 0; k < warnings.size(); ++k) {
+            if (k != 0) line_ += ',';
+            AppendJsonString(line_, warnings[k]);
+        }
+        line_ += ']';
+    }
+    line_ += "}\n";
+    out.write(line_.data(), static_cast<std::streamsize>(line_.size()));
+}
+
+}  // namespace fileinfo

@@ -1,0 +1,41 @@
+// --json: one compact JSON object per file and line.
+//
+// Written by hand into one reused buffer: a long scan spends its time in
+// the library, not in building documents. The form is the compact one of
+// common JSON writers: no spaces, keys in a fixed order, numbers in
+// decimal, strings in UTF-8 with only the quote, the backslash and the
+// control characters escaped. Each line is written into room sized for its
+// longest possible form first, so the writing itself never checks room.
+#ifndef FILEINFO_TOOLS_JSONLINE_H
+#define FILEINFO_TOOLS_JSONLINE_H
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "Columns.h"
+
+namespace fileinfo {
+
+// The warnings a result carries for people and for its JSON line: things
+// the record alone does not show (a compressed movie header that could
+// not be inflated).
+std::vector<std::string> Warnings(const ScanItem& item);
+
+class JsonLineWriter {
+public:
+    // The whole line: path (and path_bytes when the path is no UTF-8),
+    // status, status_text, is_audio, is_video, has_tags, identified, record;
+    // with a verdict "playable", and with `explain` "refused_by" and
+    // "explanation" too; "warnings" when there are any.
+    void Write(std::ostream& out, const FileView& file, bool explain);
+    // Only the chosen columns, flat, in their order.
+    void WriteColumns(std::ostream& out, const FileView& file, const std::vector<std::string>& columns);
+
+private:
+    std::string line_;  // room for the longest line so far; only its start is used
+};
+
+}  // namespace fileinfo
+
+#endif  // FILEINFO_TOOLS_JSONLINE_H
