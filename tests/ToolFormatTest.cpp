@@ -202,8 +202,9 @@ TEST_F(Tool, SummaryCountsEqualThePerFileLines) {
     for (const auto& [text, n] : summary["failed"].items()) failedInSummary += n.get<unsigned long>();
     EXPECT_EQ(failedInSummary, failed);
     EXPECT_EQ(summary["failed"], nlohmann::json({{"cannot stat, or file too short", 1}}));
-    // notes.txt, the two .aifc fixtures and the example host's two sources.
-    EXPECT_EQ(summary["skipped"], nlohmann::json({{"extension not read", 5}, {"hidden", 1}}));
+    // notes.txt, the two .aifc fixtures, the example host's two sources and
+    // the Dask example.
+    EXPECT_EQ(summary["skipped"], nlohmann::json({{"extension not read", 6}, {"hidden", 1}}));
     EXPECT_EQ(summary["unreadable"], nlohmann::json::object());
     EXPECT_EQ(summary["bytes"], bytes);
     unsigned long typed = 0;
@@ -219,8 +220,9 @@ TEST_F(Tool, SummaryOnlyPrintsTheSummaryAlone) {
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0]["summary"]["loaded"], 6);
     const ToolRun text = RunTool("--summary-only " + kExamples);
-    EXPECT_EQ(text.out.rfind("summary:\n  files:      6 loaded, 0 unidentified, 0 failed, 2 skipped, 0 unreadable\n"
-                                "  skipped:    2 extension not read\n", 0),
+    // The example host's two sources and the Dask example are skipped.
+    EXPECT_EQ(text.out.rfind("summary:\n  files:      6 loaded, 0 unidentified, 0 failed, 3 skipped, 0 unreadable\n"
+                                "  skipped:    3 extension not read\n", 0),
               0u)
         << text.out;
     EXPECT_NE(text.out.find("\n  type AAC: 2 files, 0:00:02\n"), std::string::npos) << text.out;

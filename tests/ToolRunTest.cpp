@@ -227,7 +227,7 @@ TEST_F(Tool, NoProgressWhenStandardErrorIsNoTerminal) {
 TEST_F(Tool, ProgressForcedOffATerminalLeavesItsLastStateAsALine) {
     TempDir dir;
     const ToolRun run = RunTool("--progress --json " + kExamples, dir.file("err"));
-    EXPECT_NE(run.err.find("fileinfo: 8 of 8 files"), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("fileinfo: 9 of 9 files"), std::string::npos) << run.err;
     EXPECT_EQ(run.err.back(), '\n');
     EXPECT_EQ(run.err.find('\r'), std::string::npos);
 }

@@ -28,6 +28,7 @@ def _json_line(record: fileinfo.Record, verdict: Optional[fileinfo.Verdict], exp
         "is_audio": d["is_audio"],
         "is_video": d["is_video"],
         "has_tags": d["has_tags"],
+        "identified": d["identified"],
         "record": {n: d[n] for n in fileinfo.NUMBER_FIELDS + fileinfo.TEXT_FIELDS} if record.has_record else None,
     }
     if verdict is not None:

@@ -26,11 +26,15 @@ EXAMPLES = SOURCE / "examples"
 CAPS = SOURCE / "devices" / "player-caps.plist"
 
 
+# The extensions the library's readers take; the tool skips the others.
+READ_EXTENSIONS = {".mp3", ".aac", ".mp4", ".m4a", ".m4v", ".mov", ".3gp", ".wav", ".aif"}
+
+
 def media_files():
-    """Every fixture and example media file, sorted."""
+    """Every fixture and example file whose extension a reader takes, sorted."""
     files = sorted(p for p in FIXTURES.rglob("*") if p.is_file())
     files += sorted(p for p in EXAMPLES.iterdir() if p.is_file())
-    return files
+    return [p for p in files if p.suffix.lower() in READ_EXTENSIONS]
 
 
 def tool_json(*args):
@@ -54,6 +58,7 @@ def record_as_tool_json(record):
         "is_audio": d["is_audio"],
         "is_video": d["is_video"],
         "has_tags": d["has_tags"],
+        "identified": d["identified"],
         "record": {n: d[n] for n in fileinfo.NUMBER_FIELDS + fileinfo.TEXT_FIELDS} if record.has_record else None,
     }
 

@@ -85,7 +85,8 @@ def test_a_file_of_no_known_format_comes_back_in_status(tmp_path):
     r = fileinfo.load(text)
     assert r.status == 10 and r.status_text == fileinfo.status_text(10)
     assert not r.identified
-    assert record_as_tool_json(r) == tool_json(text)[0]
+    # The tool skips such a file in its walks and says why when it is named.
+    assert tool_json(text) == []
 
 
 @pytest.mark.parametrize(

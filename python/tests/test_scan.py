@@ -42,7 +42,8 @@ def test_named_paths_keep_their_order_and_a_named_file_is_always_answered(tmp_pa
     records = list(fileinfo.scan(paths))
     assert [r.path for r in records] == [str(p) for p in paths]
     assert [r.status for r in records] == [1, 10, 1]
-    assert [record_as_tool_json(r) for r in records] == tool_json(*paths)
+    # The tool names the skipped file on stderr instead of printing a line.
+    assert [record_as_tool_json(r) for r in (records[0], records[2])] == tool_json(*paths)
     assert records == [fileinfo.load(p) for p in paths]
 
 
