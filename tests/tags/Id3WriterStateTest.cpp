@@ -1,3 +1,8 @@
+// These tests pin tag reader and writer state that hosts do not see: the m_
+// members and the internal steps that set them. A refactoring that keeps the
+// public results may rewrite them. The public results are pinned in
+// Id3WriterTest.cpp.
+
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
@@ -13,36 +18,13 @@
 #include "MediaFileInfoBase.h"
 #include "Mutation.h"
 #include "TestFiles.h"
+#include "Id3WriterTestHelpers.h"
+
+using namespace Id3WriterTestHelpers;
 
 namespace {
 
 constexpr size_t kBlock = 1024;
-
-Bytes V23(std::vector<Id3Frame> frames, size_t padding = 0) {
-    Id3v2Fields s;
-    s.frames = std::move(frames);
-    s.padding = padding;
-    return BuildId3v2(s);
-}
-
-struct Fields {
-    std::string title, artist, album, genre, lyrics, year, comment, composer;
-    unsigned short track = 0;
-};
-
-MediaFileInfo_st Record(const Fields& f) {
-    MediaFileInfo_st r;
-    MediaFileInfoBase::CopyField(r.title, f.title.c_str());
-    MediaFileInfoBase::CopyField(r.artist, f.artist.c_str());
-    MediaFileInfoBase::CopyField(r.album, f.album.c_str());
-    MediaFileInfoBase::CopyField(r.genre, f.genre.c_str());
-    MediaFileInfoBase::CopyField(r.lyrics, f.lyrics.c_str());
-    MediaFileInfoBase::CopyField(r.year, f.year.c_str());
-    MediaFileInfoBase::CopyField(r.comment, f.comment.c_str());
-    MediaFileInfoBase::CopyField(r.composer, f.composer.c_str());
-    r.trackNumber = f.track;
-    return r;
-}
 
 // A tag holding a frame for every field bit except the track, as read:
 // TIT2 <title>, TPE1 "Band", TALB "Album", TCON "(17)" (no genre name, so
@@ -53,20 +35,6 @@ std::vector<Id3Frame> EveryFrameButTrack(const std::string& title) {
             CommentFrame("COMM", "eng", "Hello")};
 }
 constexpr int kEveryFrameButTrackSize = 101;  // plus 11 + the title's length
-
-// Fields whose texts have the lengths of those frames' texts, track 0: a
-// write of them to that tag changes its size only by the title.
-Fields SameLengths(const std::string& title) {
-    Fields f;
-    f.title = title;
-    f.artist = "Bend";
-    f.album = "Alban";
-    f.genre = "Rock";
-    f.lyrics = "fra";
-    f.year = "2002";
-    f.comment = "ello";
-    return f;
-}
 
 // A frame as the writer puts it: 4 id bytes (a 3-letter id padded with a
 // zero), size = text length + 1, two flag bytes, encoding 0, the text.
@@ -82,21 +50,6 @@ Bytes WrittenFrames(const std::string& title) {
     for (const auto& [id, text] : frames) PutFrame(w, id, text);
     return w.take();
 }
-
-// A file on disk and a tag object that has loaded it.
-struct Written : Id3Info {
-    explicit Written(const Bytes& bytes) : path(dir.write("song.mp3", bytes)) { loadStatus = LoadFile(path.c_str()); }
-    int Set(const Fields& f) {
-        MediaFileInfo_st r = Record(f);
-        return SetId3Info(&r);
-    }
-    Bytes Now() const { return ReadAll(path); }
-    TempDir dir;
-    std::string path;
-    int loadStatus = 0;
-};
-
-Bytes Slice(const Bytes& b, size_t from, size_t to) { return Bytes(b.begin() + from, b.begin() + to); }
 
 Bytes Header(uint8_t s6, uint8_t s7, uint8_t s8, uint8_t s9) { return Bytes{'I', 'D', '3', 3, 0, 0, s6, s7, s8, s9}; }
 
@@ -134,12 +87,6 @@ void ExpectTagThenGrown(const Bytes& original, const Bytes& now, bool hadV1, con
 
 // --- arguments and failures ----------------------------------------------------
 
-TEST(Id3Writer, NullRecordReturnsTwo) {
-    Id3Info tag;
-    EXPECT_EQ(tag.SetId3Info(nullptr), MFI_BAD_ARGUMENT);
-    EXPECT_EQ(tag.GetId3Info(), nullptr);
-}
-
 TEST(Id3Writer, WithoutAnEarlierLoadNothingCanBeOpened) {
     Id3Info tag;
     MediaFileInfo_st r = Record({"Title", "", "", "", "", "", "", "Composer", 4});
@@ -167,35 +114,6 @@ TEST(Id3Writer, DirectoryInPlaceOfTheFileReturnsFive) {
     std::filesystem::create_directory(w.path);
     EXPECT_EQ(w.Set(SameLengths("Hi")), MFI_OPEN_FAILED);
     EXPECT_EQ(w.m_file, nullptr);
-}
-
-TEST(Id3Writer, InitRejectsMissingPieces) {
-    Id3Info tag;
-    MediaFileInfo_st r;
-    EXPECT_EQ(tag.InitID3Info(&r), MFI_BAD_ARGUMENT);  // no fields allocated yet
-    ASSERT_TRUE(tag.EnsureId3Info());
-    EXPECT_EQ(tag.InitID3Info(nullptr), MFI_BAD_ARGUMENT);
-    EXPECT_EQ(tag.InitID3Info(&r), MFI_OK);
-    EXPECT_STREQ(tag.GetId3Info()->pYear, "");
-}
-
-TEST(Id3Writer, Id3v1WriterChecksItsInput) {
-    Id3Info tag;
-    unsigned char buffer[128];
-    EXPECT_EQ(tag.WriteId3v1Information(nullptr), MFI_BAD_ARGUMENT);
-    EXPECT_EQ(tag.WriteId3v1Information(buffer), MFI_BAD_ARGUMENT);
-    ASSERT_TRUE(tag.EnsureId3Info());
-    memset(buffer, 'x', sizeof buffer);
-    EXPECT_EQ(tag.WriteId3v1Information(buffer), MFI_UNREADABLE);  // no file
-    EXPECT_EQ(Bytes(buffer, buffer + 128), Bytes(128, 0));
-}
-
-TEST(Id3Writer, MoveAndTagWritingNeedAFile) {
-    Id3Info tag;
-    EXPECT_EQ(tag.MoveFile(5), MFI_OPEN_FAILED);
-    EXPECT_EQ(tag.MoveFile(0), MFI_OPEN_FAILED);
-    EXPECT_EQ(tag.WriteId3v2InfoToFile(), MFI_SEEK_FAILED);
-    EXPECT_EQ(tag.WriteId3v2Information(), MFI_BAD_ARGUMENT);
 }
 
 // --- ID3v1 ---------------------------------------------------------------------
@@ -307,22 +225,6 @@ TEST(Id3Writer, Id3v1TagIsAppendedWhenAbsent) {
     EXPECT_EQ(w.Set(SameLengths("Hi")), MFI_OK);
     EXPECT_EQ(w.m_nTagSize, 114 + 12);
     EXPECT_EQ(w.Now().size(), original.size() + 128 + 128 + 12 + 1024);
-}
-
-TEST(Id3Writer, NineCharacterCommentReadsBackAsYearAndComment) {
-    Fields f = SameLengths("Hi");
-    f.comment = "ABCDEFGHI";
-    f.year = "1999";
-    Written w(Join({V23({TextFrame("TIT2", "Hi")}), AudioBytes(2000), BuildId3v1({})}));
-    w.Set(f);
-    const Bytes now = w.Now();
-    Bytes v1 = Slice(now, now.size() - 128, now.size());
-    EXPECT_EQ(Slice(v1, 93, 102), (Bytes{'A', 'B', 'C', 'D', 'E', 'F', 'G', 'H', 'I'}));
-    EXPECT_EQ(Slice(v1, 102, 126), Bytes(24, 0));
-    Id3Info reader;
-    ASSERT_EQ(reader.ReadId3v1Information(v1.data()), MFI_OK);
-    EXPECT_STREQ(reader.GetId3Info()->pYear, "ABCD");
-    EXPECT_STREQ(reader.GetId3Info()->pComment, "EFGHI");
 }
 
 // --- frame list edits and the ID3v2 header ------------------------------------

@@ -321,19 +321,6 @@ TEST(TagWrite, Mp3ReaderThatRefusedItsFileStillWrites) { ExpectRefusedFileIsStil
 
 TEST(TagWrite, AacReaderThatRefusedItsFileStillWrites) { ExpectRefusedFileIsStillWritten<AacInfo>("x.aac"); }
 
-TEST(TagWrite, FacadeWritesThroughTheLastReaderAfterATotalFailure) {
-    // 16 bytes: every reader refuses them, the MP3 reader last; its tag
-    // object still writes.
-    TempDir dir;
-    const std::string path = dir.write("x.aac", Bytes(16, 0x20));
-    MediaFileInfo facade;
-    ASSERT_EQ(facade.LoadFile(path.c_str()), MFI_SHORT_FILE);
-    ASSERT_NE(dynamic_cast<Mp3Info*>(facade.m_reader), nullptr);
-    MediaFileInfo_st record = *facade.GetFileInfo();
-    EXPECT_EQ(facade.SetId3Info(&record), MFI_SEEK_FAILED);
-    EXPECT_EQ(ReadAll(path).size(), 16u + 128u);
-}
-
 // Formats without tags answer 0 and leave the file as it was.
 void ExpectStoresNoTags(const std::string& name, const Bytes& bytes) {
     TempDir dir;

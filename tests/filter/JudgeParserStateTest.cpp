@@ -1,3 +1,8 @@
+// These tests pin filter state (the parser's cursor) that hosts do not see: the
+// m_ members and the internal steps that set them. A refactoring that keeps the
+// public results may rewrite them. The public results are pinned in
+// JudgeParserTest.cpp.
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -37,13 +42,6 @@ testing::AssertionResult ReadsPair(FileInfoFilter& f, const std::string& key, co
                                        << "; wanted \"" << key << "\" = \"" << value << "\" type " << type;
 }
 
-TEST(CapsParser, KeyVarStartsAsAnEmptyInteger) {
-    const KEY_VAR_st kv;
-    EXPECT_EQ(kv.type, 0u);
-    EXPECT_EQ(kv.key, "");
-    EXPECT_EQ(kv.value, "");
-}
-
 TEST(CapsParser, ConstructorKeepsTheTextAndStartsAtTheBeginning) {
     const FileInfoFilter f("<key>A</key>");
     EXPECT_EQ(f.m_pos, 0u);
@@ -62,26 +60,6 @@ TEST(CapsParser, MembersKeepTheirOrderAndNothingIsVirtual) {
     const char* text = reinterpret_cast<const char*>(&f.m_text);
     EXPECT_LT(pos, depth);
     EXPECT_LT(depth, text);
-}
-
-TEST(CapsParser, TagConstantsHoldTheirTexts) {
-    EXPECT_STREQ(FileInfoFilter::KEY_BEGIN, "<key>");
-    EXPECT_STREQ(FileInfoFilter::KEY_END, "</key>");
-    ASSERT_EQ(sizeof FileInfoFilter::FILE_TYPE_TAG / sizeof FileInfoFilter::FILE_TYPE_TAG[0], 2u);
-    EXPECT_STREQ(FileInfoFilter::FILE_TYPE_TAG[0], "AudioCodecs");
-    EXPECT_STREQ(FileInfoFilter::FILE_TYPE_TAG[1], "VideoCodecs");
-}
-
-TEST(CapsParser, RequirementKeysAreListedInMatchingOrder) {
-    const char* const expected[] = {
-        "Mono", "Stereo", "Multichannel", "AppleDRM", "MaximumSampleRate", "MaximumBitDepth",
-        "MaximumDataRate", "AAC", "LC", "VariableBitRate", "PerceptualNoiseSubsitution",
-        "MaximumBitDepthUntruncated", "Type1", "Type2", "Type3", "Type4", "AppleVideoDRM",
-        "MaximumEncryptionPercentage", "Profile", "Level", "ComplexityLevel", "MaximumPeakBitRate",
-        "MaximumResolution", "MinimumHeight", "MaximumHeight", "MinimumWidth", "MaximumWidth",
-        "Profile-Level-ID", "MaximumAverageBitRate", "MaximumBufferSize"};
-    ASSERT_EQ(sizeof FileInfoFilter::FILE_INFO_TAG / sizeof FileInfoFilter::FILE_INFO_TAG[0], 30u);
-    for (int i = 0; i < 30; ++i) EXPECT_STREQ(FileInfoFilter::FILE_INFO_TAG[i], expected[i]) << "row " << i;
 }
 
 TEST(CapsParser, KeyFollowedByAnEmptyElementOnTheNextLine) {
@@ -110,11 +88,6 @@ TEST(CapsParser, EmptyScalarElementsGiveEmptyValues) {
     FileInfoFilter f("<string></string><integer></integer>");
     EXPECT_TRUE(ReadsValue(f, "", 1, 17));
     EXPECT_TRUE(ReadsValue(f, "", 0, 36));
-}
-
-TEST(CapsParser, ValueTextIsNotConverted) {
-    FileInfoFilter f("<integer> +0048000 junk</integer>");
-    EXPECT_EQ(f.GetValue().value, " +0048000 junk");
 }
 
 TEST(CapsParser, DictionaryDepthReturnsToItsFormerValue) {

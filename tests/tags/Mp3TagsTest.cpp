@@ -9,11 +9,11 @@
 #include "Mp3Builder.h"
 #include "Mp3Info.h"
 #include "TestFiles.h"
+#include "Mp3TagsTestHelpers.h"
+
+using namespace Mp3TagsTestHelpers;
 
 namespace {
-
-// Nine CD frames and zeros: a stream the reader accepts wherever it starts.
-Bytes Stream() { return PadTo(Mp3Frames(Mp3Header{}, 417, 9), 3 * 4096); }
 
 std::string Fixture(const std::string& name) { return std::string(FILEINFO_FIXTURES_DIR) + "/mp3/" + name; }
 
@@ -128,15 +128,6 @@ TEST(Mp3Tags, TagsAreCopiedAlsoWhenTheStreamIsRefused) {
     EXPECT_EQ(r.LoadFile(dir.write("a.mp3", file).c_str()), MFI_NOT_THIS_FORMAT);
     EXPECT_STREQ(r.GetFileInfo()->title, "Song");
     EXPECT_EQ(r.HasId3Info(), 1);
-}
-
-TEST(Mp3Tags, SetId3InfoReachesTheTagObject) {
-    TempDir dir;
-    Mp3Info r;
-    ASSERT_EQ(r.LoadFile(dir.write("a.mp3", Stream()).c_str()), MFI_OK);
-    ASSERT_NE(r.m_id3, nullptr);
-    // Whatever the tag object answers, the reader passes it on unchanged.
-    EXPECT_EQ(r.SetId3Info(nullptr), r.m_id3->SetId3Info(nullptr));
 }
 
 }  // namespace

@@ -27,53 +27,11 @@
 #include "Mp4Info.h"
 #include "TempBinTest.h"
 #include "TestFiles.h"
+#include "TempFileSharingTestHelpers.h"
 
-namespace fs = std::filesystem;
+using namespace TempFileSharingTestHelpers;
 
 namespace {
-
-// What one load gives a host, every byte of the record included.
-struct Loaded {
-    int status = 0;
-    int audio = 0;
-    int video = 0;
-    int tags = 0;
-    bool hasRecord = false;
-    alignas(MediaFileInfo_st) unsigned char record[sizeof(MediaFileInfo_st)] = {};
-
-    bool operator==(const Loaded& o) const {
-        return status == o.status && audio == o.audio && video == o.video && tags == o.tags &&
-               hasRecord == o.hasRecord && memcmp(record, o.record, sizeof record) == 0;
-    }
-};
-
-Loaded LoadOnce(const std::string& path) {
-    MediaFileInfo facade;
-    Loaded l;
-    l.status = facade.LoadFile(path.c_str());
-    l.audio = facade.IsAudio();
-    l.video = facade.IsVideo();
-    l.tags = facade.HasId3Info();
-    if (const MediaFileInfo_st* r = facade.GetFileInfo()) {
-        l.hasRecord = true;
-        memcpy(l.record, r, sizeof l.record);
-    }
-    return l;
-}
-
-// Two compressed movies that differ in every field a mix-up would show.
-Bytes CompressedAvc() {
-    const Bytes video = VideoTrak(VisualEntry("avc1", 320, 240, AvcC(77, 0x40, 31, 0x67)),
-                                  Stsz(0, 4, {1000, 2000, 3000, 4000}), 600, 6000);
-    const Bytes sound = SoundTrak(SoundEntry("mp4a", 2, Esds({})), Stsz(0, 3, {1, 2, 3}), 44100, 441000);
-    return Cat({Ftyp("qt  "), CompressedMoov(Moov({Mvhd(600, 6000), video, sound})), Filler("mdat", 5000)});
-}
-
-Bytes CompressedH263() {
-    const Bytes video = VideoTrak(VisualEntry("s263", 176, 144), Stsz(0, 2, {500, 700}), 1000, 30000);
-    const Bytes sound = SoundTrak(SoundEntry("samr", 1), Stsz(32, 1500), 8000, 240000);
-    return Cat({Ftyp("qt  "), CompressedMoov(Moov({Mvhd(1000, 30000), video, sound})), Filler("mdat", 7000)});
-}
 
 // True when running under valgrind, which runs threads one at a time:
 // the stress rounds are cut down there.
@@ -85,30 +43,6 @@ bool UnderValgrind() {
     }
     return false;
 }
-
-class TempFileSharing : public TempBinTest {
-protected:
-    // Every fixture and example, and the two compressed movies.
-    std::vector<std::string> Corpus() {
-        std::vector<std::string> files;
-        for (const char* root : {FILEINFO_FIXTURES_DIR, FILEINFO_EXAMPLES_DIR}) {
-            for (const auto& e : fs::recursive_directory_iterator(root)) {
-                if (e.is_regular_file()) files.push_back(e.path().string());
-            }
-        }
-        files.push_back(dir_.write("avc.mov", CompressedAvc()));
-        files.push_back(dir_.write("h263.mov", CompressedH263()));
-        return files;
-    }
-
-    std::vector<Loaded> Sequential(const std::vector<std::string>& files) {
-        std::vector<Loaded> expected;
-        for (const std::string& f : files) expected.push_back(LoadOnce(f));
-        return expected;
-    }
-
-    TempDir dir_;
-};
 
 TEST_F(TempFileSharing, CompressedMoviesLoadAloneAsExpected) {
     const Loaded avc = LoadOnce(dir_.write("avc.mov", CompressedAvc()));
@@ -219,21 +153,6 @@ TEST_F(TempFileSharing, LeftoverOfAKilledLoadIsTakenOverAndRemoved) {
     EXPECT_EQ(l.status, MFI_OK);
     EXPECT_EQ(reinterpret_cast<const MediaFileInfo_st*>(l.record)->width, 320);
     EXPECT_FALSE(fs::exists(kTempBin));
-}
-
-TEST_F(TempFileSharing, FileReplacedAfterTheLoadIsNotRemovedByTheReader) {
-    const std::string movie = dir_.write("avc.mov", CompressedAvc());
-    Mp4Info reader;
-    ASSERT_EQ(reader.LoadFile(movie.c_str()), MFI_OK);
-    // Another program's file now has the name.
-    ASSERT_EQ(remove(kTempBin), 0);
-    {
-        std::ofstream replacement(kTempBin, std::ios::binary);
-        replacement << "not the reader's";
-    }
-    reader.Destory();
-    EXPECT_TRUE(fs::exists(kTempBin));
-    EXPECT_EQ(reader.m_useTempFile, 0u);
 }
 
 TEST_F(TempFileSharing, LoadWaitsWhileAnotherHoldsTheTempFile) {

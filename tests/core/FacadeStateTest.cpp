@@ -1,3 +1,7 @@
+// These tests pin reader and facade state that hosts do not see: the m_ members
+// and the internal steps that set them. A refactoring that keeps the public
+// results may rewrite them. The public results are pinned in FacadeTest.cpp.
+
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -11,23 +15,11 @@
 #include "TestFiles.h"
 #include "WavBuilder.h"
 #include "WavInfo.h"
+#include "FacadeTestHelpers.h"
+
+using namespace FacadeTestHelpers;
 
 namespace {
-
-WavFields OneSecond() {
-    WavFields s;
-    s.dataBytes = 176400;
-    return s;
-}
-
-TEST(Facade, StrlwrLowersInPlace) {
-    char text[] = "Song.MP3";
-    EXPECT_EQ(strlwr(text), text);
-    EXPECT_STREQ(text, "song.mp3");
-    EXPECT_STREQ(strlwr(nullptr), "");
-    char empty[] = "";
-    EXPECT_STREQ(strlwr(empty), "");
-}
 
 TEST(Facade, NothingLoadedAnswersZero) {
     MediaFileInfo facade;
@@ -38,11 +30,6 @@ TEST(Facade, NothingLoadedAnswersZero) {
     EXPECT_EQ(facade.SetId3Info(nullptr), 0);
     EXPECT_EQ(facade.m_reader, nullptr);
     for (char c : facade.m_extension) EXPECT_EQ(c, 0);
-}
-
-TEST(Facade, NullPathIsABadArgument) {
-    MediaFileInfo facade;
-    EXPECT_EQ(facade.LoadFile(nullptr), MFI_BAD_ARGUMENT);
 }
 
 TEST(Facade, UpperCaseExtensionIsLowered) {
@@ -68,11 +55,6 @@ TEST(Facade, ShortBareNameIsItsOwnExtension) {
     MediaFileInfo facade;
     EXPECT_EQ(facade.LoadFile("README"), MFI_NOT_THIS_FORMAT);
     EXPECT_STREQ(facade.m_extension, "readme");
-}
-
-TEST(Facade, LongNameWithoutDotIsABadArgument) {
-    MediaFileInfo facade;
-    EXPECT_EQ(facade.LoadFile("/very/long/path/without/dot"), MFI_BAD_ARGUMENT);
 }
 
 TEST(Facade, LeadingDotIsNotAnExtension) {
@@ -172,30 +154,6 @@ TEST(Facade, FileNoReaderAcceptsReturnsTheMp3ReadersCode) {
     EXPECT_EQ(facade.IsAudio(), mp3->IsAudio());
     EXPECT_EQ(facade.GetFileInfo(), mp3->GetFileInfo());
     EXPECT_EQ(facade.GetFileInfo()->fileSize, 5000u);
-}
-
-TEST(Facade, ASecondLoadReleasesTheFirstReader) {
-    TempDir dir;
-    const std::string a = dir.write("a.wav", BuildWav(OneSecond()));
-    const std::string b = dir.write("b.wav", BuildWav(OneSecond()));
-    MediaFileInfo facade;
-    ASSERT_EQ(facade.LoadFile(a.c_str()), MFI_OK);
-    ASSERT_EQ(facade.LoadFile(b.c_str()), MFI_OK);  // the sanitizer run proves nothing leaks
-    EXPECT_STREQ(facade.GetFileInfo()->title, "b");
-    EXPECT_EQ(facade.LoadFile("/x/a.unknown"), MFI_NOT_THIS_FORMAT);
-    EXPECT_EQ(facade.GetFileInfo(), nullptr);
-}
-
-TEST(Facade, GarbageNamedWavFallsBackToTheLenientAiffReader) {
-    TempDir dir;
-    Bytes junk(5000);
-    for (size_t i = 0; i < junk.size(); ++i) junk[i] = static_cast<uint8_t>(i * 37 + 11);
-    const std::string p = dir.write("junk.wav", junk);
-    MediaFileInfo facade;
-    // The AIFF reader lets any file that is not a FORM through with only its title.
-    EXPECT_EQ(facade.LoadFile(p.c_str()), MFI_OK);
-    EXPECT_STREQ(facade.GetFileInfo()->fileType, "");
-    EXPECT_EQ(facade.IsAudio(), 0);
 }
 
 TEST(Facade, WavNamedMovIsRefusedByMp4AndReadByWav) {

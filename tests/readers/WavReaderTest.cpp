@@ -4,10 +4,11 @@
 #include "TestFiles.h"
 #include "WavBuilder.h"
 #include "WavInfo.h"
+#include "WavReaderTestHelpers.h"
+
+using namespace WavReaderTestHelpers;
 
 namespace {
-
-constexpr uint32_t kCdBytesPerSecond = 44100 * 2 * 2;
 
 MediaFileInfo_st LoadWav(const WavFields& wav, int expectedStatus = MFI_OK) {
     TempDir dir;
@@ -15,12 +16,6 @@ MediaFileInfo_st LoadWav(const WavFields& wav, int expectedStatus = MFI_OK) {
     WavInfo reader;
     EXPECT_EQ(reader.LoadFile(p.c_str()), expectedStatus);
     return *reader.GetFileInfo();
-}
-
-WavFields CdAudio(uint32_t seconds) {
-    WavFields s;
-    s.dataBytes = seconds * kCdBytesPerSecond;
-    return s;
 }
 
 TEST(WavReader, CanonicalCdAudioFillsTheRecord) {
@@ -156,18 +151,3 @@ TEST(WavReader, WavWritesNoTags) {
 
 }  // namespace
 
-namespace {
-
-TEST(WavReader, ALoadAfterAFailedOpenReleasesTheOldPath) {
-    // The sanitizer run fails this test if the first path copy leaks.
-    TempDir dir;
-    const std::string good = dir.write("good.wav", BuildWav(CdAudio(1)));
-    WavInfo reader;
-    EXPECT_EQ(reader.LoadFile(dir.file("missing.wav").c_str()), MFI_OPEN_FAILED);
-    EXPECT_STREQ(reader.m_filePath, dir.file("missing.wav").c_str());
-    EXPECT_EQ(reader.LoadFile(good.c_str()), MFI_OK);
-    EXPECT_STREQ(reader.m_filePath, good.c_str());
-    EXPECT_STREQ(reader.GetFileInfo()->title, "good");
-}
-
-}  // namespace
