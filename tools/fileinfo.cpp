@@ -26,6 +26,7 @@
 #include "JudgeInfo.h"
 #include "MediaFileInfo.h"
 #include "Mp3Info.h"
+#include "report/ReportCommand.h"
 
 namespace fs = std::filesystem;
 
@@ -924,6 +925,7 @@ private:
 
 int main(int argc, char** argv) {
     ToolOutput output;
+    if (argc > 1 && strcmp(argv[1], "report") == 0) return RunReportCommand(argc - 1, argv + 1);
     CLI::App app{"Shows what libFileInfo reads from media files."};
     std::vector<std::string> arguments;
     bool json = false;
