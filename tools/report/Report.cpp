@@ -19,15 +19,24 @@ using nlohmann::json;
 // <script type="application/json"> element.
 constexpr std::string_view kDataMarker = "@REPORT_DATA@";
 
-// The file columns, in the order of each row's values. Texts that repeat
-// are indices into "strings" (0 is the empty text); "title" is a text, or
-// 0 when it is the file's name without its extension, which is what the
-// library gives a file with no title tag. flags: 1 audio, 2 video, 4 tags,
-// 8 a record was read.
-const char* const kColumns[] = {"dir",      "name",       "status", "flags",    "type",   "codec",
-                                "duration", "bitRate",    "sampleRate", "channels", "width", "height",
-                                "size",     "title",      "artist", "error"};
-const char* const kDeviceColumns[] = {"playable", "refusedBy", "why"};
+// The file columns, in the order of each row's values. Kept small, as a
+// collection has tens of thousands of rows:
+//   dir       0 when the file is in the folder of the row before, else the
+//             folder's index in "dirs" plus one
+//   format    the index in "formats" of what files of one kind share:
+//             [status, flags, type, codec, channels, sampleRate, width,
+//             height], flags 1 audio, 2 video, 4 tags, 8 a record was read;
+//             type, codec and channels as indices in "strings"
+//   kbps      the bit rate in kbit/s, rounded
+//   title     a text, or a number k: the file's name without its extension
+//             from its k-th character on (0: all of it, which is what the
+//             library gives a file with no title tag)
+//   artist, refusedBy: indices in "strings" (0 is the empty text)
+//   verdict   with a device: 0 playable, else the index of why not in
+//             "strings"
+// A failed load's system reason, rare, is in "reasons" as [row, string].
+const char* const kColumns[] = {"dir", "name", "format", "duration", "kbps", "size", "title", "artist"};
+const char* const kDeviceColumns[] = {"verdict", "refusedBy"};
 
 std::string Text(const char* field) { return Latin1ToUtf8(field, MEDIA_TEXT_SIZE); }
 
@@ -117,18 +126,31 @@ void ReportData::Add(const ScanItem& item) {
         videoTypes_.push_back(type);
     }
     const std::string title = Text(r.title);
-    std::string row = "[" + std::to_string(folder) + "," + Quote(name) + "," + std::to_string(item.status) + "," +
-                      std::to_string(flags) + "," + std::to_string(Intern(type)) + "," +
-                      std::to_string(Intern(Codec(r))) + "," + std::to_string(r.durationMs) + "," +
-                      std::to_string(r.bitRate) + "," + std::to_string(r.sampleRate) + "," +
-                      std::to_string(Intern(Text(r.channelMode))) + "," + std::to_string(r.width) + "," +
-                      std::to_string(r.height) + "," + std::to_string(r.fileSize) + "," +
-                      (title == Stem(name) && !title.empty() ? std::string("0") : json(title).dump()) + "," +
-                      std::to_string(Intern(Text(r.artist))) + "," + std::to_string(Intern(item.reason));
+    const std::string stem = Stem(name);
+    const bool inName = !title.empty() && stem.size() >= title.size() &&
+                        stem.compare(stem.size() - title.size(), title.size(), title) == 0;
+    const std::string format = "[" + std::to_string(item.status) + "," + std::to_string(flags) + "," +
+                               std::to_string(Intern(type)) + "," + std::to_string(Intern(Codec(r))) + "," +
+                               std::to_string(Intern(Text(r.channelMode))) + "," + std::to_string(r.sampleRate) +
+                               "," + std::to_string(r.width) + "," + std::to_string(r.height) + "]";
+    auto known = formatIndex_.find(format);
+    if (known == formatIndex_.end()) {
+        known = formatIndex_.emplace(format, formatIndex_.size()).first;
+        formats_ += format + ",";
+    }
+    std::string row = "[" + std::to_string(folder == lastFolder_ ? 0 : folder + 1) + "," + Quote(name) + "," +
+                      std::to_string(known->second) + "," + std::to_string(r.durationMs) + "," +
+                      std::to_string((r.bitRate + 500) / 1000) + "," + std::to_string(r.fileSize) + "," +
+                      (inName ? std::to_string(stem.size() - title.size()) : json(title).dump()) + "," +
+                      std::to_string(Intern(Text(r.artist)));
+    lastFolder_ = folder;
     if (device_ != nullptr) {
         const DeviceVerdict verdict = device_->Judge(item);
-        row += std::string(",") + (verdict.playable ? "1" : "0") + "," + std::to_string(Intern(verdict.refusedBy)) +
-               "," + std::to_string(Intern(verdict.explanation));
+        row += "," + std::to_string(verdict.playable ? 0 : Intern(verdict.explanation)) + "," +
+               std::to_string(Intern(verdict.refusedBy));
+    }
+    if (!item.reason.empty()) {
+        reasons_ += "[" + std::to_string(fileCount_) + "," + std::to_string(Intern(item.reason)) + "],";
     }
     files_ += row + "],";
     ++fileCount_;
@@ -171,7 +193,8 @@ std::string ReportData::Json(const ReportHeader& header) const {
     };
     std::string text = head.dump(-1, ' ', false, json::error_handler_t::replace);
     text.pop_back();  // the closing brace: the lists follow
-    text += ",\"files\":" + list(files_) + ",\"skipped\":" + list(skipped_) + ",\"errors\":" + list(errors_) + "}";
+    text += ",\"formats\":" + list(formats_) + ",\"files\":" + list(files_) + ",\"skipped\":" + list(skipped_) + ",\"errors\":" + list(errors_) +
+            ",\"reasons\":" + list(reasons_) + "}";
     return text;
 }
 

@@ -56,6 +56,10 @@ private:
     size_t fileCount_ = 0;
     std::string skipped_;  // likewise
     std::string errors_;
+    std::string reasons_;
+    size_t lastFolder_ = static_cast<size_t>(-1);
+    std::string formats_;
+    std::map<std::string, size_t> formatIndex_;
     std::vector<std::string> videoTypes_;
     std::map<int, std::string> statusTexts_;
 };
