@@ -96,8 +96,9 @@ int RunReportCommand(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
-        const int code = app.exit(e);
-        return code == 0 ? 0 : 2;
+        if (e.get_exit_code() == 0) return app.exit(e);  // --help
+        std::cerr << "fileinfo: report: " << e.what() << "\nRun 'fileinfo report --help' for the options.\n";
+        return 2;
     }
 
     fileinfo::Device device("");
