@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 
 #include "Options.h"
@@ -14,6 +15,7 @@
 #include "SetCommand.h"
 #include "ToolOutput.h"
 #include "Views.h"
+#include "report/ReportCommand.h"
 
 namespace {
 
@@ -29,6 +31,8 @@ unsigned TerminalWidth(int fd) {
 
 int main(int argc, char** argv) {
     fileinfo::ToolOutput output;
+    // fileinfo report PATH... -o FILE: the collection page.
+    if (argc > 1 && strcmp(argv[1], "report") == 0) return RunReportCommand(argc - 1, argv + 1);
     CLI::App app{"Shows what libFileInfo reads from media files.", "fileinfo"};
     fileinfo::Options options;
     fileinfo::DeclareOptions(app, options);
