@@ -279,7 +279,7 @@ def make_hostile_files(fileinfo, source, folder):
     mp3 = os.path.join(source, "tests", "fixtures", "mp3", "cbr128.mp3")
     injected = os.path.join(folder, "injected.mp3")
     shutil.copy(mp3, injected)
-    run([fileinfo, "--set", "title=" + INJECTED_TITLE, "--set", "artist=" + INJECTED_ARTIST, "--no-backup", injected])
+    run([fileinfo, "--set", "title=" + INJECTED_TITLE, "--set", "artist=" + INJECTED_ARTIST, "--no-backup", "--force", injected])
     shutil.copy(mp3, os.path.join(folder, 'a&<b>"name".mp3'))
     with open(os.path.join(folder, "random-bytes.mp3"), "wb") as f:
         f.write(bytes((k * 131 + 17) % 251 for k in range(4096)))
