@@ -24,8 +24,12 @@ namespace {
 
 // How far the walk may run ahead of the loads, and how many loaded items
 // may wait for the ones before them: both bound the memory of a scan.
-constexpr size_t kWalkAhead = 4096;
-constexpr size_t kLoadAhead = 1024;
+constexpr size_t kWalkAhead = 512;
+// Loads may run this many items ahead of the output per worker: enough to
+// keep every worker busy past one slow file, few enough that a writer
+// slower than the loads holds little.
+constexpr size_t kLoadAheadPerJob = 8;
+constexpr size_t kLeastLoadAhead = 16;
 
 std::string ErrorText(int error) { return std::generic_category().message(error); }
 
@@ -49,10 +53,22 @@ std::string LowerExtension(std::string_view path) {
 }
 
 // One unit of the scan's work: a path to load, or an item already decided
-// (skipped, or an error) that only keeps its place in the order.
+// (skipped, or an error) that only keeps its place in the order. Small: the
+// walk may run far ahead, and a record is made only once a worker takes it.
 struct Task {
     size_t sequence = 0;
     bool load = false;
+    bool named = false;
+    Outcome outcome = Outcome::kLoaded;
+    SkipReason skip = SkipReason::kNone;
+    int error = 0;
+    std::string path;
+    std::string reason;
+};
+
+// A finished item waiting for the ones before it.
+struct Result {
+    size_t sequence = 0;
     ScanItem item;
 };
 
@@ -125,7 +141,8 @@ struct Scan::State {
     std::condition_variable taken;    // a task was taken: room for the walk
     std::condition_variable loaded;   // a result is ready, or the scan ended
     std::deque<Task> tasks;           // in sequence order
-    std::vector<std::unique_ptr<Task>> results = std::vector<std::unique_ptr<Task>>(kLoadAhead);
+    size_t loadAhead = kLeastLoadAhead;        // results that may wait for Next
+    std::vector<std::unique_ptr<Result>> results;  // loadAhead slots, by sequence
     size_t queued = 0;                // tasks the walk produced
     std::atomic<size_t> done{0};      // items handed out
     bool walkEnded = false;
@@ -150,20 +167,20 @@ struct Scan::State {
     bool QueueDecided(const std::string& path, bool named, Outcome outcome, SkipReason skip, int error,
                       std::string reason) {
         Task task;
-        task.item.path = path;
-        task.item.named = named;
-        task.item.outcome = outcome;
-        task.item.skip = skip;
-        task.item.error = error;
-        task.item.reason = std::move(reason);
+        task.path = path;
+        task.named = named;
+        task.outcome = outcome;
+        task.skip = skip;
+        task.error = error;
+        task.reason = std::move(reason);
         return Queue(std::move(task));
     }
 
     bool QueueLoad(const std::string& path, bool named) {
         Task task;
         task.load = true;
-        task.item.path = path;
-        task.item.named = named;
+        task.path = path;
+        task.named = named;
         return Queue(std::move(task));
     }
 
@@ -288,7 +305,7 @@ struct Scan::State {
         walked.wait(lock, [&] {
             if (cancelled) return true;
             if (tasks.empty()) return walkEnded;
-            return tasks.front().sequence < done.load() + kLoadAhead;
+            return tasks.front().sequence < done.load() + loadAhead;
         });
         if (cancelled || tasks.empty()) return false;
         task = std::move(tasks.front());
@@ -300,9 +317,21 @@ struct Scan::State {
     void Work() {
         Task task;
         while (Take(task)) {
-            if (task.load) LoadInto(task.item.path, task.item);
+            auto result = std::make_unique<Result>();
+            result->sequence = task.sequence;
+            ScanItem& item = result->item;
+            item.path = std::move(task.path);
+            item.named = task.named;
+            if (task.load) {
+                LoadInto(item.path, item);
+            } else {
+                item.outcome = task.outcome;
+                item.skip = task.skip;
+                item.error = task.error;
+                item.reason = std::move(task.reason);
+            }
             std::lock_guard<std::mutex> lock(mutex);
-            results[task.sequence % kLoadAhead] = std::make_unique<Task>(std::move(task));
+            results[task.sequence % loadAhead] = std::move(result);
             loaded.notify_all();
         }
     }
@@ -310,7 +339,7 @@ struct Scan::State {
     bool Next(ScanItem& item) {
         std::unique_lock<std::mutex> lock(mutex);
         const size_t want = done.load();
-        std::unique_ptr<Task>& slot = results[want % kLoadAhead];
+        std::unique_ptr<Result>& slot = results[want % loadAhead];
         loaded.wait(lock, [&] { return cancelled || (slot && slot->sequence == want) || (walkEnded && want >= queued); });
         if (cancelled || !slot || slot->sequence != want) return false;
         item = std::move(slot->item);
@@ -336,6 +365,8 @@ Scan::Scan(std::vector<std::string> roots, ScanOptions options)
     : state_(std::make_unique<State>(std::move(roots), std::move(options))) {
     unsigned jobs = state_->options.jobs;
     if (jobs == 0) jobs = std::max(1u, std::thread::hardware_concurrency());
+    state_->loadAhead = std::max(kLeastLoadAhead, kLoadAheadPerJob * jobs);
+    state_->results.resize(state_->loadAhead);
     state_->walker = std::thread([s = state_.get()] { s->Walk(); });
     for (unsigned k = 0; k < jobs; ++k) state_->workers.emplace_back([s = state_.get()] { s->Work(); });
 }
