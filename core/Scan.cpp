@@ -30,6 +30,9 @@ constexpr size_t kWalkAhead = 512;
 // slower than the loads holds little.
 constexpr size_t kLoadAheadPerJob = 8;
 constexpr size_t kLeastLoadAhead = 16;
+// Tasks a worker takes at once: one hand-over between threads for several
+// files, which for small files costs about as much as loading one.
+constexpr size_t kBatch = 8;
 
 std::string ErrorText(int error) { return std::generic_category().message(error); }
 
@@ -141,6 +144,10 @@ struct Scan::State {
     std::condition_variable taken;    // a task was taken: room for the walk
     std::condition_variable loaded;   // a result is ready, or the scan ended
     std::deque<Task> tasks;           // in sequence order
+    bool inlineLoads = false;                  // one job: Next loads
+    unsigned idleWorkers = 0;                  // workers waiting for a task or for room
+    bool walkerWaiting = false;                // the walk waits for room in tasks
+    bool consumerWaiting = false;              // Next waits for its result
     size_t loadAhead = kLeastLoadAhead;        // results that may wait for Next
     std::vector<std::unique_ptr<Result>> results;  // loadAhead slots, by sequence
     size_t queued = 0;                // tasks the walk produced
@@ -156,11 +163,15 @@ struct Scan::State {
     // Queues one task; false when the scan was cancelled meanwhile.
     bool Queue(Task task) {
         std::unique_lock<std::mutex> lock(mutex);
-        taken.wait(lock, [&] { return cancelled || tasks.size() < kWalkAhead; });
+        if (tasks.size() >= kWalkAhead) {
+            walkerWaiting = true;
+            taken.wait(lock, [&] { return cancelled || tasks.size() < kWalkAhead; });
+            walkerWaiting = false;
+        }
         if (cancelled) return false;
         task.sequence = queued++;
         tasks.push_back(std::move(task));
-        walked.notify_one();
+        if (idleWorkers > 0) walked.notify_one();
         return true;
     }
 
@@ -298,55 +309,94 @@ struct Scan::State {
 
     // ---- The loads ---------------------------------------------------------
 
-    // Takes the next task whose result has room; false when there is none
-    // left or the scan was cancelled.
-    bool Take(Task& task) {
+    // Takes the next tasks whose results have room, up to a batch: one
+    // hand-over for several small files. False when there is none left or
+    // the scan was cancelled.
+    bool Take(std::vector<Task>& batch, size_t most) {
+        batch.clear();
         std::unique_lock<std::mutex> lock(mutex);
-        walked.wait(lock, [&] {
+        const auto ready = [&] {
             if (cancelled) return true;
             if (tasks.empty()) return walkEnded;
             return tasks.front().sequence < done.load() + loadAhead;
-        });
-        if (cancelled || tasks.empty()) return false;
-        task = std::move(tasks.front());
-        tasks.pop_front();
-        taken.notify_one();
-        return true;
+        };
+        if (!ready()) {
+            ++idleWorkers;
+            walked.wait(lock, ready);
+            --idleWorkers;
+        }
+        if (cancelled) return false;
+        while (!tasks.empty() && batch.size() < most && tasks.front().sequence < done.load() + loadAhead) {
+            batch.push_back(std::move(tasks.front()));
+            tasks.pop_front();
+        }
+        if (walkerWaiting) taken.notify_one();
+        return !batch.empty();
     }
 
-    void Work() {
-        Task task;
-        while (Take(task)) {
-            auto result = std::make_unique<Result>();
-            result->sequence = task.sequence;
-            ScanItem& item = result->item;
-            item.path = std::move(task.path);
-            item.named = task.named;
-            if (task.load) {
-                LoadInto(item.path, item);
-            } else {
-                item.outcome = task.outcome;
-                item.skip = task.skip;
-                item.error = task.error;
-                item.reason = std::move(task.reason);
-            }
-            std::lock_guard<std::mutex> lock(mutex);
-            results[task.sequence % loadAhead] = std::move(result);
-            loaded.notify_all();
+    // The item a task stands for: loaded, or as the walk decided it.
+    static void Perform(Task& task, ScanItem& item) {
+        item.path = std::move(task.path);
+        item.named = task.named;
+        if (task.load) {
+            LoadInto(item.path, item);
+        } else {
+            item.outcome = task.outcome;
+            item.skip = task.skip;
+            item.error = task.error;
+            item.reason = std::move(task.reason);
         }
     }
 
+    void Work() {
+        std::vector<Task> batch;
+        std::vector<std::unique_ptr<Result>> finished;
+        while (Take(batch, kBatch)) {
+            finished.clear();
+            for (Task& task : batch) {
+                auto result = std::make_unique<Result>();
+                result->sequence = task.sequence;
+                Perform(task, result->item);
+                finished.push_back(std::move(result));
+            }
+            std::lock_guard<std::mutex> lock(mutex);
+            bool wanted = false;
+            for (std::unique_ptr<Result>& result : finished) {
+                wanted |= result->sequence == done.load();
+                results[result->sequence % loadAhead] = std::move(result);
+            }
+            if (wanted && consumerWaiting) loaded.notify_one();
+        }
+    }
+
+    // With one job the caller loads each item itself, as a plain loop
+    // would: no worker, no hand-over between threads.
+    bool NextInline(ScanItem& item) {
+        std::vector<Task> one;
+        if (!Take(one, 1)) return false;
+        item = ScanItem();
+        Perform(one.front(), item);
+        done.store(done.load() + 1);
+        return true;
+    }
+
     bool Next(ScanItem& item) {
+        if (inlineLoads) return NextInline(item);
         std::unique_lock<std::mutex> lock(mutex);
         const size_t want = done.load();
         std::unique_ptr<Result>& slot = results[want % loadAhead];
-        loaded.wait(lock, [&] { return cancelled || (slot && slot->sequence == want) || (walkEnded && want >= queued); });
+        const auto ready = [&] { return cancelled || (slot && slot->sequence == want) || (walkEnded && want >= queued); };
+        if (!ready()) {
+            consumerWaiting = true;
+            loaded.wait(lock, ready);
+            consumerWaiting = false;
+        }
         if (cancelled || !slot || slot->sequence != want) return false;
         item = std::move(slot->item);
         slot.reset();
         done.store(want + 1);
-        // A worker may wait for room that this made.
-        walked.notify_all();
+        // Workers may wait for the room this made.
+        if (idleWorkers > 0) walked.notify_all();
         return true;
     }
 
@@ -368,6 +418,8 @@ Scan::Scan(std::vector<std::string> roots, ScanOptions options)
     state_->loadAhead = std::max(kLeastLoadAhead, kLoadAheadPerJob * jobs);
     state_->results.resize(state_->loadAhead);
     state_->walker = std::thread([s = state_.get()] { s->Walk(); });
+    state_->inlineLoads = jobs == 1;
+    if (state_->inlineLoads) return;
     for (unsigned k = 0; k < jobs; ++k) state_->workers.emplace_back([s = state_.get()] { s->Work(); });
 }
 
