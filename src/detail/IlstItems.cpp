@@ -33,11 +33,13 @@ void WalkIlstItems(const unsigned char* items, unsigned int ilstSize, size_t rea
         pos += kDataHeaderSize;
         const unsigned long long valueSize = dataSize - kDataHeaderSize;
         // A value may announce more than was read: only its bytes inside what
-        // was read are copied, the rest count as zeroes. The text ends at the
-        // first of them, so nothing of the announced size is allocated.
-        const size_t present = pos >= readable ? 0 : static_cast<size_t>(std::min<unsigned long long>(valueSize, readable - pos));
+        // was read count, the rest are zeroes. The text ends at its first
+        // zero byte, so only the text is copied, never the announced size.
+        const size_t inRead =
+            pos >= readable ? 0 : static_cast<size_t>(std::min<unsigned long long>(valueSize, readable - pos));
+        const size_t present = strnlen(reinterpret_cast<const char*>(items + pos), inRead);
         // Binary values (track and genre numbers, pictures) start with 0.
-        if (present > 0 && items[pos] != 0) {
+        if (present > 0) {
             char* value = static_cast<char*>(calloc(present + 1, 1));
             if (value != nullptr) {
                 memcpy(value, items + pos, present);

@@ -52,11 +52,12 @@ int RefuseForeignFile(const struct stat& st) {
     return 0;
 }
 
-// Whether this owner's load holds the lock already.
-bool HoldsLock(const void* owner) {
+// Whether this owner's load holds the lock already, on the file st is.
+bool HoldsLockOn(const void* owner, const struct stat& st) {
     std::lock_guard<std::mutex> guard(ClaimsMutex());
     const auto it = Claims().find(owner);
-    return it != Claims().end() && it->second.locked;
+    return it != Claims().end() && it->second.locked && it->second.device == st.st_dev &&
+           it->second.inode == st.st_ino;
 }
 
 }  // namespace
@@ -70,10 +71,15 @@ int MediaFileTakeTempFileError() {
 namespace fileinfo_detail {
 
 FILE* OpenClaimedTempFile(const void* owner, const char* path) {
-    const bool relock = !HoldsLock(owner);
     // Never truncate before the lock is ours: another load may be walking it.
     const int fd = open(path, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0666);
     if (fd < 0) return Fail(-1, errno);
+    struct stat st;
+    if (fstat(fd, &st) != 0) return Fail(fd, errno);
+    // A header inflated twice in one load reopens the file this load holds
+    // already: locking it again through a new descriptor would wait for
+    // ourselves. Any other file, the path's new one included, is locked.
+    const bool relock = !HoldsLockOn(owner, st);
     if (relock) {
         int locked;
         do {
@@ -81,8 +87,6 @@ FILE* OpenClaimedTempFile(const void* owner, const char* path) {
         } while (locked != 0 && errno == EINTR);
         if (locked != 0) return Fail(fd, errno);
     }
-    struct stat st;
-    if (fstat(fd, &st) != 0) return Fail(fd, errno);
     if (const int refused = RefuseForeignFile(st)) return Fail(fd, refused);
     if (ftruncate(fd, 0) != 0) return Fail(fd, errno);
 

@@ -155,6 +155,19 @@ TEST_F(TempFileSharing, LeftoverOfAKilledLoadIsTakenOverAndRemoved) {
     EXPECT_FALSE(fs::exists(kTempBin));
 }
 
+TEST_F(TempFileSharing, HeaderCompressedTwiceReopensTheFileItHoldsWithoutWaiting) {
+    // The inflated "moov" is itself compressed: the second inflate empties
+    // the very file the walk reads, so nothing is left to walk (10). It
+    // must not wait for the lock its own load holds.
+    const Bytes inner = CompressedMoov(Moov({Mvhd(600, 6000)}));
+    const Bytes movie = Cat({Ftyp("qt  "), CompressedMoov(inner), Filler("mdat", 5000)});
+    Mp4Info reader;
+    EXPECT_EQ(reader.LoadFile(dir_.write("twice.mov", movie).c_str()), MFI_NOT_THIS_FORMAT);
+    EXPECT_EQ(reader.m_useTempFile, 1u);
+    reader.Destory();
+    EXPECT_FALSE(fs::exists(kTempBin));
+}
+
 TEST_F(TempFileSharing, LoadWaitsWhileAnotherHoldsTheTempFile) {
     // A load elsewhere is inflating: this one waits for it, then loads.
     const int held = open(kTempBin, O_RDWR | O_CREAT, 0666);
