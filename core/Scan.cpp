@@ -106,6 +106,7 @@ void LoadInto(const std::string& path, ScanItem& item) {
     const MediaFileInfo_st* record = facade.GetFileInfo();
     item.hasRecord = record != nullptr;
     if (record != nullptr) memcpy(static_cast<void*>(&item.record), record, sizeof item.record);
+    item.readingError = media::ReadMediaPath(path, item.reading);
     if (item.status == MFI_OPEN_FAILED) {
         // The library says only that it could not open the file: ask why.
         const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "MediaFileInfoDefine.h"
+#include "media/Reading.h"
 
 namespace fileinfo {
 
@@ -69,6 +70,11 @@ struct ScanItem {
     // errno when a compressed movie header could not be inflated because
     // its temporary file could not be made; the record is the library's.
     int tempFileError = 0;
+
+    // What the file really holds, read by our own readers beside the
+    // library's load; readingError is the errno when it could not be read.
+    media::Reading reading;
+    int readingError = 0;
 
     // Loaded and identified: status 1 with a file type or a stream found.
     // ADTS streams have no file type but are audio; a status of 1 with

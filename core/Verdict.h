@@ -4,8 +4,10 @@
 #define FILEINFO_CORE_VERDICT_H
 
 #include <string>
+#include <vector>
 
 #include "MediaFileInfoDefine.h"
+#include "media/Reading.h"
 
 namespace fileinfo {
 
@@ -15,6 +17,18 @@ struct DeviceVerdict {
     bool playable = false;
     std::string refusedBy;    // the requirement key that refused the file, if one did
     std::string explanation;  // why not, in words; empty when playable
+};
+
+// Whether a device plays a file, judged on the reading of what the file
+// holds: every requirement key the filter checks, with its plain meaning.
+struct ReadingVerdict {
+    bool playable = false;
+    // Every requirement key that refuses the file, in the list's order; a
+    // file the list has no entry for is refused with no key.
+    std::vector<std::string> refusedBy;
+    // Each refusal in words, "; " between them ("sample rate 96 kHz is above
+    // the device's 48 kHz"); empty when playable.
+    std::string explanation;
 };
 
 class Device {
@@ -35,6 +49,13 @@ public:
     // The verdict on a scanned item: files that did not load, or that no
     // reader identified, are never playable and say so.
     DeviceVerdict Judge(const ScanItem& item) const;
+
+    // The verdict on what the file holds. The type is looked up by the
+    // reading's own: an ADTS stream is "AAC", a movie by its video codec's
+    // name in the list ("H.264", "MPEG-4", "H.263"), a sound-only MP4 by its
+    // audio codec's ("AAC", "AppleLossless", "AMR"). Requirement keys the
+    // filter does not check stay unchecked.
+    ReadingVerdict JudgeReading(const media::Reading& reading) const;
 
     // The number a requirement key gives under a file type ("MaximumWidth"
     // under "H.264"), or -1 when the list does not give it.
