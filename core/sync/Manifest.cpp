@@ -1,0 +1,248 @@
+#include "sync/Manifest.h"
+
+#include <fcntl.h>
+#include <sqlite3.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace fileinfo {
+namespace sync {
+
+const char kManifestName[] = ".fileinfo-sync.db";
+const char kLockName[] = ".fileinfo-sync.lock";
+
+bool IsSyncOwnName(const std::string& name) {
+    return name == kManifestName || name == kLockName || name == std::string(kManifestName) + "-journal";
+}
+
+FileState FileState::Of(const struct stat& st) {
+    FileState s;
+    s.size = static_cast<uint64_t>(st.st_size);
+    s.mtimeNs = static_cast<int64_t>(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
+    s.ctimeNs = static_cast<int64_t>(st.st_ctim.tv_sec) * 1000000000 + st.st_ctim.tv_nsec;
+    s.dev = static_cast<uint64_t>(st.st_dev);
+    s.ino = static_cast<uint64_t>(st.st_ino);
+    return s;
+}
+
+SyncLock::~SyncLock() {
+    if (fd_ >= 0) close(fd_);
+}
+
+ManifestStatus SyncLock::Take(int folderFd, std::string& error) {
+    fd_ = openat(folderFd, kLockName, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644);
+    if (fd_ < 0) {
+        error = std::string(kLockName) + ": " + strerror(errno);
+        return ManifestStatus::kError;
+    }
+    if (flock(fd_, LOCK_EX | LOCK_NB) != 0) {
+        const int e = errno;
+        close(fd_);
+        fd_ = -1;
+        if (e == EWOULDBLOCK) {
+            error = "another sync to this folder is running";
+            return ManifestStatus::kLocked;
+        }
+        error = std::string(kLockName) + ": " + strerror(e);
+        return ManifestStatus::kError;
+    }
+    return ManifestStatus::kOk;
+}
+
+namespace {
+
+const char kCreate[] =
+    "CREATE TABLE IF NOT EXISTS files("
+    " device_path TEXT PRIMARY KEY NOT NULL,"
+    " source_path TEXT NOT NULL,"
+    " source_size INTEGER NOT NULL, source_mtime_ns INTEGER NOT NULL, source_ctime_ns INTEGER NOT NULL,"
+    " source_dev INTEGER NOT NULL, source_ino INTEGER NOT NULL,"
+    " action TEXT NOT NULL, target TEXT NOT NULL, caps_digest TEXT NOT NULL,"
+    " device_size INTEGER NOT NULL, device_mtime_ns INTEGER NOT NULL,"
+    " pending INTEGER NOT NULL, temp_path TEXT NOT NULL)";
+
+}  // namespace
+
+struct Manifest::Db {
+    sqlite3* handle = nullptr;
+    sqlite3_stmt* put = nullptr;
+    sqlite3_stmt* erase = nullptr;
+
+    ~Db() {
+        sqlite3_finalize(put);
+        sqlite3_finalize(erase);
+        if (handle != nullptr) sqlite3_close(handle);
+    }
+
+    std::string Error() const { return handle != nullptr ? sqlite3_errmsg(handle) : "out of memory"; }
+
+    bool Exec(const char* sql, std::string& error) {
+        char* message = nullptr;
+        if (sqlite3_exec(handle, sql, nullptr, nullptr, &message) == SQLITE_OK) return true;
+        error = message != nullptr ? message : Error();
+        sqlite3_free(message);
+        return false;
+    }
+};
+
+Manifest::Manifest() = default;
+Manifest::~Manifest() = default;
+
+bool Manifest::IsOpen() const { return db_ && db_->handle != nullptr; }
+
+ManifestStatus Manifest::Open(const std::string& folder, bool writable, std::string& error) {
+    const std::string path = folder + "/" + kManifestName;
+    struct stat st;
+    if (lstat(path.c_str(), &st) == 0) {
+        // Never follow a link out of the device folder.
+        if (!S_ISREG(st.st_mode)) {
+            error = path + ": not a regular file";
+            return ManifestStatus::kError;
+        }
+    } else if (errno != ENOENT) {
+        error = path + ": " + strerror(errno);
+        return ManifestStatus::kError;
+    } else if (!writable) {
+        return ManifestStatus::kOk;  // an empty manifest, nothing made
+    }
+    db_ = std::make_unique<Db>();
+    const int flags = (writable ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE : SQLITE_OPEN_READONLY) |
+                      SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW;
+    if (sqlite3_open_v2(path.c_str(), &db_->handle, flags, nullptr) != SQLITE_OK) {
+        error = path + ": " + db_->Error();
+        db_.reset();
+        return ManifestStatus::kError;
+    }
+    sqlite3_busy_timeout(db_->handle, 2000);
+    sqlite3_stmt* version = nullptr;
+    int schema = -1;
+    if (sqlite3_prepare_v2(db_->handle, "PRAGMA user_version", -1, &version, nullptr) == SQLITE_OK &&
+        sqlite3_step(version) == SQLITE_ROW) {
+        schema = sqlite3_column_int(version, 0);
+    }
+    sqlite3_finalize(version);
+    if (schema < 0) {
+        error = path + ": " + db_->Error();
+        db_.reset();
+        return ManifestStatus::kError;
+    }
+    if (schema > kSchemaVersion) {
+        error = path + ": the manifest's schema is version " + std::to_string(schema) + ", newer than this fileinfo knows (" +
+                std::to_string(kSchemaVersion) + "); use a newer fileinfo";
+        db_.reset();
+        return ManifestStatus::kNewer;
+    }
+    if (writable) {
+        const bool made = db_->Exec("PRAGMA journal_mode=DELETE", error) && db_->Exec("PRAGMA synchronous=FULL", error) &&
+                          db_->Exec("BEGIN IMMEDIATE", error) && db_->Exec(kCreate, error) &&
+                          db_->Exec(("PRAGMA user_version=" + std::to_string(kSchemaVersion)).c_str(), error) &&
+                          db_->Exec("COMMIT", error);
+        if (!made ||
+            sqlite3_prepare_v2(db_->handle,
+                               "INSERT OR REPLACE INTO files VALUES(?1,?2,?3,?4,?5,?6,?7,?8,?9,?10,?11,?12,?13,?14)", -1,
+                               &db_->put, nullptr) != SQLITE_OK ||
+            sqlite3_prepare_v2(db_->handle, "DELETE FROM files WHERE device_path=?1", -1, &db_->erase, nullptr) !=
+                SQLITE_OK) {
+            if (error.empty()) error = db_->Error();
+            error = path + ": " + error;
+            db_.reset();
+            return ManifestStatus::kError;
+        }
+    } else if (schema == 0) {
+        db_.reset();  // made by nothing: no table yet
+    }
+    return ManifestStatus::kOk;
+}
+
+namespace {
+
+std::string ColumnText(sqlite3_stmt* s, int k) {
+    const unsigned char* text = sqlite3_column_text(s, k);
+    return text == nullptr ? std::string() : std::string(reinterpret_cast<const char*>(text), sqlite3_column_bytes(s, k));
+}
+
+}  // namespace
+
+bool Manifest::Rows(std::vector<ManifestRow>& rows, std::string& error) {
+    rows.clear();
+    if (!IsOpen()) return true;
+    sqlite3_stmt* s = nullptr;
+    if (sqlite3_prepare_v2(db_->handle, "SELECT * FROM files ORDER BY device_path", -1, &s, nullptr) != SQLITE_OK) {
+        error = db_->Error();
+        return false;
+    }
+    int step;
+    while ((step = sqlite3_step(s)) == SQLITE_ROW) {
+        ManifestRow r;
+        r.devicePath = ColumnText(s, 0);
+        r.sourcePath = ColumnText(s, 1);
+        r.source.size = static_cast<uint64_t>(sqlite3_column_int64(s, 2));
+        r.source.mtimeNs = sqlite3_column_int64(s, 3);
+        r.source.ctimeNs = sqlite3_column_int64(s, 4);
+        r.source.dev = static_cast<uint64_t>(sqlite3_column_int64(s, 5));
+        r.source.ino = static_cast<uint64_t>(sqlite3_column_int64(s, 6));
+        r.action = ColumnText(s, 7);
+        r.target = ColumnText(s, 8);
+        r.capsDigest = ColumnText(s, 9);
+        r.deviceSize = static_cast<uint64_t>(sqlite3_column_int64(s, 10));
+        r.deviceMtimeNs = sqlite3_column_int64(s, 11);
+        r.pending = sqlite3_column_int(s, 12) != 0;
+        r.tempPath = ColumnText(s, 13);
+        rows.push_back(std::move(r));
+    }
+    if (step != SQLITE_DONE) error = db_->Error();
+    sqlite3_finalize(s);
+    return step == SQLITE_DONE;
+}
+
+bool Manifest::Begin(std::string& error) { return db_->Exec("BEGIN IMMEDIATE", error); }
+
+bool Manifest::Commit(std::string& error) {
+    if (db_->Exec("COMMIT", error)) return true;
+    Rollback();
+    return false;
+}
+
+void Manifest::Rollback() {
+    if (!sqlite3_get_autocommit(db_->handle)) {
+        std::string ignored;
+        db_->Exec("ROLLBACK", ignored);
+    }
+}
+
+bool Manifest::Put(const ManifestRow& r, std::string& error) {
+    sqlite3_stmt* s = db_->put;
+    sqlite3_reset(s);
+    sqlite3_bind_text(s, 1, r.devicePath.data(), static_cast<int>(r.devicePath.size()), SQLITE_TRANSIENT);
+    sqlite3_bind_text(s, 2, r.sourcePath.data(), static_cast<int>(r.sourcePath.size()), SQLITE_TRANSIENT);
+    sqlite3_bind_int64(s, 3, static_cast<sqlite3_int64>(r.source.size));
+    sqlite3_bind_int64(s, 4, r.source.mtimeNs);
+    sqlite3_bind_int64(s, 5, r.source.ctimeNs);
+    sqlite3_bind_int64(s, 6, static_cast<sqlite3_int64>(r.source.dev));
+    sqlite3_bind_int64(s, 7, static_cast<sqlite3_int64>(r.source.ino));
+    sqlite3_bind_text(s, 8, r.action.data(), static_cast<int>(r.action.size()), SQLITE_TRANSIENT);
+    sqlite3_bind_text(s, 9, r.target.data(), static_cast<int>(r.target.size()), SQLITE_TRANSIENT);
+    sqlite3_bind_text(s, 10, r.capsDigest.data(), static_cast<int>(r.capsDigest.size()), SQLITE_TRANSIENT);
+    sqlite3_bind_int64(s, 11, static_cast<sqlite3_int64>(r.deviceSize));
+    sqlite3_bind_int64(s, 12, r.deviceMtimeNs);
+    sqlite3_bind_int(s, 13, r.pending ? 1 : 0);
+    sqlite3_bind_text(s, 14, r.tempPath.data(), static_cast<int>(r.tempPath.size()), SQLITE_TRANSIENT);
+    if (sqlite3_step(s) == SQLITE_DONE) return true;
+    error = db_->Error();
+    return false;
+}
+
+bool Manifest::Erase(const std::string& devicePath, std::string& error) {
+    sqlite3_stmt* s = db_->erase;
+    sqlite3_reset(s);
+    sqlite3_bind_text(s, 1, devicePath.data(), static_cast<int>(devicePath.size()), SQLITE_TRANSIENT);
+    if (sqlite3_step(s) == SQLITE_DONE) return true;
+    error = db_->Error();
+    return false;
+}
+
+}  // namespace sync
+}  // namespace fileinfo

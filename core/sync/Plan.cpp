@@ -1,0 +1,775 @@
+#include "sync/Plan.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/stat.h>
+#include <sys/statfs.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <set>
+#include <system_error>
+#include <thread>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "MediaFileInfo.h"
+#include "sync/FatNames.h"
+#include "sync/Playlist.h"
+
+namespace fileinfo {
+namespace sync {
+
+namespace {
+
+constexpr long kExfatMagic = 0x2011BAB0;
+
+std::string ErrorText(int error) { return std::generic_category().message(error); }
+
+std::string LowerExtension(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
+    const size_t dot = name.rfind('.');
+    if (dot == std::string::npos || dot == 0) return std::string();
+    std::string extension = name.substr(dot + 1);
+    for (char& c : extension) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    return extension;
+}
+
+std::string Absolute(const std::string& path) {
+    char* real = realpath(path.c_str(), nullptr);
+    if (real == nullptr) return std::string();
+    std::string out(real);
+    free(real);
+    return out;
+}
+
+bool Inside(const std::string& path, const std::string& folder) {
+    if (folder == "/") return true;
+    return path == folder || (path.size() > folder.size() && path.compare(0, folder.size(), folder) == 0 &&
+                              path[folder.size()] == '/');
+}
+
+// A file the walk found: its source path, and its path below the device
+// folder before the device's names are applied.
+struct Found {
+    std::string source;
+    std::string relative;
+    struct stat st;
+    bool playlist = false;
+    SkipKind skip = SkipKind::kNone;
+    std::string reason;
+};
+
+class Walker {
+public:
+    Walker(const PlanOptions& options, std::vector<Found>& found) : options_(options), found_(found) {}
+
+    void Root(const std::string& given) {
+        const std::string path = Absolute(given);
+        struct stat st;
+        if (path.empty() || stat(path.c_str(), &st) != 0) {
+            Add(given, std::string(), nullptr, SkipKind::kUnreadable, ErrorText(errno));
+            return;
+        }
+        if (S_ISDIR(st.st_mode)) {
+            Folder(path, std::string());
+            return;
+        }
+        const std::string name = path.substr(path.rfind('/') + 1);
+        if (!S_ISREG(st.st_mode)) {
+            Add(path, name, &st, SkipKind::kSpecial, "not a regular file");
+        } else if (IsPlaylistName(path)) {
+            Add(path, name, &st, SkipKind::kNone, std::string(), true);
+        } else if (!MediaFileHasReader(path.c_str())) {
+            Add(path, name, &st, SkipKind::kNotMedia, ExtensionAdvice(path));
+        } else {
+            Add(path, name, &st, SkipKind::kNone, std::string());
+        }
+    }
+
+private:
+    void Add(const std::string& source, const std::string& relative, const struct stat* st, SkipKind skip,
+             std::string reason, bool playlist = false) {
+        Found f;
+        f.source = source;
+        f.relative = relative;
+        if (st != nullptr) {
+            f.st = *st;
+        } else {
+            memset(&f.st, 0, sizeof f.st);
+        }
+        f.skip = skip;
+        f.reason = std::move(reason);
+        f.playlist = playlist;
+        found_.push_back(std::move(f));
+    }
+
+    bool Selected(const std::string& path) const {
+        if (options_.extensions.empty()) return true;
+        return std::find(options_.extensions.begin(), options_.extensions.end(), LowerExtension(path)) !=
+               options_.extensions.end();
+    }
+
+    void Folder(const std::string& path, const std::string& relative) {
+        DIR* folder = opendir(path.c_str());
+        if (folder == nullptr) {
+            Add(path, relative, nullptr, SkipKind::kUnreadable, ErrorText(errno));
+            return;
+        }
+        std::vector<std::string> names;
+        while (const dirent* entry = readdir(folder)) {
+            if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0) names.push_back(entry->d_name);
+        }
+        closedir(folder);
+        std::sort(names.begin(), names.end());
+        for (const std::string& name : names) {
+            const std::string child = path == "/" ? "/" + name : path + "/" + name;
+            const std::string childRelative = relative.empty() ? name : relative + "/" + name;
+            Entry(child, childRelative, name);
+        }
+    }
+
+    void Entry(const std::string& path, const std::string& relative, const std::string& name) {
+        struct stat st;
+        if (!options_.hidden && name[0] == '.') {
+            Add(path, relative, nullptr, SkipKind::kHidden, "hidden");
+            return;
+        }
+        if (lstat(path.c_str(), &st) != 0) {
+            Add(path, relative, nullptr, SkipKind::kUnreadable, ErrorText(errno));
+            return;
+        }
+        if (S_ISDIR(st.st_mode)) {
+            Folder(path, relative);
+            return;
+        }
+        if (S_ISLNK(st.st_mode)) {
+            if (stat(path.c_str(), &st) != 0) {
+                Add(path, relative, nullptr, SkipKind::kUnreadable, ErrorText(errno));
+                return;
+            }
+            if (S_ISDIR(st.st_mode)) {
+                Add(path, relative, &st, SkipKind::kSpecial, "symbolic link to a folder, not followed");
+                return;
+            }
+        }
+        if (!S_ISREG(st.st_mode)) {
+            Add(path, relative, &st, SkipKind::kSpecial, "not a regular file");
+        } else if (IsPlaylistName(path)) {
+            Add(path, relative, &st, SkipKind::kNone, std::string(), true);
+        } else if (!MediaFileHasReader(path.c_str())) {
+            Add(path, relative, &st, SkipKind::kNotMedia, ExtensionAdvice(path));
+        } else if (!Selected(path)) {
+            Add(path, relative, &st, SkipKind::kNotMedia, "extension not selected");
+        } else {
+            Add(path, relative, &st, SkipKind::kNone, std::string());
+        }
+    }
+
+    const PlanOptions& options_;
+    std::vector<Found>& found_;
+};
+
+std::string FolderPart(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    return slash == std::string::npos ? std::string() : path.substr(0, slash);
+}
+
+std::string NamePart(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+std::string ReplaceExtension(const std::string& name, const std::string& extension) {
+    if (extension.empty()) return name;
+    const size_t dot = name.rfind('.');
+    return (dot == std::string::npos || dot == 0 ? name : name.substr(0, dot)) + extension;
+}
+
+// The device's names: each found file's device path, with names the file
+// system takes and no two files on one name (as the file system compares
+// names). Paths the manifest gave earlier are claimed first, so a file
+// keeps its name from run to run; new ones take the next free number.
+class Namer {
+public:
+    Namer(bool fat, int deviceFd) : fat_(fat), deviceFd_(deviceFd) {}
+
+    std::string Key(const std::string& path) const { return fat_ ? FatFoldKey(path) : path; }
+
+    void Claim(const std::string& devicePath) {
+        files_.insert(Key(devicePath));
+        // Its folders are spelt as they are already.
+        std::string folder = FolderPart(devicePath);
+        while (!folder.empty()) {
+            folders_.emplace(Key(folder), folder);
+            folder = FolderPart(folder);
+        }
+    }
+
+    // A new device path for `relative`, whose name becomes `extension`'s.
+    std::string Assign(const std::string& relative, const std::string& extension) {
+        std::string folder;
+        const std::string parent = FolderPart(relative);
+        size_t start = 0;
+        while (start < parent.size()) {
+            size_t end = parent.find('/', start);
+            if (end == std::string::npos) end = parent.size();
+            const std::string name = Name(parent.substr(start, end - start));
+            const std::string wanted = folder.empty() ? name : folder + "/" + name;
+            auto at = folders_.emplace(Key(wanted), wanted).first;
+            folder = at->second;
+            start = end + 1;
+        }
+        const std::string base = Name(ReplaceExtension(NamePart(relative), extension));
+        for (unsigned n = 1;; ++n) {
+            const std::string name = n == 1 ? base : (fat_ ? NumberedName(base, n) : Numbered(base, n));
+            const std::string path = folder.empty() ? name : folder + "/" + name;
+            if (files_.count(Key(path)) != 0 || folders_.count(Key(path)) != 0 || Occupied(path)) continue;
+            files_.insert(Key(path));
+            return path;
+        }
+    }
+
+private:
+    std::string Name(const std::string& name) const { return fat_ ? FatName(name) : name; }
+
+    static std::string Numbered(const std::string& name, unsigned n) {
+        const size_t dot = name.rfind('.');
+        const std::string mark = " (" + std::to_string(n) + ")";
+        if (dot == std::string::npos || dot == 0) return name + mark;
+        return name.substr(0, dot) + mark + name.substr(dot);
+    }
+
+    // A name in the device folder that sync did not put there: the user's.
+    bool Occupied(const std::string& path) const {
+        struct stat st;
+        return deviceFd_ >= 0 && fstatat(deviceFd_, path.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
+    }
+
+    bool fat_;
+    int deviceFd_;
+    std::unordered_set<std::string> files_;
+    std::unordered_map<std::string, std::string> folders_;
+};
+
+// The device file's state, for a row: intact when its size and time are the
+// ones recorded after it was written.
+bool DeviceIntact(int deviceFd, const ManifestRow& row) {
+    struct stat st;
+    if (deviceFd < 0 || fstatat(deviceFd, row.devicePath.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return false;
+    const FileState state = FileState::Of(st);
+    return S_ISREG(st.st_mode) && state.size == row.deviceSize && state.mtimeNs == row.deviceMtimeNs;
+}
+
+bool DeviceExists(int deviceFd, const std::string& path, uint64_t& size) {
+    struct stat st;
+    if (deviceFd < 0 || fstatat(deviceFd, path.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(st.st_mode)) return false;
+    size = static_cast<uint64_t>(st.st_size);
+    return true;
+}
+
+// True when the device file holds exactly `bytes`.
+bool DeviceHolds(int deviceFd, const std::string& path, const std::string& bytes) {
+    const int fd = openat(deviceFd, path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0) return false;
+    std::string held;
+    char buffer[1 << 16];
+    bool ok = true;
+    for (;;) {
+        const ssize_t n = read(fd, buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) ok = false;
+        if (n <= 0) break;
+        held.append(buffer, static_cast<size_t>(n));
+        if (held.size() > bytes.size()) break;
+    }
+    close(fd);
+    return ok && held == bytes;
+}
+
+// True when the device file and the source hold the same bytes: a copy a
+// stopped run finished but did not record.
+bool SameBytes(int deviceFd, const std::string& devicePath, const std::string& source) {
+    const int a = openat(deviceFd, devicePath.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
+    const int b = open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    bool same = a >= 0 && b >= 0;
+    static constexpr size_t kBlock = 1 << 16;
+    std::vector<char> x(kBlock), y(kBlock);
+    off_t at = 0;
+    while (same) {
+        const ssize_t m = pread(a, x.data(), kBlock, at);
+        const ssize_t n = pread(b, y.data(), kBlock, at);
+        if (m < 0 || n < 0 || m != n) {
+            same = false;
+            break;
+        }
+        if (m == 0) break;
+        same = memcmp(x.data(), y.data(), static_cast<size_t>(m)) == 0;
+        at += m;
+    }
+    if (a >= 0) close(a);
+    if (b >= 0) close(b);
+    return same;
+}
+
+bool ReadSmallFile(const std::string& path, std::string& text, int& error) {
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0) {
+        error = errno;
+        return false;
+    }
+    char buffer[1 << 16];
+    for (;;) {
+        const ssize_t n = read(fd, buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) error = errno;
+        if (n <= 0) break;
+        text.append(buffer, static_cast<size_t>(n));
+        if (text.size() > kMaxPlaylistBytes) {
+            error = EFBIG;
+            break;
+        }
+    }
+    close(fd);
+    return error == 0;
+}
+
+uint64_t InBlocks(uint64_t bytes, uint64_t block) {
+    if (block == 0) return bytes;
+    return (bytes + block - 1) / block * block;
+}
+
+// Loads every entry in `loads` on `jobs` threads and decides it.
+void LoadAndDecide(std::vector<PlanEntry>& entries, const std::vector<size_t>& loads, unsigned jobs,
+                   const Decider& decide, std::vector<Decision>& decisions) {
+    decisions.assign(entries.size(), Decision());
+    if (loads.empty()) return;
+    if (jobs == 0) jobs = std::max(1u, std::thread::hardware_concurrency());
+    jobs = static_cast<unsigned>(std::min<size_t>(jobs, loads.size()));
+    std::atomic<size_t> next{0};
+    const auto work = [&] {
+        for (size_t k; (k = next.fetch_add(1)) < loads.size();) {
+            const size_t index = loads[k];
+            ScanItem item;
+            item.path = entries[index].source;
+            LoadInto(item.path, item);
+            decisions[index] = decide(item);
+        }
+    };
+    std::vector<std::thread> threads;
+    for (unsigned k = 1; k < jobs; ++k) threads.emplace_back(work);
+    work();
+    for (std::thread& t : threads) t.join();
+}
+
+void ApplyDecision(PlanEntry& e, const Decision& d) {
+    e.libraryPlayable = d.libraryPlayable;
+    e.libraryExplanation = d.libraryExplanation;
+    e.refusedBy = d.refusedBy;
+    e.target = d.target;
+    if (d.action == Action::kSkip) {
+        e.skip = d.skip;
+        e.reason = d.reason;
+        if (e.hasRow) {
+            // Its copy is out of date and the device no longer gets one.
+            e.action = Action::kRemove;
+            e.bytes = e.row.deviceSize;
+            e.reason = "now skipped: " + d.reason;
+        } else {
+            e.action = Action::kSkip;
+        }
+        return;
+    }
+    e.bytes = d.bytes;
+    if (e.hasRow) {
+        const bool intact = e.action == Action::kKeep;  // set by the caller when the device file is intact
+        if (intact && d.target == e.row.target) {
+            e.action = Action::kKeep;
+            e.refreshRow = true;  // judged again against a new list: record it
+            e.bytes = 0;
+            return;
+        }
+        e.action = Action::kUpdate;
+        return;
+    }
+    e.action = d.action;
+}
+
+}  // namespace
+
+const char* ActionName(Action action) {
+    switch (action) {
+        case Action::kCopy: return "copy";
+        case Action::kConvert: return "convert";
+        case Action::kUpdate: return "update";
+        case Action::kKeep: return "keep";
+        case Action::kRemove: return "remove";
+        case Action::kSkip: return "skip";
+    }
+    return "skip";
+}
+
+const char* SkipKindName(SkipKind kind) {
+    switch (kind) {
+        case SkipKind::kNone: return "";
+        case SkipKind::kNotLoaded: return "did not load";
+        case SkipKind::kNotIdentified: return "not identified";
+        case SkipKind::kRefused: return "refused by the device";
+        case SkipKind::kTooLarge: return "too large for the file system";
+        case SkipKind::kPathTooLong: return "path too long for the file system";
+        case SkipKind::kNotMedia: return "not a media file";
+        case SkipKind::kHidden: return "hidden";
+        case SkipKind::kSpecial: return "not a regular file";
+        case SkipKind::kUnreadable: return "could not be read";
+    }
+    return "";
+}
+
+Decider CopyDecider(ReadingJudge reading, LibraryJudge library) {
+    return [reading = std::move(reading), library = std::move(library)](const ScanItem& item) {
+        Decision d;
+        const DeviceVerdict own = library(item);
+        d.libraryPlayable = own.playable;
+        d.libraryExplanation = own.explanation;
+        if (item.outcome != Outcome::kLoaded || item.status != MFI_OK || !item.hasRecord) {
+            d.skip = SkipKind::kNotLoaded;
+            d.reason = std::string(SkipKindName(d.skip)) + ": " +
+                       (item.reason.empty() ? MediaFileStatusText(item.status) : item.reason);
+            return d;
+        }
+        if (!item.reading.Identified()) {
+            d.skip = SkipKind::kNotIdentified;
+            d.reason = SkipKindName(d.skip);
+            return d;
+        }
+        const ReadingVerdict verdict = reading(item);
+        if (!verdict.playable) {
+            d.skip = SkipKind::kRefused;
+            for (const std::string& key : verdict.refusedBy) d.refusedBy += (d.refusedBy.empty() ? "" : ", ") + key;
+            d.reason = std::string(SkipKindName(d.skip));
+            if (!d.refusedBy.empty()) d.reason += " (" + d.refusedBy + ")";
+            if (!verdict.explanation.empty()) d.reason += ": " + verdict.explanation;
+            return d;
+        }
+        d.action = Action::kCopy;
+        d.bytes = item.reading.size != 0 ? item.reading.size : item.record.fileSize;
+        return d;
+    };
+}
+
+Decider CopyDecider(const Device& device) {
+    return CopyDecider([&device](const ScanItem& item) { return device.JudgeReading(item.reading); },
+                       [&device](const ScanItem& item) { return device.Judge(item); });
+}
+
+std::string CapsDigest(const std::string& caps) {
+    uint64_t hash = 0xcbf29ce484222325ull;  // 64-bit FNV-1a
+    for (const char c : caps) {
+        hash ^= static_cast<unsigned char>(c);
+        hash *= 0x100000001b3ull;
+    }
+    char text[17];
+    snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(hash));
+    return text;
+}
+
+bool IsFatFileSystem(const std::string& folder) {
+    struct statfs fs;
+    if (statfs(folder.c_str(), &fs) != 0) return false;
+    return fs.f_type == MSDOS_SUPER_MAGIC || static_cast<long>(fs.f_type) == kExfatMagic;
+}
+
+bool SafeDevicePath(const std::string& path) {
+    if (path.empty() || path[0] == '/' || path.find('\0') != std::string::npos) return false;
+    size_t start = 0;
+    while (start <= path.size()) {
+        size_t end = path.find('/', start);
+        if (end == std::string::npos) end = path.size();
+        const std::string name = path.substr(start, end - start);
+        if (name.empty() || name == "." || name == "..") return false;
+        start = end + 1;
+    }
+    return true;
+}
+
+std::string CheckDeviceFolder(const std::vector<std::string>& sources, const std::string& folder, std::string& error) {
+    const std::string device = Absolute(folder);
+    struct stat st;
+    if (device.empty() || stat(device.c_str(), &st) != 0) {
+        error = folder + ": " + ErrorText(errno);
+        return std::string();
+    }
+    if (!S_ISDIR(st.st_mode)) {
+        error = folder + ": not a folder";
+        return std::string();
+    }
+    for (const std::string& source : sources) {
+        const std::string s = Absolute(source);
+        if (s.empty()) continue;  // reported by the walk
+        if (Inside(device, s)) {
+            error = folder + " lies inside the source " + source + ": sources are only read";
+            return std::string();
+        }
+        if (Inside(s, device)) {
+            error = "the source " + source + " lies inside " + folder;
+            return std::string();
+        }
+    }
+    return device;
+}
+
+PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& deviceFolder, const PlanOptions& options,
+                    const Decider& decide, Manifest& manifest, Plan& plan, std::string& error) {
+    plan = Plan();
+    plan.deviceFolder = CheckDeviceFolder(sources, deviceFolder, error);
+    if (plan.deviceFolder.empty()) return PlanStatus::kUsage;
+    plan.fat = options.fatNames || IsFatFileSystem(plan.deviceFolder);
+    const int deviceFd = open(plan.deviceFolder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (deviceFd < 0) {
+        error = deviceFolder + ": " + ErrorText(errno);
+        return PlanStatus::kUsage;
+    }
+    struct Closer {
+        int fd;
+        ~Closer() { close(fd); }
+    } closer{deviceFd};
+
+    std::vector<ManifestRow> rows;
+    if (!manifest.Rows(rows, error)) return PlanStatus::kError;
+    std::unordered_map<std::string, size_t> rowOfSource;
+    for (size_t k = 0; k < rows.size(); ++k) {
+        if (SafeDevicePath(rows[k].devicePath)) rowOfSource.emplace(rows[k].sourcePath, k);
+    }
+    std::vector<bool> rowUsed(rows.size(), false);
+
+    std::vector<Found> found;
+    Walker walker(options, found);
+    for (const std::string& source : sources) walker.Root(source);
+
+    Namer namer(plan.fat, deviceFd);
+    std::vector<PlanEntry>& entries = plan.entries;
+    entries.reserve(found.size());
+    std::unordered_set<std::string> seenSources;
+    for (Found& f : found) {
+        PlanEntry e;
+        e.source = std::move(f.source);
+        e.playlist = f.playlist;
+        e.sourceState = FileState::Of(f.st);
+        if (f.skip != SkipKind::kNone) {
+            e.skip = f.skip;
+            e.reason = f.reason.empty() ? SkipKindName(f.skip) : std::string(SkipKindName(f.skip)) + ": " + f.reason;
+            if (f.skip == SkipKind::kHidden) e.reason = "hidden";
+        } else if (!seenSources.insert(e.source).second) {
+            e.skip = SkipKind::kSpecial;
+            e.reason = "named twice";
+        } else {
+            auto at = rowOfSource.find(e.source);
+            if (at != rowOfSource.end()) {
+                e.hasRow = true;
+                e.row = rows[at->second];
+                rowUsed[at->second] = true;
+                e.devicePath = e.row.devicePath;
+                namer.Claim(e.devicePath);
+            }
+        }
+        e.target = f.relative;  // the path below the device folder, until named
+        entries.push_back(std::move(e));
+    }
+    // Paths of rows whose sources were not found stay claimed: their files
+    // are still there, and may stay.
+    for (size_t k = 0; k < rows.size(); ++k) {
+        if (!rowUsed[k] && SafeDevicePath(rows[k].devicePath)) namer.Claim(rows[k].devicePath);
+    }
+
+    // Names for new files, and the decisions that need no load.
+    std::vector<size_t> loads;
+    for (size_t index = 0; index < entries.size(); ++index) {
+        PlanEntry& e = entries[index];
+        const std::string relative = std::move(e.target);
+        e.target.clear();
+        if (e.skip != SkipKind::kNone) continue;
+        if (plan.fat && e.sourceState.size > kFatMaxFileSize) {
+            e.skip = SkipKind::kTooLarge;
+            e.reason = std::string(SkipKindName(e.skip)) + ": FAT holds at most 4 GiB - 1 bytes per file";
+            if (e.hasRow) {
+                e.action = Action::kRemove;
+                e.bytes = e.row.deviceSize;
+            }
+            continue;
+        }
+        if (!e.hasRow) e.devicePath = namer.Assign(relative, std::string());
+        if (plan.fat && Utf16Units(e.devicePath) > kFatPathUnits) {
+            e.skip = SkipKind::kPathTooLong;
+            e.reason = std::string(SkipKindName(e.skip)) + ": more than " + std::to_string(kFatPathUnits) +
+                       " UTF-16 units below the device folder";
+            e.devicePath.clear();
+            continue;
+        }
+        if (e.playlist) continue;  // after every media file is decided
+        if (!e.hasRow) {
+            loads.push_back(index);
+            continue;
+        }
+        const ManifestRow& row = e.row;
+        const bool sameSource = row.source == e.sourceState && row.capsDigest == options.capsDigest;
+        const bool intact = !row.pending && DeviceIntact(deviceFd, row);
+        if (sameSource && intact) {
+            e.action = Action::kKeep;
+            e.target = row.target;
+            e.libraryPlayable = true;
+            continue;
+        }
+        if (row.pending && sameSource && row.target.empty()) {
+            uint64_t size = 0;
+            if (DeviceExists(deviceFd, row.devicePath, size) && size == e.sourceState.size &&
+                SameBytes(deviceFd, row.devicePath, e.source)) {
+                // Written in full by a run that stopped before recording it.
+                e.action = Action::kKeep;
+                e.refreshRow = true;
+                e.libraryPlayable = true;
+                continue;
+            }
+        }
+        if (row.source == e.sourceState && row.capsDigest == options.capsDigest) {
+            // The source and the list are as they were: the decision holds,
+            // and the device copy is missing, changed by hand, or unfinished.
+            e.action = Action::kCopy;
+            e.target = row.target;
+            e.bytes = e.sourceState.size;
+            e.libraryPlayable = true;
+            e.reason = row.pending ? "finishing a stopped sync" : "device copy deleted or changed";
+            continue;
+        }
+        if (row.capsDigest != options.capsDigest && row.source == e.sourceState && intact) e.action = Action::kKeep;
+        if (row.source != e.sourceState) e.reason = "source changed";
+        loads.push_back(index);
+    }
+
+    std::vector<Decision> decisions;
+    LoadAndDecide(entries, loads, options.jobs, decide, decisions);
+    plan.totals.loads = loads.size();
+    for (const size_t index : loads) {
+        PlanEntry& e = entries[index];
+        const std::string changed = e.reason;
+        e.loaded = true;
+        e.reason.clear();
+        ApplyDecision(e, decisions[index]);
+        if (e.action == Action::kUpdate && !changed.empty()) e.reason = changed;
+        if (!e.hasRow && e.action == Action::kSkip) e.devicePath.clear();
+    }
+
+    // Playlists: entries point at what lands on the device.
+    std::unordered_map<std::string, size_t> ofSource;
+    for (size_t k = 0; k < entries.size(); ++k) {
+        if (!entries[k].playlist) ofSource.emplace(entries[k].source, k);
+    }
+    const auto lookup = [&](const std::string& absolute, std::string& device) {
+        auto at = ofSource.find(absolute);
+        if (at == ofSource.end()) {
+            // Outside the walk, or a file the walk left out of it.
+            for (const std::string& root : sources) {
+                const std::string r = Absolute(root);
+                if (!r.empty() && Inside(absolute, r) && access(absolute.c_str(), F_OK) == 0) return EntryFate::kSkipped;
+            }
+            return EntryFate::kOutside;
+        }
+        const PlanEntry& target = entries[at->second];
+        if (target.action == Action::kSkip || target.action == Action::kRemove || target.devicePath.empty()) {
+            return EntryFate::kSkipped;
+        }
+        device = target.devicePath;
+        return EntryFate::kOnDevice;
+    };
+    for (PlanEntry& e : entries) {
+        if (!e.playlist || e.skip != SkipKind::kNone) continue;
+        std::string text;
+        int readError = 0;
+        if (!ReadSmallFile(e.source, text, readError)) {
+            e.skip = SkipKind::kUnreadable;
+            e.reason = std::string(SkipKindName(e.skip)) + ": " + ErrorText(readError);
+            e.action = e.hasRow ? Action::kKeep : Action::kSkip;
+            if (!e.hasRow) e.devicePath.clear();
+            continue;
+        }
+        const PlaylistRewrite rewrite = RewritePlaylist(text, e.source, e.devicePath, lookup);
+        e.playlistText = rewrite.text;
+        e.playlistDropped = rewrite.skipped + rewrite.outside;
+        e.target = "playlist";
+        e.bytes = e.playlistText.size();
+        if (e.playlistDropped != 0) {
+            e.reason = std::to_string(rewrite.skipped) + " entries of skipped files and " + std::to_string(rewrite.outside) +
+                       " entries outside the sources dropped";
+        }
+        if (!e.hasRow) {
+            e.action = Action::kCopy;
+        } else if (!e.row.pending && DeviceIntact(deviceFd, e.row) && DeviceHolds(deviceFd, e.devicePath, e.playlistText)) {
+            e.action = Action::kKeep;
+            e.refreshRow = e.row.source != e.sourceState || e.row.capsDigest != options.capsDigest;
+            e.bytes = 0;
+        } else {
+            e.action = e.row.pending ? Action::kCopy : Action::kUpdate;
+        }
+    }
+
+    // Rows whose sources are gone: their copies go, unless kept.
+    for (size_t k = 0; k < rows.size(); ++k) {
+        if (rowUsed[k] || !SafeDevicePath(rows[k].devicePath)) continue;
+        PlanEntry e;
+        e.source = rows[k].sourcePath;
+        e.devicePath = rows[k].devicePath;
+        e.hasRow = true;
+        e.row = rows[k];
+        e.target = rows[k].target;
+        e.playlist = rows[k].action == "playlist";
+        struct stat st;
+        const bool gone = lstat(e.source.c_str(), &st) != 0 && (errno == ENOENT || errno == ENOTDIR);
+        if (!gone) {
+            e.action = Action::kKeep;
+            e.reason = "source not among this run's files";
+        } else if (options.keepRemoved) {
+            e.action = Action::kKeep;
+            e.reason = "source gone, kept (--keep-removed)";
+        } else {
+            e.action = Action::kRemove;
+            e.reason = "source gone";
+            e.bytes = DeviceIntact(deviceFd, e.row) ? e.row.deviceSize : 0;
+        }
+        entries.push_back(std::move(e));
+    }
+
+    // Totals, and the space the writes take.
+    struct statvfs vfs;
+    uint64_t block = 4096;
+    if (fstatvfs(deviceFd, &vfs) == 0) {
+        block = vfs.f_frsize != 0 ? vfs.f_frsize : vfs.f_bsize;
+        plan.totals.available = static_cast<uint64_t>(vfs.f_bavail) * block;
+    }
+    PlanTotals& t = plan.totals;
+    for (const PlanEntry& e : entries) {
+        const int a = static_cast<int>(e.action);
+        ++t.count[a];
+        t.bytes[a] += e.bytes;
+        if (e.action == Action::kSkip) ++t.skipped[static_cast<int>(e.skip)];
+        t.playlistDropped += e.playlistDropped;
+        if (e.action == Action::kCopy || e.action == Action::kConvert || e.action == Action::kUpdate) {
+            t.needed += InBlocks(e.bytes, block);
+        } else if (e.action == Action::kRemove) {
+            t.freed += InBlocks(e.bytes, block);
+        }
+    }
+    t.fits = t.needed <= t.available + t.freed;
+    t.shortBy = t.fits ? 0 : t.needed - t.available - t.freed;
+    return PlanStatus::kOk;
+}
+
+}  // namespace sync
+}  // namespace fileinfo

@@ -1,0 +1,161 @@
+// The plan of a sync: what becomes of every file the walk of the sources
+// finds, decided before anything is written.
+//
+// The walk only stats. A file the manifest knows, unchanged since it was
+// written and judged against the same capability list, is decided from the
+// manifest alone; only new and changed files are loaded and judged, so a
+// re-sync that changes nothing costs stats, not loads.
+//
+// What a loaded file becomes is the Decider's answer: the source's own
+// bytes ("copy"), something made from it for the device ("convert", with a
+// target the producer of the executor understands), or nothing ("skip").
+// Everything else (keep, update, remove, names, space) is the plan's.
+#ifndef FILEINFO_CORE_SYNC_PLAN_H
+#define FILEINFO_CORE_SYNC_PLAN_H
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "Scan.h"
+#include "Verdict.h"
+#include "sync/Manifest.h"
+
+namespace fileinfo {
+namespace sync {
+
+enum class Action : unsigned char { kCopy, kConvert, kUpdate, kKeep, kRemove, kSkip };
+constexpr int kActionCount = 6;
+const char* ActionName(Action action);
+
+// Why a file is skipped.
+enum class SkipKind : unsigned char {
+    kNone,
+    kNotLoaded,      // the library did not load it
+    kNotIdentified,  // loaded, but no reader recognised it
+    kRefused,        // the device does not play it
+    kTooLarge,       // larger than the device's file system takes
+    kPathTooLong,    // its device path is longer than the file system takes
+    kNotMedia,       // no reader takes its extension, or --ext left it out
+    kHidden,         // a hidden file or folder, without --hidden
+    kSpecial,        // a FIFO, device, socket, or a link to a folder
+    kUnreadable,     // could not be reached (see the reason)
+};
+constexpr int kSkipKindCount = 10;
+// In the tool's words: "did not load", "not identified", "refused by the
+// device", "too large for the file system", ...
+const char* SkipKindName(SkipKind kind);
+
+// What a loaded source becomes on the device.
+struct Decision {
+    Action action = Action::kSkip;  // kCopy, kConvert or kSkip
+    SkipKind skip = SkipKind::kNone;
+    std::string reason;             // for a skip, in words
+    std::string refusedBy;          // the refusing keys, ", " between them
+    // Empty: the source's own bytes. Otherwise what the executor's producer
+    // makes, in words it understands, recorded in the manifest: a changed
+    // target makes the file an update.
+    std::string target;
+    std::string extension;          // the device file's, when it differs from the source's (".m4a")
+    uint64_t bytes = 0;             // what it writes (an estimate when converted)
+    // The library's own verdict, shown beside the one that decides.
+    bool libraryPlayable = false;
+    std::string libraryExplanation;
+};
+
+using Decider = std::function<Decision(const ScanItem& item)>;
+using ReadingJudge = std::function<ReadingVerdict(const ScanItem& item)>;
+using LibraryJudge = std::function<DeviceVerdict(const ScanItem& item)>;
+
+// The sync's own rule: copy what the verdict on the reading says the device
+// plays; skip what did not load, was not identified, or is refused. Tests
+// give judges of their own.
+Decider CopyDecider(ReadingJudge reading, LibraryJudge library);
+// The same with a device's two verdicts. The device must outlive it.
+Decider CopyDecider(const Device& device);
+
+// A short digest of a capability list's text: rows judged against another
+// list are judged again.
+std::string CapsDigest(const std::string& caps);
+
+struct PlanOptions {
+    unsigned jobs = 0;                    // loading threads; 0: one per core
+    std::vector<std::string> extensions;  // as ScanOptions::extensions
+    bool hidden = false;
+    bool keepRemoved = false;
+    bool fatNames = false;  // FAT names even where the file system is not FAT
+    std::string capsDigest;
+};
+
+struct PlanEntry {
+    Action action = Action::kSkip;
+    SkipKind skip = SkipKind::kNone;
+    std::string source;      // absolute
+    std::string devicePath;  // below the device folder; empty when it gets none
+    std::string reason;
+    std::string refusedBy;
+    uint64_t bytes = 0;      // to write; for a remove, what it frees
+    std::string target;
+    bool playlist = false;
+    bool libraryPlayable = false;
+    std::string libraryExplanation;
+    bool loaded = false;      // loaded to be decided
+    FileState sourceState;
+    // The manifest's row for the device path, when there is one: the
+    // executor replaces or removes the file only then.
+    bool hasRow = false;
+    ManifestRow row;
+    // Keep: the row is written again (a finished copy a stopped run never
+    // recorded, or a new capability list that decides the same).
+    bool refreshRow = false;
+    // A playlist's rewritten text, and the entries it dropped.
+    std::string playlistText;
+    uint32_t playlistDropped = 0;
+};
+
+struct PlanTotals {
+    size_t count[kActionCount] = {};
+    uint64_t bytes[kActionCount] = {};
+    size_t skipped[kSkipKindCount] = {};
+    size_t playlistDropped = 0;
+    uint64_t needed = 0;     // bytes the writes take, in whole blocks
+    uint64_t freed = 0;      // bytes the removes free, in whole blocks
+    uint64_t available = 0;  // free bytes of the device's file system
+    bool fits = true;
+    uint64_t shortBy = 0;
+    size_t loads = 0;        // sources loaded to decide
+};
+
+struct Plan {
+    std::string deviceFolder;  // absolute
+    bool fat = false;          // FAT names and limits apply
+    std::vector<PlanEntry> entries;
+    PlanTotals totals;
+};
+
+// Why a plan could not be made: a usage mistake (exit 2), the manifest
+// refused (another sync holds it, or it is newer), or another failure.
+enum class PlanStatus { kOk, kUsage, kLocked, kNewer, kError };
+
+// Makes the plan. `manifest` is open (or empty, for a first dry run).
+PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& deviceFolder, const PlanOptions& options,
+                    const Decider& decide, Manifest& manifest, Plan& plan, std::string& error);
+
+// The device folder, made absolute and checked: it exists, is a folder,
+// and neither holds a source nor lies inside one. Empty with the reason in
+// `error` otherwise.
+std::string CheckDeviceFolder(const std::vector<std::string>& sources, const std::string& folder, std::string& error);
+
+// True when the device's file system is FAT (vfat, msdos, exFAT).
+bool IsFatFileSystem(const std::string& folder);
+
+// A device path from the manifest that stays inside the device folder: no
+// empty, "." or ".." name, not absolute, no NUL.
+bool SafeDevicePath(const std::string& path);
+
+}  // namespace sync
+}  // namespace fileinfo
+
+#endif  // FILEINFO_CORE_SYNC_PLAN_H
