@@ -13,6 +13,7 @@
 #include "Options.h"
 #include "ScanCommand.h"
 #include "SetCommand.h"
+#include "SyncCommand.h"
 #include "ToolOutput.h"
 #include "Views.h"
 #include "report/ReportCommand.h"
@@ -33,6 +34,8 @@ int main(int argc, char** argv) {
     fileinfo::ToolOutput output;
     // fileinfo report PATH... -o FILE: the collection page.
     if (argc > 1 && strcmp(argv[1], "report") == 0) return RunReportCommand(argc - 1, argv + 1);
+    // fileinfo sync SOURCE... --to DIR --device CAPS: fills a device.
+    if (argc > 1 && strcmp(argv[1], "sync") == 0) return RunSyncCommand(argc - 1, argv + 1);
     CLI::App app{"Shows what libFileInfo reads from media files.", "fileinfo"};
     fileinfo::Options options;
     fileinfo::DeclareOptions(app, options);
