@@ -1,9 +1,8 @@
 #include "sync/Executor.h"
 
 #include <fcntl.h>
-#include <linux/fs.h>
+#include <stdio.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -143,7 +142,7 @@ int RemoveDeviceFile(int deviceFd, const std::string& path) {
 int Rename(int folderFd, const std::string& from, const std::string& to, bool replace) {
     if (!replace) {
         // Never over a file sync did not put there.
-        if (syscall(SYS_renameat2, folderFd, from.c_str(), folderFd, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
+        if (renameat2(folderFd, from.c_str(), folderFd, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
         if (errno != EINVAL && errno != ENOSYS) return errno;
         struct stat st;
         if (fstatat(folderFd, to.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) return EEXIST;

@@ -1,0 +1,59 @@
+// The sync as a child process for the fault tests, judging without the
+// readers: every file the library loads is copied. It prints the plan's
+// totals and the run's result as one JSON line.
+//
+//   sync_driver [--fat-names] [--keep-removed] [--dry-run] --to DIR SOURCE...
+#include <cstring>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "MediaFileInfoDefine.h"
+#include "sync/Sync.h"
+
+int main(int argc, char** argv) {
+    fileinfo::sync::SyncRequest request;
+    for (int k = 1; k < argc; ++k) {
+        const std::string arg = argv[k];
+        if (arg == "--fat-names") {
+            request.plan.fatNames = true;
+        } else if (arg == "--keep-removed") {
+            request.plan.keepRemoved = true;
+        } else if (arg == "--dry-run") {
+            request.dryRun = true;
+        } else if (arg == "--to" && k + 1 < argc) {
+            request.deviceFolder = argv[++k];
+        } else {
+            request.sources.push_back(arg);
+        }
+    }
+    request.plan.jobs = 1;
+    request.plan.capsDigest = "test";
+    request.execute.batchFiles = 4;
+    request.decide = [](const fileinfo::ScanItem& item) {
+        fileinfo::sync::Decision d;
+        if (item.status != MFI_OK || !item.hasRecord) {
+            d.skip = fileinfo::sync::SkipKind::kNotLoaded;
+            d.reason = "did not load";
+            return d;
+        }
+        d.action = fileinfo::sync::Action::kCopy;
+        d.bytes = item.record.fileSize;
+        d.libraryPlayable = true;
+        return d;
+    };
+    const fileinfo::sync::SyncOutcome out = fileinfo::sync::RunSync(request, nullptr);
+    const auto& t = out.plan.totals;
+    std::cout << "{\"status\":" << static_cast<int>(out.status) << ",\"loads\":" << t.loads;
+    for (int a = 0; a < fileinfo::sync::kActionCount; ++a) {
+        std::cout << ",\"" << fileinfo::sync::ActionName(static_cast<fileinfo::sync::Action>(a)) << "\":" << t.count[a];
+    }
+    std::cout << ",\"ran\":" << (out.ran ? "true" : "false") << ",\"failed\":" << out.run.failed
+              << ",\"deviceFailed\":" << (out.run.deviceFailed ? "true" : "false")
+              << ",\"tempFilesRemoved\":" << out.run.tempFilesRemoved << "}\n";
+    if (out.status != fileinfo::sync::SyncStatus::kOk) {
+        std::cerr << out.error << "\n";
+        return 2;
+    }
+    return out.run.failed != 0 || out.run.deviceFailed ? 1 : 0;
+}
