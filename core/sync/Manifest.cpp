@@ -136,10 +136,13 @@ ManifestStatus Manifest::Open(const std::string& folder, bool writable, std::str
         return ManifestStatus::kNewer;
     }
     if (writable) {
+        // A manifest is made once; opening one writes nothing, so a sync
+        // that changes nothing leaves the device as it was.
         const bool made = db_->Exec("PRAGMA journal_mode=DELETE", error) && db_->Exec("PRAGMA synchronous=FULL", error) &&
-                          db_->Exec("BEGIN IMMEDIATE", error) && db_->Exec(kCreate, error) &&
-                          db_->Exec(("PRAGMA user_version=" + std::to_string(kSchemaVersion)).c_str(), error) &&
-                          db_->Exec("COMMIT", error);
+                          (schema != 0 ||
+                           (db_->Exec("BEGIN IMMEDIATE", error) && db_->Exec(kCreate, error) &&
+                            db_->Exec(("PRAGMA user_version=" + std::to_string(kSchemaVersion)).c_str(), error) &&
+                            db_->Exec("COMMIT", error)));
         if (!made ||
             sqlite3_prepare_v2(db_->handle,
                                "INSERT OR REPLACE INTO files VALUES(?1,?2,?3,?4,?5,?6,?7,?8,?9,?10,?11,?12,?13,?14)", -1,
