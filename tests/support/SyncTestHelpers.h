@@ -107,7 +107,11 @@ inline std::vector<fileinfo::sync::ManifestRow> Rows(const std::string& dir) {
     fileinfo::sync::Manifest manifest;
     std::string error;
     std::vector<fileinfo::sync::ManifestRow> rows;
-    if (manifest.Open(dir, false, error) != fileinfo::sync::ManifestStatus::kOk) return rows;
+    // Opened for writing, as the next run opens it: a commit a killed run
+    // left half-done is rolled back first.
+    struct stat st;
+    if (stat((dir + "/" + fileinfo::sync::kManifestName).c_str(), &st) != 0) return rows;
+    if (manifest.Open(dir, true, error) != fileinfo::sync::ManifestStatus::kOk) return rows;
     manifest.Rows(rows, error);
     return rows;
 }

@@ -48,12 +48,13 @@ int main(int argc, char** argv) {
     for (int a = 0; a < fileinfo::sync::kActionCount; ++a) {
         std::cout << ",\"" << fileinfo::sync::ActionName(static_cast<fileinfo::sync::Action>(a)) << "\":" << t.count[a];
     }
+    std::cout << ",\"needed\":" << t.needed << ",\"available\":" << t.available << ",\"fits\":" << (t.fits ? "true" : "false");
     std::cout << ",\"ran\":" << (out.ran ? "true" : "false") << ",\"failed\":" << out.run.failed
               << ",\"deviceFailed\":" << (out.run.deviceFailed ? "true" : "false")
               << ",\"tempFilesRemoved\":" << out.run.tempFilesRemoved << "}\n";
     if (out.status != fileinfo::sync::SyncStatus::kOk) {
         std::cerr << out.error << "\n";
-        return 2;
+        return out.status == fileinfo::sync::SyncStatus::kUsage ? 2 : 1;
     }
     return out.run.failed != 0 || out.run.deviceFailed ? 1 : 0;
 }

@@ -1,0 +1,156 @@
+// Runs that are killed, meet a full device, or have calls fail: each time
+// only complete files remain under final names, the manifest agrees with
+// the device, and the next run completes without copying again what had
+// finished. The sync runs in sync_driver, a child process, with the fault
+// shim preloaded.
+#include <gtest/gtest.h>
+
+#include <sys/mount.h>
+#include <sys/statvfs.h>
+#include <sys/stat.h>
+
+#include <iostream>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "SyncTestHelpers.h"
+
+using namespace synctest;
+
+namespace {
+
+class SyncFault : public ::testing::Test {
+protected:
+    void SetUp() override {
+        fs::create_directories(Src());
+        files_ = MakeCollection(Src());
+        // More files than a few batches of the driver's four.
+        for (int k = 1; k <= 6; ++k) CopyInto(Src() + "/Loose.mp3", Src() + "/More/" + std::to_string(k) + ".mp3");
+        for (int k = 1; k <= 6; ++k) files_.push_back("More/" + std::to_string(k) + ".mp3");
+    }
+    std::string Src() const { return work_.file("music"); }
+
+    ChildResult Driver(const std::string& device, const std::vector<std::string>& environment) {
+        std::vector<std::string> env{"LD_PRELOAD=" SYNC_FAULT_SHIM};
+        env.insert(env.end(), environment.begin(), environment.end());
+        return RunChild({SYNC_DRIVER_PATH, "--to", device, Src()}, env, work_.path().string());
+    }
+
+    // Inodes of the files whose rows are done: a file copied again gets a
+    // new one.
+    static std::map<std::string, ino_t> Finished(const std::string& device) {
+        std::map<std::string, ino_t> inodes;
+        for (const auto& row : Rows(device)) {
+            struct stat st;
+            if (!row.pending && lstat((device + "/" + row.devicePath).c_str(), &st) == 0) inodes[row.devicePath] = st.st_ino;
+        }
+        return inodes;
+    }
+
+    // After a run that failed: consistent; the next run completes, copies
+    // nothing that had finished, and leaves no temporary file.
+    void ExpectRecovery(const std::string& device, const std::string& what) {
+        EXPECT_EQ(Disagreements(device), "") << what;
+        const auto finished = Finished(device);
+        const ChildResult next = Driver(device, {});
+        EXPECT_EQ(next.exitCode, 0) << what << "\n" << next.out << next.err;
+        EXPECT_EQ(Disagreements(device), "") << what;
+        EXPECT_TRUE(TempFiles(device).empty()) << what;
+        EXPECT_EQ(DeviceFiles(device), std::set<std::string>(files_.begin(), files_.end())) << what;
+        for (const auto& f : finished) {
+            struct stat st;
+            ASSERT_EQ(lstat((device + "/" + f.first).c_str(), &st), 0) << what;
+            EXPECT_EQ(st.st_ino, f.second) << what << ": " << f.first << " was copied again";
+        }
+        const auto again = nlohmann::json::parse(Driver(device, {}).out);
+        EXPECT_EQ(again["keep"], files_.size()) << what;
+        EXPECT_EQ(again["loads"], 0) << what;
+    }
+
+    TempDir work_;
+    std::vector<std::string> files_;
+};
+
+}  // namespace
+
+TEST_F(SyncFault, KilledAtManyMomentsLeavesOnlyCompleteFilesAndTheNextRunCompletes) {
+    TempDir counted;
+    const std::string countsFile = work_.file("counts.txt");
+    ASSERT_EQ(Driver(counted.path().string(), {"SYNC_FAULT_COUNTS=" + countsFile}).exitCode, 0);
+    const std::string counts = Slurp(countsFile);
+    const long calls = std::stol(counts.substr(counts.find(' ') + 1));
+    ASSERT_GT(calls, 20);
+    const long step = std::max(1L, calls / 40);
+    int killed = 0;
+    for (long at = 1; at <= calls; at += step) {
+        TempDir device;
+        const ChildResult run = Driver(device.path().string(), {"SYNC_KILL_AT=" + std::to_string(at)});
+        ASSERT_EQ(run.exitCode, 128 + SIGKILL) << "call " << at;
+        ++killed;
+        ExpectRecovery(device.path().string(), "killed at call " + std::to_string(at) + " of " + std::to_string(calls));
+    }
+    std::cout << "killed " << killed << " runs, at every " << step << ". of " << calls << " calls\n";
+}
+
+TEST_F(SyncFault, FailingWriteFsyncOrRenameLeavesAConsistentDevice) {
+    for (const char* call : {"write", "fsync", "rename"}) {
+        for (const int at : {1, 2, 5, 9}) {
+            for (const char* error : {"ENOSPC", "EIO"}) {
+                TempDir device;
+                const std::string what = std::string(call) + " #" + std::to_string(at) + " " + error;
+                const ChildResult run = Driver(device.path().string(), {std::string("SYNC_FAULT_CALL=") + call,
+                                                                        "SYNC_FAULT_AT=" + std::to_string(at),
+                                                                        std::string("SYNC_FAULT_ERRNO=") + error});
+                // SQLite syncs its folder as best it can, and goes on when
+                // that fails: a failing fsync may fail nothing.
+                if (std::string(call) == "fsync") {
+                    EXPECT_TRUE(run.exitCode == 0 || run.exitCode == 1) << what << "\n" << run.out << run.err;
+                } else {
+                    EXPECT_EQ(run.exitCode, 1) << what << "\n" << run.out << run.err;
+                }
+                EXPECT_TRUE(TempFiles(device.path().string()).empty()) << what;
+                ExpectRecovery(device.path().string(), what);
+            }
+        }
+    }
+}
+
+TEST_F(SyncFault, DeviceThatFillsUpStopsTheRunAndTheNextRunCompletesOnceThereIsRoom) {
+    const std::string mount = work_.file("small");
+    fs::create_directories(mount);
+    // Room for the files and the new manifest, and not a page more.
+    TempDir empty;
+    const auto dry = nlohmann::json::parse(
+        RunChild({SYNC_DRIVER_PATH, "--dry-run", "--to", empty.path().string(), Src()}, {}, work_.path().string()).out);
+    const uint64_t needed = dry["needed"].get<uint64_t>();
+    const uint64_t size = needed + 64 * 1024;
+    if (::mount("tmpfs", mount.c_str(), "tmpfs", 0, ("size=" + std::to_string(size)).c_str()) != 0) {
+        GTEST_SKIP() << "mounting a small file system is not permitted here (" << strerror(errno)
+                     << "); the failing-write test covers ENOSPC";
+    }
+    std::cout << "ran on a tmpfs of " << size << " bytes\n";
+    struct Unmount {
+        std::string path;
+        ~Unmount() { umount2(path.c_str(), MNT_DETACH); }
+    } unmount{mount};
+    const std::string device = mount + "/player";
+    fs::create_directories(device);
+    // Fill it so that the plan just fits once the manifest is made.
+    struct statvfs vfs;
+    ASSERT_EQ(statvfs(mount.c_str(), &vfs), 0);
+    const uint64_t available = static_cast<uint64_t>(vfs.f_bavail) * vfs.f_frsize;
+    const uint64_t manifestPages = 3 * 4096;
+    ASSERT_GT(available, needed + manifestPages);
+    const std::string filler = mount + "/filler";
+    Spit(filler, std::string(available - needed - manifestPages, 'f'));
+    const ChildResult run = Driver(device, {});
+    EXPECT_EQ(run.exitCode, 1) << run.out << run.err;
+    const auto result = nlohmann::json::parse(run.out);
+    EXPECT_TRUE(result["deviceFailed"].get<bool>()) << run.out;
+    EXPECT_TRUE(TempFiles(device).empty());
+    fs::remove(filler);
+    ExpectRecovery(device, "after the device filled up");
+}
