@@ -108,6 +108,12 @@ ManifestStatus Manifest::Open(const std::string& folder, bool writable, std::str
     } else if (!writable) {
         return ManifestStatus::kOk;  // an empty manifest, nothing made
     }
+    if (!writable && access((path + "-journal").c_str(), F_OK) == 0) {
+        // A commit a stopped run left half-done is rolled back by the next
+        // run that writes; reading it as it is could show half a commit.
+        error = path + ": a stopped sync left a commit to roll back; run the sync without --dry-run first";
+        return ManifestStatus::kError;
+    }
     db_ = std::make_unique<Db>();
     const int flags = (writable ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE : SQLITE_OPEN_READONLY) |
                       SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_NOFOLLOW;

@@ -8,6 +8,8 @@
  *   SYNC_FAULT_ERRNO  ENOSPC (the default) or EIO
  *   SYNC_KILL_AT      the 1-based position, among the calls of every kind
  *                     together, of the one before which the process dies
+ *   SYNC_INTERRUPT_AT the 1-based position, among the calls of every kind
+ *                     together, of the one before which SIGINT is raised
  *   SYNC_FAULT_COUNTS a file that receives, at exit, "calls N\n"
  */
 #include <dlfcn.h>
@@ -31,6 +33,8 @@ static int ShouldFail(int kind) {
     const long all = ++calls;
     const char* kill = getenv("SYNC_KILL_AT");
     if (kill != NULL && atol(kill) == all) raise(SIGKILL);
+    const char* interrupt = getenv("SYNC_INTERRUPT_AT");
+    if (interrupt != NULL && atol(interrupt) == all) raise(SIGINT);
     const long position = ++counts[kind];
     const char* call = getenv("SYNC_FAULT_CALL");
     const char* at = getenv("SYNC_FAULT_AT");

@@ -154,3 +154,25 @@ TEST_F(SyncFault, DeviceThatFillsUpStopsTheRunAndTheNextRunCompletesOnceThereIsR
     fs::remove(filler);
     ExpectRecovery(device, "after the device filled up");
 }
+
+TEST_F(SyncFault, CtrlCStopsAfterTheFilesInFlightAndLeavesAConsistentDevice) {
+    // Interrupted in the middle of the run: the file being written lands,
+    // with the others of its batch already written; nothing after is started.
+    int stopped = 0;
+    for (const int at : {12, 20, 30}) {
+        TempDir device;
+        const ChildResult run = Driver(device.path().string(), {"SYNC_INTERRUPT_AT=" + std::to_string(at)});
+        const std::string what = "SIGINT at call " + std::to_string(at);
+        if (run.exitCode == 0) continue;  // after the last file: nothing left to stop
+        ++stopped;
+        EXPECT_EQ(run.exitCode, 130) << what << run.out << run.err;
+        EXPECT_TRUE(nlohmann::json::parse(run.out)["interrupted"].get<bool>()) << what;
+        EXPECT_TRUE(TempFiles(device.path().string()).empty()) << what;
+        const size_t copied = DeviceFiles(device.path().string()).size();
+        EXPECT_GT(copied, 0u) << what;
+        EXPECT_LT(copied, files_.size()) << what;
+        for (const auto& row : Rows(device.path().string())) EXPECT_FALSE(row.pending) << what << row.devicePath;
+        ExpectRecovery(device.path().string(), what);
+    }
+    EXPECT_GE(stopped, 2);
+}

@@ -3,6 +3,9 @@
 // totals and the run's result as one JSON line.
 //
 //   sync_driver [--fat-names] [--keep-removed] [--dry-run] --to DIR SOURCE...
+#include <signal.h>
+
+#include <csignal>
 #include <cstring>
 #include <iostream>
 #include <string>
@@ -11,7 +14,16 @@
 #include "MediaFileInfoDefine.h"
 #include "sync/Sync.h"
 
+namespace {
+
+volatile sig_atomic_t interrupted = 0;
+
+void OnInterrupt(int) { interrupted = 1; }
+
+}  // namespace
+
 int main(int argc, char** argv) {
+    signal(SIGINT, OnInterrupt);
     fileinfo::sync::SyncRequest request;
     for (int k = 1; k < argc; ++k) {
         const std::string arg = argv[k];
@@ -30,6 +42,7 @@ int main(int argc, char** argv) {
     request.plan.jobs = 1;
     request.plan.capsDigest = "test";
     request.execute.batchFiles = 4;
+    request.execute.stopRequested = [] { return interrupted != 0; };
     request.decide = [](const fileinfo::ScanItem& item) {
         fileinfo::sync::Decision d;
         if (item.status != MFI_OK || !item.hasRecord) {
@@ -51,10 +64,12 @@ int main(int argc, char** argv) {
     std::cout << ",\"needed\":" << t.needed << ",\"available\":" << t.available << ",\"fits\":" << (t.fits ? "true" : "false");
     std::cout << ",\"ran\":" << (out.ran ? "true" : "false") << ",\"failed\":" << out.run.failed
               << ",\"deviceFailed\":" << (out.run.deviceFailed ? "true" : "false")
-              << ",\"tempFilesRemoved\":" << out.run.tempFilesRemoved << "}\n";
+              << ",\"tempFilesRemoved\":" << out.run.tempFilesRemoved
+              << ",\"interrupted\":" << (out.run.interrupted ? "true" : "false") << "}\n";
     if (out.status != fileinfo::sync::SyncStatus::kOk) {
         std::cerr << out.error << "\n";
         return out.status == fileinfo::sync::SyncStatus::kUsage ? 2 : 1;
     }
+    if (out.run.interrupted) return 130;
     return out.run.failed != 0 || out.run.deviceFailed ? 1 : 0;
 }
