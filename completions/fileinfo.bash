@@ -2,10 +2,41 @@
 
 _fileinfo_fields="path status is_audio is_video has_tags identified playable refused_by isVbr trackNumber level profile profileLevelId bitsPerSample height width fileSize frameRate sampleRate bitRate peakBitRate durationMs fileType audioCodec audioFormat videoFormat spareText channelMode title artist album genre lyrics year comment composer"
 
+# fileinfo sync SOURCE... --to DIR --device CAPS
+_fileinfo_sync() {
+    local cur=$1 prev=$2
+    case $prev in
+        --to)
+            COMPREPLY=($(compgen -d -- "$cur"))
+            compopt -o filenames 2>/dev/null || :
+            return ;;
+        --device)
+            COMPREPLY=($(compgen -f -- "$cur"))
+            compopt -o filenames 2>/dev/null || :
+            return ;;
+        --format)
+            COMPREPLY=($(compgen -W "table json" -- "$cur"))
+            return ;;
+        -j|--jobs|--ext)
+            return ;;
+    esac
+    if [[ $cur == -* ]]; then
+        COMPREPLY=($(compgen -W "--to --device --dry-run --jobs --ext --hidden --keep-removed --format
+            --fat-names --help" -- "$cur"))
+        return
+    fi
+    COMPREPLY=($(compgen -f -- "$cur"))
+    compopt -o filenames 2>/dev/null || :
+}
+
 _fileinfo() {
     local cur prev
     cur=${COMP_WORDS[COMP_CWORD]}
     prev=${COMP_WORDS[COMP_CWORD-1]}
+    if [[ ${COMP_WORDS[1]} == sync && $COMP_CWORD -gt 1 ]]; then
+        _fileinfo_sync "$cur" "$prev"
+        return
+    fi
     case $prev in
         --format)
             COMPREPLY=($(compgen -W "list json csv tsv table" -- "$cur"))
