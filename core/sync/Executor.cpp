@@ -183,6 +183,7 @@ public:
         Refresh();
         if (!result_.deviceFailed) Removes();
         if (!result_.deviceFailed) Writes();
+        if (!result_.deviceFailed) RecordSkips();
         for (size_t k = 0; k < plan_.entries.size(); ++k) {
             const PlanEntry& e = plan_.entries[k];
             if (e.action == Action::kSkip) {
@@ -260,6 +261,40 @@ private:
             ++result_.done[static_cast<int>(Action::kKeep)];
             result_.results[k] = EntryResult::kDone;
         }
+    }
+
+    // The judgements that skipped files, so that the next run does not load
+    // them again while they stay as they are.
+    void RecordSkips() {
+        std::vector<const PlanEntry*> put, erase;
+        for (const PlanEntry& e : plan_.entries) {
+            if (e.loaded && JudgedSkip(e.skip)) {
+                put.push_back(&e);
+            } else if (e.hadSkipRow && !e.skipRecorded) {
+                erase.push_back(&e);
+            }
+        }
+        if (put.empty() && erase.empty() && plan_.staleSkips.empty()) return;
+        Commit([&](std::string& error) {
+            for (const PlanEntry* e : put) {
+                SkipRow row;
+                row.sourcePath = e->source;
+                row.source = e->sourceState;
+                row.capsDigest = options_.capsDigest;
+                row.kind = static_cast<int>(e->skip);
+                row.reason = e->reason.compare(0, 13, "now skipped: ") == 0 ? e->reason.substr(13) : e->reason;
+                row.refusedBy = e->refusedBy;
+                row.libraryExplanation = e->libraryExplanation;
+                if (!manifest_.PutSkip(row, error)) return false;
+            }
+            for (const PlanEntry* e : erase) {
+                if (!manifest_.EraseSkip(e->source, error)) return false;
+            }
+            for (const std::string& source : plan_.staleSkips) {
+                if (!manifest_.EraseSkip(source, error)) return false;
+            }
+            return true;
+        });
     }
 
     ManifestRow RowFor(const PlanEntry& e) const {

@@ -62,7 +62,13 @@ const char kCreate[] =
     " source_dev INTEGER NOT NULL, source_ino INTEGER NOT NULL,"
     " action TEXT NOT NULL, target TEXT NOT NULL, caps_digest TEXT NOT NULL,"
     " device_size INTEGER NOT NULL, device_mtime_ns INTEGER NOT NULL,"
-    " pending INTEGER NOT NULL, temp_path TEXT NOT NULL)";
+    " pending INTEGER NOT NULL, temp_path TEXT NOT NULL);"
+    "CREATE TABLE IF NOT EXISTS skips("
+    " source_path TEXT PRIMARY KEY NOT NULL,"
+    " source_size INTEGER NOT NULL, source_mtime_ns INTEGER NOT NULL, source_ctime_ns INTEGER NOT NULL,"
+    " source_dev INTEGER NOT NULL, source_ino INTEGER NOT NULL,"
+    " caps_digest TEXT NOT NULL, kind INTEGER NOT NULL, reason TEXT NOT NULL, refused_by TEXT NOT NULL,"
+    " library_explanation TEXT NOT NULL)";
 
 }  // namespace
 
@@ -70,10 +76,14 @@ struct Manifest::Db {
     sqlite3* handle = nullptr;
     sqlite3_stmt* put = nullptr;
     sqlite3_stmt* erase = nullptr;
+    sqlite3_stmt* putSkip = nullptr;
+    sqlite3_stmt* eraseSkip = nullptr;
 
     ~Db() {
         sqlite3_finalize(put);
         sqlite3_finalize(erase);
+        sqlite3_finalize(putSkip);
+        sqlite3_finalize(eraseSkip);
         if (handle != nullptr) sqlite3_close(handle);
     }
 
@@ -154,6 +164,10 @@ ManifestStatus Manifest::Open(const std::string& folder, bool writable, std::str
                                "INSERT OR REPLACE INTO files VALUES(?1,?2,?3,?4,?5,?6,?7,?8,?9,?10,?11,?12,?13,?14)", -1,
                                &db_->put, nullptr) != SQLITE_OK ||
             sqlite3_prepare_v2(db_->handle, "DELETE FROM files WHERE device_path=?1", -1, &db_->erase, nullptr) !=
+                SQLITE_OK ||
+            sqlite3_prepare_v2(db_->handle, "INSERT OR REPLACE INTO skips VALUES(?1,?2,?3,?4,?5,?6,?7,?8,?9,?10,?11)", -1,
+                               &db_->putSkip, nullptr) != SQLITE_OK ||
+            sqlite3_prepare_v2(db_->handle, "DELETE FROM skips WHERE source_path=?1", -1, &db_->eraseSkip, nullptr) !=
                 SQLITE_OK) {
             if (error.empty()) error = db_->Error();
             error = path + ": " + error;
@@ -248,6 +262,63 @@ bool Manifest::Erase(const std::string& devicePath, std::string& error) {
     sqlite3_stmt* s = db_->erase;
     sqlite3_reset(s);
     sqlite3_bind_text(s, 1, devicePath.data(), static_cast<int>(devicePath.size()), SQLITE_TRANSIENT);
+    if (sqlite3_step(s) == SQLITE_DONE) return true;
+    error = db_->Error();
+    return false;
+}
+
+bool Manifest::SkipRows(std::vector<SkipRow>& rows, std::string& error) {
+    rows.clear();
+    if (!IsOpen()) return true;
+    sqlite3_stmt* s = nullptr;
+    if (sqlite3_prepare_v2(db_->handle, "SELECT * FROM skips", -1, &s, nullptr) != SQLITE_OK) {
+        error = db_->Error();
+        return false;
+    }
+    int step;
+    while ((step = sqlite3_step(s)) == SQLITE_ROW) {
+        SkipRow r;
+        r.sourcePath = ColumnText(s, 0);
+        r.source.size = static_cast<uint64_t>(sqlite3_column_int64(s, 1));
+        r.source.mtimeNs = sqlite3_column_int64(s, 2);
+        r.source.ctimeNs = sqlite3_column_int64(s, 3);
+        r.source.dev = static_cast<uint64_t>(sqlite3_column_int64(s, 4));
+        r.source.ino = static_cast<uint64_t>(sqlite3_column_int64(s, 5));
+        r.capsDigest = ColumnText(s, 6);
+        r.kind = sqlite3_column_int(s, 7);
+        r.reason = ColumnText(s, 8);
+        r.refusedBy = ColumnText(s, 9);
+        r.libraryExplanation = ColumnText(s, 10);
+        rows.push_back(std::move(r));
+    }
+    if (step != SQLITE_DONE) error = db_->Error();
+    sqlite3_finalize(s);
+    return step == SQLITE_DONE;
+}
+
+bool Manifest::PutSkip(const SkipRow& r, std::string& error) {
+    sqlite3_stmt* s = db_->putSkip;
+    sqlite3_reset(s);
+    sqlite3_bind_text(s, 1, r.sourcePath.data(), static_cast<int>(r.sourcePath.size()), SQLITE_TRANSIENT);
+    sqlite3_bind_int64(s, 2, static_cast<sqlite3_int64>(r.source.size));
+    sqlite3_bind_int64(s, 3, r.source.mtimeNs);
+    sqlite3_bind_int64(s, 4, r.source.ctimeNs);
+    sqlite3_bind_int64(s, 5, static_cast<sqlite3_int64>(r.source.dev));
+    sqlite3_bind_int64(s, 6, static_cast<sqlite3_int64>(r.source.ino));
+    sqlite3_bind_text(s, 7, r.capsDigest.data(), static_cast<int>(r.capsDigest.size()), SQLITE_TRANSIENT);
+    sqlite3_bind_int(s, 8, r.kind);
+    sqlite3_bind_text(s, 9, r.reason.data(), static_cast<int>(r.reason.size()), SQLITE_TRANSIENT);
+    sqlite3_bind_text(s, 10, r.refusedBy.data(), static_cast<int>(r.refusedBy.size()), SQLITE_TRANSIENT);
+    sqlite3_bind_text(s, 11, r.libraryExplanation.data(), static_cast<int>(r.libraryExplanation.size()), SQLITE_TRANSIENT);
+    if (sqlite3_step(s) == SQLITE_DONE) return true;
+    error = db_->Error();
+    return false;
+}
+
+bool Manifest::EraseSkip(const std::string& sourcePath, std::string& error) {
+    sqlite3_stmt* s = db_->eraseSkip;
+    sqlite3_reset(s);
+    sqlite3_bind_text(s, 1, sourcePath.data(), static_cast<int>(sourcePath.size()), SQLITE_TRANSIENT);
     if (sqlite3_step(s) == SQLITE_DONE) return true;
     error = db_->Error();
     return false;

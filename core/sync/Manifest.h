@@ -58,6 +58,18 @@ struct ManifestRow {
     std::string tempPath;
 };
 
+// A source that was loaded, judged and skipped: judged again only when it
+// or the capability list changes, so a re-sync loads none of them either.
+struct SkipRow {
+    std::string sourcePath;
+    FileState source;
+    std::string capsDigest;
+    int kind = 0;  // a SkipKind
+    std::string reason;
+    std::string refusedBy;
+    std::string libraryExplanation;
+};
+
 enum class ManifestStatus {
     kOk,
     kError,      // could not be opened or read: see the error text
@@ -104,6 +116,10 @@ public:
     // Inserts or replaces the row of its device path.
     bool Put(const ManifestRow& row, std::string& error);
     bool Erase(const std::string& devicePath, std::string& error);
+
+    bool SkipRows(std::vector<SkipRow>& rows, std::string& error);
+    bool PutSkip(const SkipRow& row, std::string& error);
+    bool EraseSkip(const std::string& sourcePath, std::string& error);
 
 private:
     struct Db;

@@ -406,6 +406,10 @@ void ApplyDecision(PlanEntry& e, const Decision& d) {
 
 }  // namespace
 
+bool JudgedSkip(SkipKind kind) {
+    return kind == SkipKind::kNotLoaded || kind == SkipKind::kNotIdentified || kind == SkipKind::kRefused;
+}
+
 const char* ActionName(Action action) {
     switch (action) {
         case Action::kCopy: return "copy";
@@ -550,6 +554,11 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
         if (SafeDevicePath(rows[k].devicePath)) rowOfSource.emplace(rows[k].sourcePath, k);
     }
     std::vector<bool> rowUsed(rows.size(), false);
+    std::vector<SkipRow> skipRows;
+    if (!manifest.SkipRows(skipRows, error)) return PlanStatus::kError;
+    std::unordered_map<std::string, size_t> skipOfSource;
+    for (size_t k = 0; k < skipRows.size(); ++k) skipOfSource.emplace(skipRows[k].sourcePath, k);
+    std::vector<bool> skipUsed(skipRows.size(), false);
 
     std::vector<Found> found;
     Walker walker(options, found);
@@ -616,6 +625,23 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
         }
         if (e.playlist) continue;  // after every media file is decided
         if (!e.hasRow) {
+            auto skipped = skipOfSource.find(e.source);
+            if (skipped != skipOfSource.end()) {
+                skipUsed[skipped->second] = true;
+                e.hadSkipRow = true;
+                const SkipRow& row = skipRows[skipped->second];
+                if (row.source == e.sourceState && row.capsDigest == options.capsDigest && row.kind > 0 &&
+                    row.kind < kSkipKindCount) {
+                    e.action = Action::kSkip;
+                    e.skip = static_cast<SkipKind>(row.kind);
+                    e.reason = row.reason;
+                    e.refusedBy = row.refusedBy;
+                    e.libraryExplanation = row.libraryExplanation;
+                    e.skipRecorded = true;
+                    e.devicePath.clear();
+                    continue;
+                }
+            }
             loads.push_back(index);
             continue;
         }
@@ -744,6 +770,13 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
             e.bytes = DeviceIntact(deviceFd, e.row) ? e.row.deviceSize : 0;
         }
         entries.push_back(std::move(e));
+    }
+
+    for (size_t k = 0; k < skipRows.size(); ++k) {
+        struct stat st;
+        if (!skipUsed[k] && lstat(skipRows[k].sourcePath.c_str(), &st) != 0 && (errno == ENOENT || errno == ENOTDIR)) {
+            plan.staleSkips.push_back(skipRows[k].sourcePath);
+        }
     }
 
     // Totals, and the space the writes take.

@@ -110,6 +110,10 @@ struct PlanEntry {
     // Keep: the row is written again (a finished copy a stopped run never
     // recorded, or a new capability list that decides the same).
     bool refreshRow = false;
+    // Skipped as an earlier run judged it, unchanged since: not loaded.
+    bool skipRecorded = false;
+    // The manifest held a skip of this source (from an earlier judgement).
+    bool hadSkipRow = false;
     // A playlist's rewritten text, and the entries it dropped.
     std::string playlistText;
     uint32_t playlistDropped = 0;
@@ -133,7 +137,13 @@ struct Plan {
     bool fat = false;          // FAT names and limits apply
     std::vector<PlanEntry> entries;
     PlanTotals totals;
+    // Recorded skips whose sources are gone.
+    std::vector<std::string> staleSkips;
 };
+
+// Whether a skip is a judgement worth recording: the file was loaded and
+// judged (not loaded, not identified, refused).
+bool JudgedSkip(SkipKind kind);
 
 // Why a plan could not be made: a usage mistake (exit 2), the manifest
 // refused (another sync holds it, or it is newer), or another failure.

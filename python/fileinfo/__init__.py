@@ -49,6 +49,8 @@ __all__ = [
     "scan",
     "set_tags",
     "status_text",
+    "sync",
+    "SyncRefused",
     "to_pandas",
 ]
 
@@ -350,6 +352,59 @@ def restore_backup(backup_path: PathLike, original_path: Optional[PathLike] = No
         raise EditRefused(_python_words(out["reason"]), None)
     _raise_edit_failure(out, backup_path)
     raise AssertionError("unreachable")
+
+
+# ---- Sync ----
+
+
+class SyncRefused(RuntimeError):
+    """The device folder cannot be synced now: another sync holds it, or its
+    manifest is of a newer schema than this package knows."""
+
+
+def sync(
+    sources: Union[PathLike, Iterable[PathLike]],
+    to: PathLike,
+    device: Union[PathLike, Device],
+    dry_run: bool = False,
+    *,
+    jobs: int = 0,
+    ext: Union[None, str, Iterable[str]] = None,
+    hidden: bool = False,
+    keep_removed: bool = False,
+    fat_names: bool = False,
+) -> dict:
+    """Puts on a device what it plays and keeps it in step, as `fileinfo
+    sync` does (the same code): copy, keep, update, remove or skip for every
+    file the walk of `sources` finds, below the folder `to`.
+
+    Returns a dict: "status" ("ok", or "no room" when the plan does not fit
+    and nothing was written), "plan" (one dict per file: action, source,
+    device_path, reason, bytes, refused_by, library_playable, target and,
+    after a run, "result": "done", "failed" or "not run", with "error"),
+    "totals" (counts and bytes by action, skips by reason, needed, freed
+    and free bytes, fits, short_by, loaded) and "result" (None for a dry
+    run; else copied, updated, kept, removed, skipped, failed,
+    bytes_written, seconds, device_failed, device_error).
+
+    Raises ValueError for a device folder that is missing, lies inside a
+    source or holds one; SyncRefused when another sync holds it or its
+    manifest is newer; OSError when its manifest cannot be used. Ctrl-C
+    stops after the files in flight and raises KeyboardInterrupt.
+    """
+    if not isinstance(device, Device):
+        device = Device(device)
+    out = _fileinfo.sync(
+        _roots(sources), _path_bytes(to), device._device, dry_run, jobs, _extensions(ext), hidden, keep_removed, fat_names
+    )
+    status = out["status"]
+    if status == "usage":
+        raise ValueError(out["error"])
+    if status in ("locked", "newer"):
+        raise SyncRefused(out["error"])
+    if status == "error":
+        raise OSError(out["error"])
+    return out
 
 
 # ---- pandas ----

@@ -1,5 +1,5 @@
 import os
-from typing import Any, Callable, Iterable, Iterator, NamedTuple, Optional, Tuple, Union
+from typing import Any, Callable, Dict, Iterable, Iterator, NamedTuple, Optional, Tuple, Union
 
 import pandas
 
@@ -181,3 +181,18 @@ def set_tags(
 ) -> TagEditResult: ...
 def restore_backup(backup_path: PathLike, original_path: Optional[PathLike] = None) -> str: ...
 def to_pandas(records: Iterable[Record]) -> pandas.DataFrame: ...
+
+class SyncRefused(RuntimeError): ...
+
+def sync(
+    sources: Union[PathLike, Iterable[PathLike]],
+    to: PathLike,
+    device: Union[PathLike, Device],
+    dry_run: bool = ...,
+    *,
+    jobs: int = ...,
+    ext: Union[None, str, Iterable[str]] = ...,
+    hidden: bool = ...,
+    keep_removed: bool = ...,
+    fat_names: bool = ...,
+) -> Dict[str, Any]: ...

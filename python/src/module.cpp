@@ -30,6 +30,9 @@
 namespace py = pybind11;
 using fileinfo::ScanItem;
 
+// sync.cpp: fileinfo._fileinfo.sync.
+void DefineSync(py::module_& m);
+
 namespace {
 
 // ---- The library's warning ----
@@ -552,4 +555,5 @@ has_tags and identified.)");
     m.def("set_tags", &SetTags, py::arg("path"), py::arg("assignments"), py::arg("dry_run"), py::arg("force"),
           py::arg("backup"));
     m.def("restore_backup", &RestoreBackup, py::arg("backup_path"), py::arg("original_path"));
+    DefineSync(m);
 }

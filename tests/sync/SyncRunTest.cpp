@@ -328,3 +328,19 @@ TEST_F(SyncRun, PlaylistEntriesPointAtTheCopiesAndSkippedOnesAreDropped) {
     EXPECT_EQ(Count(after.plan, Action::kUpdate), 1u);
     EXPECT_EQ(Slurp(Dev() + "/Lists/mix.m3u8"), "#EXTM3U\n#EXTINF:1,First\n../Album A/01 First.mp3\n");
 }
+
+TEST_F(SyncRun, SkippedFileIsJudgedOnceAndNotLoadedAgainWhileUnchanged) {
+    Spit(Src() + "/Album A/broken.mp3", "");
+    const auto first = SyncNow({Src()}, Dev());
+    EXPECT_EQ(Count(first.plan, Action::kSkip), 1u);
+    EXPECT_EQ(first.plan.totals.loads, 7u);
+    const auto second = SyncNow({Src()}, Dev());
+    EXPECT_EQ(Count(second.plan, Action::kSkip), 1u);
+    EXPECT_EQ(second.plan.totals.loads, 0u);
+    EXPECT_EQ(EntryOf(second.plan, Src() + "/Album A/broken.mp3")->reason, "did not load");
+    // Once it changes, it is judged again.
+    CopyInto(Src() + "/Loose.mp3", Src() + "/Album A/broken.mp3");
+    const auto third = SyncNow({Src()}, Dev());
+    EXPECT_EQ(third.plan.totals.loads, 1u);
+    EXPECT_EQ(Count(third.plan, Action::kCopy), 1u);
+}
