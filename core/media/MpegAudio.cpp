@@ -378,6 +378,7 @@ void ReadMpeg(const Bytes& bytes, const Window& w, const Layout& layout, uint64_
     const VbrHeader vbr = FindVbrHeader(bytes, start, first);
     if (vbr.found) {
         const uint64_t samples = static_cast<uint64_t>(vbr.frames) * first.samples;
+        // A byte count beyond the file is not believed.
         const uint64_t streamBytes = vbr.bytes != 0 && vbr.bytes <= audioBytes ? vbr.bytes : audioBytes;
         reading.duration_ms = Milliseconds(samples, first.sampleRate);
         reading.audio_bit_rate = BitRate(streamBytes, samples, first.sampleRate);
@@ -393,6 +394,7 @@ void ReadMpeg(const Bytes& bytes, const Window& w, const Layout& layout, uint64_
                 cutShort = true;
                 break;
             }
+            if (!w.Holds(at, h.length)) break;  // only frames read whole make the average
             frameBytes += h.length;
             samples += h.samples;
             if (h.bitRate < lowest) lowest = h.bitRate;
@@ -425,7 +427,7 @@ void ReadAdts(const Window& w, const Layout& layout, uint64_t start, Reading& re
     const uint64_t audioBytes = layout.audioEnd - start;
     uint64_t at = start, frameBytes = 0, samples = 0;
     while (w.Holds(at, 7) && at < layout.audioEnd && ParseAdtsHeader(w.At(at), h) && SameStream(first, h) &&
-           at + h.length <= layout.audioEnd) {
+           at + h.length <= layout.audioEnd && w.Holds(at, h.length)) {
         frameBytes += h.length;
         samples += h.samples;
         at += h.length;  // at least 7 bytes
