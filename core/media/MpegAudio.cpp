@@ -365,7 +365,77 @@ VbrHeader FindVbrHeader(const Bytes& bytes, uint64_t frameAt, const MpegHeader& 
     return vbr;
 }
 
-void ReadMpeg(const Bytes& bytes, const Window& w, const Layout& layout, uint64_t start, Reading& reading) {
+// What a walk over one stream's frames met: the frames read whole, and
+// where and why it stopped.
+struct Walk {
+    uint64_t end = 0;
+    uint64_t bytes = 0;
+    uint64_t samples = 0;
+    uint32_t lowestRate = 0xFFFFFFFFu;
+    uint32_t highestRate = 0;
+    bool cutShort = false;  // the last frame runs past the end of the file or its tags
+};
+
+uint32_t FrameBitRate(const MpegHeader& h) { return h.bitRate; }
+uint32_t FrameBitRate(const AdtsHeader&) { return 0; }
+
+// Walks frames of the stream that `first` opened, from `at`, as far as the
+// window holds them whole.
+template <typename Header>
+Walk WalkFrames(const Window& w, uint64_t at, uint64_t audioEnd, const Header& first,
+                bool (*parse)(const uint8_t*, Header&)) {
+    Walk walk;
+    Header h;
+    while (w.Holds(at, 7) && at < audioEnd && parse(w.At(at), h) && SameStream(first, h)) {
+        if (at + h.length > audioEnd) {
+            walk.cutShort = true;
+            break;
+        }
+        if (!w.Holds(at, h.length)) break;  // only frames read whole make the average
+        walk.bytes += h.length;
+        walk.samples += h.samples;
+        const uint32_t rate = FrameBitRate(h);
+        if (rate < walk.lowestRate) walk.lowestRate = rate;
+        if (rate > walk.highestRate) walk.highestRate = rate;
+        at += h.length;  // at least 7 bytes
+    }
+    walk.end = at;
+    return walk;
+}
+
+// An encoder's first frames are often smaller or larger than the rest (a
+// 5-minute AAC file's first 170 frames average 2 % below the whole): a
+// stream too long to walk is measured by a run of frames from its middle
+// instead, when one is found there.
+constexpr size_t kMiddleSampleBytes = 32 * 1024;
+
+template <typename Header>
+void SampleMiddle(const Source& source, uint64_t start, uint64_t audioEnd, const Header& first,
+                  bool (*parse)(const uint8_t*, Header&), Walk& walk) {
+    if (audioEnd - start < 4 * kMiddleSampleBytes) return;
+    Window m;
+    m.base = start + (audioEnd - start) / 2;
+    if (!source.ReadUpTo(m.base, kMiddleSampleBytes, m.storage)) return;
+    m.data = m.storage.data();
+    m.size = m.storage.size();
+    for (uint64_t at = m.base; m.Holds(at, 7); ++at) {
+        Header h;
+        if (*m.At(at) != 0xFF || !parse(m.At(at), h) || !SameStream(first, h)) continue;
+        bool reachedEnd = false;
+        if (FramesInRow<Header>(m, at, audioEnd, kFramesWhenSearching, parse, reachedEnd) < kFramesWhenSearching) {
+            continue;
+        }
+        const Walk middle = WalkFrames(m, at, audioEnd, first, parse);
+        walk.bytes = middle.bytes;
+        walk.samples = middle.samples;
+        if (middle.lowestRate < walk.lowestRate) walk.lowestRate = middle.lowestRate;
+        if (middle.highestRate > walk.highestRate) walk.highestRate = middle.highestRate;
+        return;
+    }
+}
+
+void ReadMpeg(const Source& source, const Bytes& bytes, const Window& w, const Layout& layout, uint64_t start,
+              Reading& reading) {
     MpegHeader first;
     ParseMpegHeader(w.At(start), first);
     static const char* const kCodecs[3] = {"MP1", "MP2", "MP3"};
@@ -383,41 +453,28 @@ void ReadMpeg(const Bytes& bytes, const Window& w, const Layout& layout, uint64_
         reading.duration_ms = Milliseconds(samples, first.sampleRate);
         reading.audio_bit_rate = BitRate(streamBytes, samples, first.sampleRate);
         reading.vbr = vbr.variable;
-    } else {
-        // Walk the frames that were read: all of them when the stream ends within.
-        uint64_t at = start, frameBytes = 0, samples = 0;
-        uint32_t lowest = first.bitRate, highest = first.bitRate;
-        MpegHeader h;
-        bool cutShort = false;  // the last frame runs past the end of the file or its tags
-        while (w.Holds(at, 4) && at < layout.audioEnd && ParseMpegHeader(w.At(at), h) && SameStream(first, h)) {
-            if (at + h.length > layout.audioEnd) {
-                cutShort = true;
-                break;
-            }
-            if (!w.Holds(at, h.length)) break;  // only frames read whole make the average
-            frameBytes += h.length;
-            samples += h.samples;
-            if (h.bitRate < lowest) lowest = h.bitRate;
-            if (h.bitRate > highest) highest = h.bitRate;
-            at += h.length;  // at least 24 bytes
-        }
-        reading.vbr = lowest != highest;
-        const bool wholeStream = at == layout.audioEnd || cutShort;
-        if (wholeStream && samples > 0) {
-            reading.duration_ms = Milliseconds(samples, first.sampleRate);
-            reading.audio_bit_rate = BitRate(audioBytes, samples, first.sampleRate);
-        } else {
-            const uint64_t average = samples > 0 ? BitRate(frameBytes, samples, first.sampleRate) : first.bitRate;
-            reading.duration_estimated = true;
-            reading.audio_bit_rate = average;
-            reading.duration_ms = average == 0 ? 0 : (audioBytes * 8 * 1000 + average / 2) / average;
-        }
+        reading.bit_rate = reading.audio_bit_rate;
+        return;
     }
+    // Count the frames when the stream ends within what was read, else
+    // estimate from their average rate.
+    Walk walk = WalkFrames(w, start, layout.audioEnd, first, ParseMpegHeader);
+    if ((walk.end == layout.audioEnd || walk.cutShort) && walk.samples > 0) {
+        reading.duration_ms = Milliseconds(walk.samples, first.sampleRate);
+        reading.audio_bit_rate = BitRate(audioBytes, walk.samples, first.sampleRate);
+    } else {
+        SampleMiddle(source, start, layout.audioEnd, first, ParseMpegHeader, walk);
+        const uint64_t average = walk.samples > 0 ? BitRate(walk.bytes, walk.samples, first.sampleRate) : first.bitRate;
+        reading.duration_estimated = true;
+        reading.audio_bit_rate = average;
+        reading.duration_ms = average == 0 ? 0 : (audioBytes * 8 * 1000 + average / 2) / average;
+    }
+    reading.vbr = walk.samples > 0 && walk.lowestRate != walk.highestRate;
     reading.bit_rate = reading.audio_bit_rate;
 }
 
-void ReadAdts(const Window& w, const Layout& layout, uint64_t start, Reading& reading) {
-    AdtsHeader first, h;
+void ReadAdts(const Source& source, const Window& w, const Layout& layout, uint64_t start, Reading& reading) {
+    AdtsHeader first;
     ParseAdtsHeader(w.At(start), first);
     reading.type = "AAC";
     reading.aac_format = "ADTS";
@@ -425,24 +482,19 @@ void ReadAdts(const Window& w, const Layout& layout, uint64_t start, Reading& re
     reading.sample_rate = first.sampleRate;
     reading.channels = AacChannels(first.channelConfig);
     const uint64_t audioBytes = layout.audioEnd - start;
-    uint64_t at = start, frameBytes = 0, samples = 0;
-    while (w.Holds(at, 7) && at < layout.audioEnd && ParseAdtsHeader(w.At(at), h) && SameStream(first, h) &&
-           at + h.length <= layout.audioEnd && w.Holds(at, h.length)) {
-        frameBytes += h.length;
-        samples += h.samples;
-        at += h.length;  // at least 7 bytes
-    }
-    if (at == layout.audioEnd && samples > 0) {
-        reading.duration_ms = Milliseconds(samples, first.sampleRate);
-        reading.audio_bit_rate = BitRate(audioBytes, samples, first.sampleRate);
-    } else if (frameBytes > 0) {
-        // As many frames again as the average frame fits into the rest.
-        const uint64_t estimated = audioBytes * samples / frameBytes;
-        reading.duration_estimated = true;
-        reading.duration_ms = Milliseconds(estimated, first.sampleRate);
-        reading.audio_bit_rate = BitRate(frameBytes, samples, first.sampleRate);
+    Walk walk = WalkFrames(w, start, layout.audioEnd, first, ParseAdtsHeader);
+    if ((walk.end == layout.audioEnd || walk.cutShort) && walk.samples > 0) {
+        reading.duration_ms = Milliseconds(walk.samples, first.sampleRate);
+        reading.audio_bit_rate = BitRate(audioBytes, walk.samples, first.sampleRate);
     } else {
+        SampleMiddle(source, start, layout.audioEnd, first, ParseAdtsHeader, walk);
         reading.duration_estimated = true;
+        if (walk.bytes > 0) {
+            // As many frames again as the average frame fits into the whole.
+            const uint64_t estimated = audioBytes * walk.samples / walk.bytes;
+            reading.duration_ms = Milliseconds(estimated, first.sampleRate);
+            reading.audio_bit_rate = BitRate(walk.bytes, walk.samples, first.sampleRate);
+        }
     }
     reading.bit_rate = reading.audio_bit_rate;
 }
@@ -550,9 +602,9 @@ bool ReadMpegAudio(const Source& source, Reading& reading) {
     if (kind == Kind::kNone || start >= layout.audioEnd) return false;
 
     if (kind == Kind::kMpeg) {
-        ReadMpeg(bytes, w, layout, start, reading);
+        ReadMpeg(source, bytes, w, layout, start, reading);
     } else if (kind == Kind::kAdts) {
-        ReadAdts(w, layout, start, reading);
+        ReadAdts(source, w, layout, start, reading);
     } else if (!ReadAdif(w, layout, start, reading)) {
         return false;
     }

@@ -175,11 +175,13 @@ TEST(MpegAudio, LongStreamWithoutHeaderIsEstimatedFromItsAverage) {
     high.bitRateIndex = 10;
     ByteWriter w;
     for (int i = 0; i < 400; ++i) w.bytes(Mp3Frame(i % 2 ? high : low, i % 2 ? 480 : 288));
-    const Reading r = ReadBytes(w.data());  // 153600 bytes: beyond the head
+    const Reading r = ReadBytes(w.data());  // 153600 bytes, 9.6 s: beyond the head
     EXPECT_TRUE(r.vbr);
     EXPECT_TRUE(r.duration_estimated);
-    EXPECT_EQ(r.bit_rate, 128000u);
-    EXPECT_EQ(r.duration_ms, 9600u);
+    // The average of the run read from the middle: 43 frames of 96 and 42
+    // of 160 kbit/s (32544 bytes, 2.04 s), within 0.3 % of the truth.
+    EXPECT_EQ(r.bit_rate, 127624u);
+    EXPECT_EQ(r.duration_ms, 9628u);
 }
 
 TEST(MpegAudio, TagsBehindAreNotAudio) {
