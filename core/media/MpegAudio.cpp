@@ -407,7 +407,7 @@ Walk WalkFrames(const Window& w, uint64_t at, uint64_t audioEnd, const Header& f
 // 5-minute AAC file's first 170 frames average 2 % below the whole): a
 // stream too long to walk is measured by a run of frames from its middle
 // instead, when one is found there.
-constexpr size_t kMiddleSampleBytes = 32 * 1024;
+constexpr size_t kMiddleSampleBytes = 16 * 1024;
 
 template <typename Header>
 void SampleMiddle(const Source& source, uint64_t start, uint64_t audioEnd, const Header& first,

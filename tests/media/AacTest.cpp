@@ -89,6 +89,16 @@ TEST(Adts, LongStreamIsEstimatedFromItsAverageFrame) {
     EXPECT_EQ(r.bit_rate, 150000u);
 }
 
+TEST(Adts, LongStreamIsMeasuredInItsMiddle) {
+    AdtsFields small = At48k();
+    small.length = 200;
+    // An encoder's first frames differ from the rest: the estimate follows the middle's 400 bytes a frame.
+    const Reading r = ReadBytes(Join({AdtsStream(small, 30), AdtsStream(At48k(), 270)}));
+    EXPECT_TRUE(r.duration_estimated);
+    EXPECT_EQ(r.bit_rate, 150000u);
+    EXPECT_EQ(r.duration_ms, 6080u);  // 114000 bytes at 400 a frame: 285 frames
+}
+
 TEST(Adts, StreamAfterJunkNeedsARow) {
     EXPECT_EQ(ReadBytes(Join({AudioBytes(700), AdtsStream(At48k(), 6)})).type, "AAC");
     EXPECT_FALSE(ReadBytes(Join({AudioBytes(700), AdtsStream(At48k(), 2), AudioBytes(700)})).Identified());
