@@ -320,9 +320,9 @@ std::string GenreText(const std::vector<std::string>& values) {
     return joined;
 }
 
-// The comment frame: encoding, language, description, text.
+// The comment frame: encoding, language, content descriptor, text.
 struct Comment {
-    std::string description;
+    std::string descriptor;
     std::string text;
 };
 
@@ -332,7 +332,7 @@ bool ParseComment(const uint8_t* p, size_t n, int version, Comment& comment) {
     const uint8_t* body = p + 4;  // the three bytes of language are not shown
     const size_t length = n - 4;
     const size_t end = TextEnd(body, length, 0, encoding);
-    comment.description = DecodeText(body, end, encoding);
+    comment.descriptor = DecodeText(body, end, encoding);
     const size_t textAt = end + UnitSize(encoding) < length ? end + UnitSize(encoding) : length;
     comment.text = JoinValues(TextValues(body + textAt, length - textAt, encoding), version);
     return true;
@@ -359,10 +359,10 @@ Field FieldOf(const std::string& id) {
 }
 
 // What one tag holds, gathered frame by frame: the first frame of a kind
-// wins, except that a comment without a description beats one with.
+// wins, except that a comment without a content descriptor beats one with.
 struct Gathered {
     Tags tags;
-    bool commentHasDescription = false;
+    bool commentHasDescriptor = false;
 };
 
 void TakeFrame(Field field, const uint8_t* p, size_t n, int version, Gathered& g) {
@@ -370,9 +370,9 @@ void TakeFrame(Field field, const uint8_t* p, size_t n, int version, Gathered& g
     if (field == Field::kComment) {
         Comment c;
         if (!ParseComment(p, n, version, c) || c.text.empty()) return;
-        if (t.comment.empty() || (g.commentHasDescription && c.description.empty())) {
+        if (t.comment.empty() || (g.commentHasDescriptor && c.descriptor.empty())) {
             t.comment = c.text;
-            g.commentHasDescription = !c.description.empty();
+            g.commentHasDescriptor = !c.descriptor.empty();
         }
         return;
     }

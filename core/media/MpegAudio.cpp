@@ -31,9 +31,9 @@ constexpr size_t kTailBytes = 128 + 32;
 // --- Reading bytes -----------------------------------------------------
 
 // The file's bytes as read so far: the head, the tail, and one window.
-class Bytes {
+class FileBytes {
 public:
-    explicit Bytes(const Source& source) : source_(source) {
+    explicit FileBytes(const Source& source) : source_(source) {
         const uint64_t size = source.Size();
         tailBase_ = size > kTailBytes ? size - kTailBytes : 0;
         if (size > source.Head().size()) source.ReadUpTo(tailBase_, kTailBytes, tail_);
@@ -266,7 +266,7 @@ struct Layout {
     Tags trailer;             // ID3v1
 };
 
-void ReadFrontTags(const Source& source, const Bytes& bytes, Layout& layout) {
+void ReadFrontTags(const Source& source, const FileBytes& bytes, Layout& layout) {
     uint64_t at = 0;
     for (int i = 0; i < kMaxFrontTags; ++i) {
         uint8_t header[10];
@@ -287,7 +287,7 @@ void ReadFrontTags(const Source& source, const Bytes& bytes, Layout& layout) {
     layout.audioStart = at;
 }
 
-void ReadTailTags(const Source& source, const Bytes& bytes, Layout& layout) {
+void ReadTailTags(const Source& source, const FileBytes& bytes, Layout& layout) {
     uint64_t end = source.Size();
     bool sawTrailer = false;
     for (int i = 0; i < kMaxTailTags && end > layout.audioStart; ++i) {
@@ -338,7 +338,7 @@ struct VbrHeader {
     uint32_t bytes = 0;  // 0 when not given
 };
 
-VbrHeader FindVbrHeader(const Bytes& bytes, uint64_t frameAt, const MpegHeader& h) {
+VbrHeader FindVbrHeader(const FileBytes& bytes, uint64_t frameAt, const MpegHeader& h) {
     VbrHeader vbr;
     uint8_t frame[64];
     const size_t sideInfo = h.version == kVersion1 ? (h.channels == 1 ? 17 : 32) : (h.channels == 1 ? 9 : 17);
@@ -434,7 +434,7 @@ void SampleMiddle(const Source& source, uint64_t start, uint64_t audioEnd, const
     }
 }
 
-void ReadMpeg(const Source& source, const Bytes& bytes, const Window& w, const Layout& layout, uint64_t start,
+void ReadMpeg(const Source& source, const FileBytes& bytes, const Window& w, const Layout& layout, uint64_t start,
               Reading& reading) {
     MpegHeader first;
     ParseMpegHeader(w.At(start), first);
@@ -575,7 +575,7 @@ bool ReadAdif(const Window& w, const Layout& layout, uint64_t start, Reading& re
 }  // namespace
 
 bool ReadMpegAudio(const Source& source, Reading& reading) {
-    const Bytes bytes(source);
+    const FileBytes bytes(source);
     Layout layout;
     ReadFrontTags(source, bytes, layout);
     if (layout.audioStart >= source.Size()) return false;

@@ -1,7 +1,8 @@
 // ID3 tags as the readings take them: ID3v1 and v1.1 trailers, ID3v2.2 to
 // 2.4 frames in their four encodings, unsynchronisation, extended headers,
 // compressed and encrypted frames, genre references, and sizes that lie.
-// Expected texts are those mutagen gives for the same bytes.
+// Expected texts are those mutagen gives for the same bytes, except where a
+// test says otherwise.
 #include <zlib.h>
 
 #include <gtest/gtest.h>
@@ -144,6 +145,7 @@ TEST(Id3v2, Utf16BigEndianWithSurrogatePair) {
 }
 
 TEST(Id3v2, InvalidSequencesBecomeReplacementCharacters) {
+    // mutagen refuses such frames whole; a reading keeps what can be read.
     Id3v2Fields s;
     s.majorVersion = 4;
     s.frames = {Encoded("TIT2", 3, Raw("a\xc3(b\xff")), Encoded("TPE1", 1, Raw("\xff\xfe\x00\xdcx\0"))};
@@ -181,7 +183,7 @@ TEST(Id3v2, GenreReferencesResolveAsMutagenDoes) {
     }
 }
 
-TEST(Id3v2, CommentWithoutDescriptionWins) {
+TEST(Id3v2, CommentWithoutDescriptorWins) {
     Id3v2Fields s;
     s.frames = {RawFrame("COMM", Raw("\0engiTunNORM\0 0000")), CommentFrame("COMM", "eng", "the real one")};
     EXPECT_EQ(ParseV2(BuildId3v2(s)).comment, "the real one");
@@ -202,6 +204,8 @@ TEST(Id3v2, V23WholeTagUnsynchronisation) {
 TEST(Id3v2, V22WholeTagUnsynchronisation) {
     Id3v2Fields s;
     s.majorVersion = 2;
+    // Before v2.4 a text frame holds one value, ended by its first NUL
+    // (mutagen shows every NUL-separated part, "ÿ / ÿ").
     s.frames = {Encoded("TT2", 0, Raw("\xff\0\xff")), TextFrame("TP1", "Next")};
     const Tags t = ParseV2(TagWithBody(2, 0x80, Unsynchronise(FramesOnly(s))));
     EXPECT_EQ(t.title, "ÿ");
