@@ -1,7 +1,10 @@
 #include "Id3.h"
+#include "Id3File.h"
 
 #include <zlib.h>
 
+#include <algorithm>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -535,6 +538,96 @@ void ReadFrames(const uint8_t* body, size_t length, int version, bool tagUnsynch
     }
 }
 
+
+// --- Tags in files ---------------------------------------------------------
+
+// A tag this large is read frame by frame rather than whole.
+constexpr uint64_t kWholeTagBytes = 256 * 1024;
+// A tag read whole is read at most this far.
+constexpr uint64_t kMaxTagBytes = 16u << 20;
+// Frames looked at in a tag read frame by frame; a tag is not that long.
+constexpr int kMaxFramesInTag = 4096;
+
+// Bytes at an offset: from the head when it holds them, else read.
+bool Fetch(const Source& source, uint64_t offset, size_t n, uint8_t* out) {
+    const std::vector<uint8_t>& head = source.Head();
+    if (offset <= head.size() && n <= head.size() - offset) {
+        std::memcpy(out, head.data() + offset, n);
+        return true;
+    }
+    return source.ReadAt(offset, out, n);
+}
+
+void PutFrameSize(std::vector<uint8_t>& out, int version, uint32_t size) {
+    if (version == 2) {
+        out.insert(out.end(), {static_cast<uint8_t>(size >> 16), static_cast<uint8_t>(size >> 8),
+                               static_cast<uint8_t>(size)});
+    } else if (version == 3) {
+        out.insert(out.end(), {static_cast<uint8_t>(size >> 24), static_cast<uint8_t>(size >> 16),
+                               static_cast<uint8_t>(size >> 8), static_cast<uint8_t>(size)});
+    } else {
+        out.insert(out.end(), {static_cast<uint8_t>(size >> 21 & 0x7F), static_cast<uint8_t>(size >> 14 & 0x7F),
+                               static_cast<uint8_t>(size >> 7 & 0x7F), static_cast<uint8_t>(size & 0x7F)});
+    }
+}
+
+// Copies the frames a reading shows out of a large tag into a small one
+// of the same version, skipping pictures and the like unread.
+bool CompactTag(const Source& source, uint64_t offset, const uint8_t* header, std::vector<uint8_t>& out) {
+    const int version = header[3];
+    const uint64_t end = std::min<uint64_t>(offset + 10 + SyncSafe32(header + 6), source.Size());
+    const size_t headerLength = version == 2 ? 6 : 10;
+    const size_t idLength = version == 2 ? 3 : 4;
+    uint64_t at = offset + 10;
+    if (version >= 3 && (header[5] & 0x40)) {
+        uint8_t size[4];
+        if (!Fetch(source, at, 4, size)) return false;
+        at += version == 3 ? 4 + static_cast<uint64_t>(BigEndian32(size)) : SyncSafe32(size);
+    }
+    out.assign(header, header + 10);
+    if (version >= 3) out[5] &= static_cast<uint8_t>(~0x50);  // no extended header and no footer in the copy
+    // Whether a frame of `size` bytes at `from` ends on a frame, padding or the tag's end.
+    auto landsWell = [&](uint64_t from, uint64_t size) {
+        const uint64_t next = from + 10 + size;
+        if (next == end) return true;
+        if (next > end) return false;
+        uint8_t id[4] = {0, 0, 0, 0};
+        const size_t n = static_cast<size_t>(std::min<uint64_t>(4, end - next));
+        if (!Fetch(source, next, n, id)) return false;
+        return id[0] == 0 || (n == 4 && ValidFrameId(id, 4));
+    };
+    for (int i = 0; i < kMaxFramesInTag && at + headerLength <= end; ++i) {
+        uint8_t frame[10];
+        if (!Fetch(source, at, headerLength, frame) || frame[0] == 0 || !ValidFrameId(frame, idLength)) break;
+        uint64_t size;
+        if (version == 2) {
+            size = BigEndian24(frame + 3);
+        } else if (version == 3) {
+            size = BigEndian32(frame + 4);
+        } else {
+            size = SyncSafe32(frame + 4);
+            const uint32_t plain = BigEndian32(frame + 4);
+            if (plain != size && plain >= 0x80 && !landsWell(at, size) && landsWell(at, plain)) size = plain;
+        }
+        const uint64_t dataAt = at + headerLength;
+        if (size > end - dataAt) size = end - dataAt;
+        const std::string id(reinterpret_cast<const char*>(frame), idLength);
+        if (FieldOf(id) != Field::kNone && size <= kMaxInflatedFrame) {
+            out.insert(out.end(), frame, frame + idLength);
+            PutFrameSize(out, version, static_cast<uint32_t>(size));
+            if (version > 2) out.insert(out.end(), frame + 8, frame + 10);
+            const size_t dataStart = out.size();
+            out.resize(dataStart + static_cast<size_t>(size));
+            if (!Fetch(source, dataAt, static_cast<size_t>(size), out.data() + dataStart)) return false;
+        }
+        at = dataAt + size;  // moves on by at least the frame header
+    }
+    const uint32_t bodySize = static_cast<uint32_t>(out.size() - 10);
+    out[6] = bodySize >> 21 & 0x7F, out[7] = bodySize >> 14 & 0x7F, out[8] = bodySize >> 7 & 0x7F;
+    out[9] = bodySize & 0x7F;
+    return true;
+}
+
 }  // namespace
 
 uint64_t Id3v2TagSize(const uint8_t* header, size_t length) {
@@ -612,6 +705,22 @@ bool ParseId3v1(const uint8_t* data, size_t length, Tags& tags) {
         if (genre) tags.genre = genre;
     }
     return true;
+}
+
+bool ReadId3v2At(const Source& source, uint64_t offset, uint64_t size, Tags& tags) {
+    uint8_t header[10];
+    if (!Fetch(source, offset, sizeof header, header) || Id3v2TagSize(header, sizeof header) == 0) return false;
+    const std::vector<uint8_t>& head = source.Head();
+    if (offset + size <= head.size()) return ParseId3v2(head.data() + offset, static_cast<size_t>(size), tags);
+    std::vector<uint8_t> tag;
+    // Unsynchronisation of the whole tag hides frame boundaries: such a tag is read whole.
+    const bool wholeTagUnsynchronised = header[3] < 4 && (header[5] & 0x80);
+    if (size <= kWholeTagBytes || wholeTagUnsynchronised) {
+        if (!source.ReadUpTo(offset, static_cast<size_t>(std::min(size, kMaxTagBytes)), tag)) return false;
+    } else if (!CompactTag(source, offset, header, tag)) {
+        return false;
+    }
+    return ParseId3v2(tag.data(), tag.size(), tags);
 }
 
 const char* Id3GenreName(unsigned number) { return number < kGenreCount ? kGenres[number] : nullptr; }

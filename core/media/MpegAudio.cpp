@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Id3.h"
+#include "Id3File.h"
 #include "Readers.h"
 
 namespace fileinfo {
@@ -15,8 +16,6 @@ namespace media {
 namespace {
 
 constexpr size_t kWindowBytes = 64 * 1024;
-// A tag in front larger than this (pictures, mostly) is read only this far.
-constexpr uint64_t kMaxTagBytes = 16u << 20;
 // Tags in front of the stream, one after the other, looked at.
 constexpr int kMaxFrontTags = 8;
 // Frames that must follow one another, consistent, before bytes that are
@@ -89,13 +88,6 @@ void OpenWindow(const Source& source, uint64_t offset, Window& window) {
     source.ReadUpTo(offset, kWindowBytes, window.storage);
     window.data = window.storage.data();
     window.size = window.storage.size();
-}
-
-// Reads a whole tag of `size` bytes at `offset`, as far as it exists and at
-// most kMaxTagBytes.
-bool ReadTag(const Source& source, uint64_t offset, uint64_t size, std::vector<uint8_t>& out) {
-    const uint64_t capped = size < kMaxTagBytes ? size : kMaxTagBytes;
-    return source.ReadUpTo(offset, static_cast<size_t>(capped), out) && !out.empty();
 }
 
 // Fills the fields `into` still lacks from `from`.
@@ -274,13 +266,7 @@ void ReadFrontTags(const Source& source, const FileBytes& bytes, Layout& layout)
         const uint64_t size = Id3v2TagSize(header, sizeof header);
         if (size == 0) break;
         Tags found;
-        const std::vector<uint8_t>& head = source.Head();
-        if (at + size <= head.size()) {
-            ParseId3v2(head.data() + at, static_cast<size_t>(size), found);
-        } else {
-            std::vector<uint8_t> tag;
-            if (ReadTag(source, at, size, tag)) ParseId3v2(tag.data(), tag.size(), found);
-        }
+        ReadId3v2At(source, at, size, found);
         FillMissing(found, layout.front);
         at += size;  // at least the 10 header bytes
     }
@@ -312,8 +298,7 @@ void ReadTailTags(const Source& source, const FileBytes& bytes, Layout& layout) 
             const uint64_t size = Id3v2TagSize(footer, 10);
             if (size == 0 || size + 10 > end) break;
             const uint64_t start = end - size;
-            std::vector<uint8_t> tag;
-            if (ReadTag(source, start, size, tag)) ParseId3v2(tag.data(), tag.size(), layout.behind);
+            ReadId3v2At(source, start, size, layout.behind);
             end = start;
             continue;
         }

@@ -458,6 +458,70 @@ TEST(Id3InFiles, TagLargerThanTheHeadIsReadWhole) {
     EXPECT_EQ(r.duration_ms, 240u);
 }
 
+// Tags larger than 256 KiB are read frame by frame, pictures skipped.
+TEST(Id3InFiles, LargeV23TagIsReadFrameByFrame) {
+    Id3v2Fields s;
+    s.frames = {TextFrame("TIT2", "Before"), RawFrame("APIC", Bytes(400000, 0x41)), TextFrame("TPE1", "After"),
+                CommentFrame("COMM", "eng", "late comment")};
+    s.padding = 1000;
+    const auto r = ReadBytes(Join({BuildId3v2(s), Audio()}));
+    EXPECT_EQ(r.type, "MP3");
+    EXPECT_EQ(r.tags.title, "Before");
+    EXPECT_EQ(r.tags.artist, "After");
+    EXPECT_EQ(r.tags.comment, "late comment");
+    EXPECT_EQ(r.duration_ms, 240u);
+}
+
+TEST(Id3InFiles, LargeV24TagWithExtendedHeaderAndPlainSizes) {
+    Id3v2Fields s;
+    s.majorVersion = 4;
+    s.frames = {RawFrame("APIC", Bytes(300000, 0x42)), Encoded("TALB", 3, Utf8("Ålbum"))};
+    const Bytes frames = FramesOnly(s);
+    ByteWriter body;
+    PutSyncSafe(body, 6);
+    body.u8(1).u8(0);
+    body.bytes(frames);
+    // A frame whose size was written plain, 32-bit, as some taggers do.
+    body.str("TIT2").be32(200).be16(0).u8(0).str(std::string(199, 'y'));
+    body.str("TPE1").be32(3).be16(0).u8(0).str("Me");
+    const auto r = ReadBytes(Join({TagWithBody(4, 0x40, body.data()), Audio()}));
+    EXPECT_EQ(r.type, "MP3");
+    EXPECT_EQ(r.tags.album, "Ålbum");
+    EXPECT_EQ(r.tags.title, std::string(199, 'y'));
+    EXPECT_EQ(r.tags.artist, "Me");
+}
+
+TEST(Id3InFiles, LargeV22TagIsReadFrameByFrame) {
+    Id3v2Fields s;
+    s.majorVersion = 2;
+    s.frames = {RawFrame("PIC", Bytes(300000, 0x43)), TextFrame("TT2", "Old and large")};
+    const auto r = ReadBytes(Join({BuildId3v2(s), Audio()}));
+    EXPECT_EQ(r.tags.title, "Old and large");
+}
+
+TEST(Id3InFiles, LargeUnsynchronisedTagIsReadWhole) {
+    Id3v2Fields s;
+    s.frames = {RawFrame("APIC", Bytes(300000, 0xFF)), Encoded("TIT2", 0, Raw("\xff\xe9"))};
+    const auto r = ReadBytes(Join({TagWithBody(3, 0x80, Unsynchronise(FramesOnly(s))), Audio()}));
+    EXPECT_EQ(r.type, "MP3");
+    EXPECT_EQ(r.tags.title, "ÿé");
+}
+
+TEST(Id3InFiles, LargeTagWithLyingFrameSizeStaysInTheFile) {
+    Id3v2Fields s;
+    s.frames = {TextFrame("TIT2", "Kept"), RawFrame("APIC", Bytes(300000, 0x41)),
+                Id3Frame{"TPE1", {0, 'x'}, 0x7FFFFFFF}};
+    const auto r = ReadBytes(Join({BuildId3v2(s), Audio()}));
+    EXPECT_EQ(r.type, "MP3");
+    EXPECT_EQ(r.tags.title, "Kept");
+    EXPECT_EQ(r.tags.artist, "x");  // the frame is cut at the tag's end
+    Id3v2Fields t;
+    t.frames = {TextFrame("TIT2", "Kept"), RawFrame("APIC", Bytes(300000, 0x41))};
+    t.overrideSize = true;
+    t.size = 0x0FFFFFFF;
+    EXPECT_FALSE(ReadBytes(Join({BuildId3v2(t), Audio()})).Identified());
+}
+
 TEST(Id3InFiles, V24TagWithFooterAtTheEnd) {
     Id3v2Fields s;
     s.majorVersion = 4;
