@@ -476,7 +476,9 @@ void ReadAdts(const Source& source, const Window& w, const Layout& layout, uint6
         reading.duration_estimated = true;
         if (walk.bytes > 0) {
             // As many frames again as the average frame fits into the whole.
-            const uint64_t estimated = audioBytes * walk.samples / walk.bytes;
+            // In long double: bytes times samples could pass 64 bits for a file of terabytes.
+            const uint64_t estimated = static_cast<uint64_t>(static_cast<long double>(audioBytes) * walk.samples /
+                                                             static_cast<long double>(walk.bytes));
             reading.duration_ms = Milliseconds(estimated, first.sampleRate);
             reading.audio_bit_rate = BitRate(walk.bytes, walk.samples, first.sampleRate);
         }

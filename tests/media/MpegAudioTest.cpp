@@ -183,6 +183,21 @@ TEST(MpegAudio, LongStreamWithoutHeaderIsEstimatedFromItsAverage) {
     EXPECT_EQ(r.duration_ms, 9600u);
 }
 
+TEST(MpegAudio, FiveGibibyteFileKeepsItsSize) {
+    TempDir dir;
+    const std::string path = dir.write("huge.mp3", Mp3Frames(Mpeg1At48k(), 384, 10));
+    const uint64_t size = 5ull << 30;
+    std::error_code error;
+    std::filesystem::resize_file(path, size, error);  // sparse: the rest reads as zeros
+    if (error) GTEST_SKIP() << "cannot make a sparse file here: " << error.message();
+    const Reading r = ReadFixture(path);
+    EXPECT_EQ(r.type, "MP3");
+    EXPECT_EQ(r.size, size);
+    EXPECT_TRUE(r.duration_estimated);
+    EXPECT_EQ(r.bit_rate, 128000u);
+    EXPECT_EQ(r.duration_ms, 335544320u);  // 5 GiB at 128 kbit/s
+}
+
 TEST(MpegAudio, TagsBehindAreNotAudio) {
     Id3v1Fields v1;
     v1.title = "Trailer";
