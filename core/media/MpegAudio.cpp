@@ -296,7 +296,8 @@ void ReadTailTags(const Source& source, const FileBytes& bytes, Layout& layout) 
         if (end >= 10 && bytes.Copy(end - 10, 10, footer) && footer[0] == '3' && footer[1] == 'D' && footer[2] == 'I') {
             footer[0] = 'I', footer[1] = 'D', footer[2] = '3';  // the footer repeats the header
             const uint64_t size = Id3v2TagSize(footer, 10);
-            if (size == 0 || size + 10 > end) break;
+            // Only ID3v2.4 has footers; the size then counts header, body and footer.
+            if (size == 0 || footer[3] != 4 || !(footer[5] & 0x10) || size > end) break;
             const uint64_t start = end - size;
             ReadId3v2At(source, start, size, layout.behind);
             end = start;
