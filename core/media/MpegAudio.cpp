@@ -1,8 +1,10 @@
 // MPEG audio (versions 1, 2 and 2.5, Layers I to III) and AAC (ADTS and
 // ADIF) streams, which have no container: ID3v2 tags may stand in front,
 // and ID3v1, APE or footed ID3v2 tags behind. The reader takes the 64 KiB
-// head, the last bytes of the file and, only when the stream or a tag lies
-// further on, one more window; it never reads the whole file.
+// head and the last bytes of the file; beyond them only a window where the
+// stream starts after a large tag, the frames a reading shows out of such a
+// tag, and 16 KiB from the middle of a stream too long to count. It never
+// reads the whole file.
 #include <string>
 #include <vector>
 
@@ -29,7 +31,7 @@ constexpr size_t kTailBytes = 128 + 32;
 
 // --- Reading bytes -----------------------------------------------------
 
-// The file's bytes as read so far: the head, the tail, and one window.
+// The file's head and tail, held; any other bytes are read when asked for.
 class FileBytes {
 public:
     explicit FileBytes(const Source& source) : source_(source) {
