@@ -280,7 +280,7 @@ private:
                 SkipRow row;
                 row.sourcePath = e->source;
                 row.source = e->sourceState;
-                row.capsDigest = options_.capsDigest;
+                row.capsDigest = SkipDigest(options_.capsDigest);
                 row.kind = static_cast<int>(e->skip);
                 row.reason = e->reason.compare(0, 13, "now skipped: ") == 0 ? e->reason.substr(13) : e->reason;
                 row.refusedBy = e->refusedBy;

@@ -21,6 +21,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "FileInfoVersion.h"
 #include "MediaFileInfo.h"
 #include "sync/FatNames.h"
 #include "sync/Playlist.h"
@@ -406,6 +407,8 @@ void ApplyDecision(PlanEntry& e, const Decision& d) {
 
 }  // namespace
 
+std::string SkipDigest(const std::string& capsDigest) { return capsDigest + "/" FILEINFO_VERSION_STRING; }
+
 bool JudgedSkip(SkipKind kind) {
     return kind == SkipKind::kNotLoaded || kind == SkipKind::kNotIdentified || kind == SkipKind::kRefused;
 }
@@ -630,7 +633,7 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
                 skipUsed[skipped->second] = true;
                 e.hadSkipRow = true;
                 const SkipRow& row = skipRows[skipped->second];
-                if (row.source == e.sourceState && row.capsDigest == options.capsDigest && row.kind > 0 &&
+                if (row.source == e.sourceState && row.capsDigest == SkipDigest(options.capsDigest) && row.kind > 0 &&
                     row.kind < kSkipKindCount) {
                     e.action = Action::kSkip;
                     e.skip = static_cast<SkipKind>(row.kind);

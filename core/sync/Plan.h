@@ -141,6 +141,10 @@ struct Plan {
     std::vector<std::string> staleSkips;
 };
 
+// What a recorded skip is valid for: the capability list it was judged
+// against and the version of the readers and verdicts that judged it.
+std::string SkipDigest(const std::string& capsDigest);
+
 // Whether a skip is a judgement worth recording: the file was loaded and
 // judged (not loaded, not identified, refused).
 bool JudgedSkip(SkipKind kind);
