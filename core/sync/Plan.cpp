@@ -602,11 +602,24 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
         if (!rowUsed[k] && SafeDevicePath(rows[k].devicePath)) namer.Claim(rows[k].devicePath);
     }
 
-    // Names for new files, and the decisions that need no load.
+    // The decisions that need no load. New files are named once they are
+    // decided: a converted file takes its new type's extension, and a
+    // skipped one takes no name from a file that lands.
     std::vector<size_t> loads;
+    std::vector<std::string> relatives(entries.size());
+    std::vector<std::string> extensions(entries.size());
+    const auto pathTooLong = [&](PlanEntry& e) {
+        if (!plan.fat || Utf16Units(e.devicePath) <= kFatPathUnits) return false;
+        e.skip = SkipKind::kPathTooLong;
+        e.reason = std::string(SkipKindName(e.skip)) + ": more than " + std::to_string(kFatPathUnits) +
+                   " UTF-16 units below the device folder";
+        e.action = e.hasRow ? Action::kRemove : Action::kSkip;
+        if (!e.hasRow) e.devicePath.clear();
+        return true;
+    };
     for (size_t index = 0; index < entries.size(); ++index) {
         PlanEntry& e = entries[index];
-        const std::string relative = std::move(e.target);
+        relatives[index] = std::move(e.target);
         e.target.clear();
         if (e.skip != SkipKind::kNone) continue;
         if (plan.fat && e.sourceState.size > kFatMaxFileSize) {
@@ -618,15 +631,7 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
             }
             continue;
         }
-        if (!e.hasRow) e.devicePath = namer.Assign(relative, std::string());
-        if (plan.fat && Utf16Units(e.devicePath) > kFatPathUnits) {
-            e.skip = SkipKind::kPathTooLong;
-            e.reason = std::string(SkipKindName(e.skip)) + ": more than " + std::to_string(kFatPathUnits) +
-                       " UTF-16 units below the device folder";
-            e.devicePath.clear();
-            continue;
-        }
-        if (e.playlist) continue;  // after every media file is decided
+        if (e.playlist) continue;  // named below, written after every media file is decided
         if (!e.hasRow) {
             auto skipped = skipOfSource.find(e.source);
             if (skipped != skipOfSource.end()) {
@@ -641,13 +646,13 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
                     e.refusedBy = row.refusedBy;
                     e.libraryExplanation = row.libraryExplanation;
                     e.skipRecorded = true;
-                    e.devicePath.clear();
                     continue;
                 }
             }
             loads.push_back(index);
             continue;
         }
+        if (pathTooLong(e)) continue;
         const ManifestRow& row = e.row;
         const bool sameSource = row.source == e.sourceState && row.capsDigest == options.capsDigest;
         const bool intact = !row.pending && DeviceIntact(deviceFd, row);
@@ -693,7 +698,16 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
         e.reason.clear();
         ApplyDecision(e, decisions[index]);
         if (e.action == Action::kUpdate && !changed.empty()) e.reason = changed;
-        if (!e.hasRow && e.action == Action::kSkip) e.devicePath.clear();
+        extensions[index] = decisions[index].extension;
+    }
+
+    // Names for the new files that land, in the walk's order.
+    for (size_t index = 0; index < entries.size(); ++index) {
+        PlanEntry& e = entries[index];
+        if (e.hasRow || e.skip != SkipKind::kNone) continue;
+        if (!e.playlist && e.action != Action::kCopy && e.action != Action::kConvert) continue;
+        e.devicePath = namer.Assign(relatives[index], extensions[index]);
+        pathTooLong(e);
     }
 
     // Playlists: entries point at what lands on the device.
