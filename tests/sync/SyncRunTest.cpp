@@ -344,3 +344,30 @@ TEST_F(SyncRun, SkippedFileIsJudgedOnceAndNotLoadedAgainWhileUnchanged) {
     EXPECT_EQ(third.plan.totals.loads, 1u);
     EXPECT_EQ(Count(third.plan, Action::kCopy), 1u);
 }
+
+TEST_F(SyncRun, ManifestRowsWhosePathsClimbOutOfTheDeviceFolderAreIgnored) {
+    SyncNow({Src()}, Dev());
+    Spit(work_.file("escape.mp3"), "outside the device folder");
+    fileinfo::sync::Manifest manifest;
+    std::string error;
+    ASSERT_EQ(manifest.Open(Dev(), true, error), fileinfo::sync::ManifestStatus::kOk);
+    std::vector<fileinfo::sync::ManifestRow> rows;
+    manifest.Rows(rows, error);
+    ASSERT_TRUE(manifest.Begin(error));
+    fileinfo::sync::ManifestRow gone = rows[0];
+    gone.devicePath = "../escape.mp3";
+    gone.sourcePath = Src() + "/no longer there.mp3";
+    manifest.Put(gone, error);
+    fileinfo::sync::ManifestRow pending = rows[1];
+    pending.devicePath = "Album A/../../escape.mp3";
+    pending.sourcePath = Src() + "/Loose.mp3";
+    pending.pending = true;
+    pending.tempPath = "../escape.mp3";
+    manifest.Put(pending, error);
+    ASSERT_TRUE(manifest.Commit(error));
+    const auto out = SyncNow({Src()}, Dev());
+    EXPECT_EQ(out.run.failed, 0u);
+    EXPECT_EQ(Count(out.plan, Action::kRemove), 0u);
+    EXPECT_EQ(Slurp(work_.file("escape.mp3")), "outside the device folder");
+    EXPECT_EQ(Slurp(Dev() + "/Loose.mp3"), Slurp(Src() + "/Loose.mp3"));
+}

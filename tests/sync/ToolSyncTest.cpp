@@ -15,6 +15,7 @@
 #include <nlohmann/json.hpp>
 
 #include "SyncTestHelpers.h"
+#include "Scan.h"
 #include "Verdict.h"
 #include "media/Reading.h"
 
@@ -133,6 +134,9 @@ TEST_F(ToolSync, SyncOfRealFixturesCopiesWhatTheDevicePlaysAndKeepsItInStep) {
             const std::string copy = Dev() + "/" + line["devicePath"].get<std::string>();
             EXPECT_EQ(Slurp(copy), Slurp(source)) << source;
             EXPECT_TRUE(DevicePlays(copy)) << copy;
+            fileinfo::ScanItem item;
+            fileinfo::LoadInto(copy, item);
+            EXPECT_EQ(item.status, MFI_OK) << copy;
         } else if (line["action"] == "skip" && line["reason"].get<std::string>().rfind("refused by the device", 0) == 0) {
             EXPECT_FALSE(DevicePlays(source)) << source;
         }
