@@ -54,6 +54,11 @@ public:
         return *this;
     }
     int get() const { return fd_; }
+    int Release() {
+        const int fd = fd_;
+        fd_ = -1;
+        return fd;
+    }
     void Reset() {
         if (fd_ >= 0) close(fd_);
         fd_ = -1;
@@ -114,15 +119,20 @@ std::string RandomName() {
     return name + ".tmp";
 }
 
-// Syncs what was written on the device's file system; where syncfs is not
-// there, each descriptor of `fds`.
-int SyncDevice(int deviceFd, const std::vector<int>& fds) {
+// Syncs what was written on the device's file system at once; where
+// syncfs is not there, `each` syncs file by file.
+int SyncDevice(int deviceFd, const std::function<int()>& each) {
     if (syncfs(deviceFd) == 0) return 0;
     if (errno != ENOSYS) return errno;
-    for (const int fd : fds) {
-        if (fsync(fd) != 0) return errno;
-    }
-    return 0;
+    return each();
+}
+
+int SyncFile(int folderFd, const std::string& name) {
+    const int fd = openat(folderFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0) return errno;
+    const int error = fsync(fd) == 0 ? 0 : errno;
+    close(fd);
+    return error;
 }
 
 // Removes a file below the device folder and then its folders as long as
@@ -156,6 +166,7 @@ struct InFlight {
     Fd file;
     std::string tempName;
     ManifestRow row;
+    bool created = false;  // the temporary file exists
     bool written = false;
     int error = 0;
     std::string why;
@@ -218,10 +229,10 @@ private:
     // those the manifest says sync made, with sync's mark in their names.
     void RemoveStaleTemps() {
         for (const PlanEntry& e : plan_.entries) {
-            if (!e.hasRow || !e.row.pending || e.row.tempPath.empty()) continue;
-            if (!SafeDevicePath(e.row.tempPath) || !IsSyncTempName(NamePart(e.row.tempPath))) continue;
-            const Fd folder(OpenFolder(deviceFd_.get(), FolderPart(e.row.tempPath), false));
-            if (folder.get() >= 0 && unlinkat(folder.get(), NamePart(e.row.tempPath).c_str(), 0) == 0) {
+            if (!e.hasRow || !e.row->pending || e.row->tempPath.empty()) continue;
+            if (!SafeDevicePath(e.row->tempPath) || !IsSyncTempName(NamePart(e.row->tempPath))) continue;
+            const Fd folder(OpenFolder(deviceFd_.get(), FolderPart(e.row->tempPath), false));
+            if (folder.get() >= 0 && unlinkat(folder.get(), NamePart(e.row->tempPath).c_str(), 0) == 0) {
                 ++result_.tempFilesRemoved;
             }
         }
@@ -323,8 +334,8 @@ private:
                 const FileState device = present ? FileState::Of(st) : FileState();
                 // A file changed on the device since sync wrote it is the
                 // user's now: it stays, and only its row goes.
-                const bool ours = present && S_ISREG(st.st_mode) && !e.row.pending && device.size == e.row.deviceSize &&
-                                  device.mtimeNs == e.row.deviceMtimeNs;
+                const bool ours = present && S_ISREG(st.st_mode) && !e.row->pending && device.size == e.row->deviceSize &&
+                                  device.mtimeNs == e.row->deviceMtimeNs;
                 if (ours) {
                     const int error = RemoveDeviceFile(deviceFd_.get(), e.devicePath);
                     if (error != 0) {
@@ -405,12 +416,20 @@ private:
             Write(f);
             if (f.error != 0 && DeviceWide(f.error)) break;
         }
-        std::vector<int> fds;
-        for (const InFlight& f : flight) {
-            if (f.written) fds.push_back(f.file.get());
-        }
-        if (!fds.empty()) {
-            const int error = SyncDevice(deviceFd_.get(), fds);
+        const auto anyWritten = [&flight] {
+            for (const InFlight& f : flight) {
+                if (f.written) return true;
+            }
+            return false;
+        };
+        if (anyWritten()) {
+            const int error = SyncDevice(deviceFd_.get(), [&flight] {
+                for (const InFlight& f : flight) {
+                    const int e = f.written ? SyncFile(f.folder.get(), f.tempName) : 0;
+                    if (e != 0) return e;
+                }
+                return 0;
+            });
             if (error != 0) {
                 for (InFlight& f : flight) {
                     if (f.written) Unwrite(f, error, "sync: " + ErrorText(error));
@@ -420,12 +439,13 @@ private:
         for (InFlight& f : flight) {
             if (f.written) Land(f);
         }
-        fds.clear();
-        for (const InFlight& f : flight) {
-            if (f.written) fds.push_back(f.folder.get());
-        }
-        if (!fds.empty()) {
-            const int error = SyncDevice(deviceFd_.get(), fds);
+        if (anyWritten()) {
+            const int error = SyncDevice(deviceFd_.get(), [&flight] {
+                for (const InFlight& f : flight) {
+                    if (f.written && fsync(f.folder.get()) != 0) return errno;
+                }
+                return 0;
+            });
             if (error != 0) {
                 // Renamed but perhaps not on the device: the rows stay
                 // pending, and the next run compares the files' bytes.
@@ -443,9 +463,9 @@ private:
                     f.row.pending = false;
                     f.row.tempPath.clear();
                     if (!manifest_.Put(f.row, error)) return false;
-                } else if (e.hasRow && !e.row.pending) {
+                } else if (e.hasRow && !e.row->pending) {
                     // Not replaced: the old copy is still there as it was.
-                    if (!manifest_.Put(e.row, error)) return false;
+                    if (!manifest_.Put(*e.row, error)) return false;
                 } else {
                     struct stat st;
                     // Nothing of it is on the device (a stopped run's copy,
@@ -486,6 +506,7 @@ private:
         }
         f.file = Fd(openat(f.folder.get(), f.tempName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
         if (f.file.get() < 0) return Failed(f, errno, ErrorText(errno));
+        f.created = true;
         std::string why;
         int error = 0;
         if (e.playlist) {
@@ -516,6 +537,11 @@ private:
                 why = "setting its time: " + ErrorText(error);
             }
         }
+        // Closed now: a batch holds no descriptor per file but its folder's.
+        if (error == 0 && close(f.file.Release()) != 0) {
+            error = errno;
+            why = ErrorText(error);
+        }
         if (error != 0) return Failed(f, error, why);
         f.written = true;
     }
@@ -529,10 +555,9 @@ private:
 
     // Drops a temporary file that will not land.
     void Unwrite(InFlight& f, int error, const std::string& why) {
-        if (f.file.get() >= 0) {
-            f.file.Reset();
-            unlinkat(f.folder.get(), f.tempName.c_str(), 0);
-        }
+        f.file.Reset();
+        if (f.created) unlinkat(f.folder.get(), f.tempName.c_str(), 0);
+        f.created = false;
         f.written = false;
         f.error = error;
         Fail(f.index, why);
@@ -543,19 +568,19 @@ private:
     void Land(InFlight& f) {
         const PlanEntry& e = plan_.entries[f.index];
         struct stat st;
-        if (fstat(f.file.get(), &st) != 0) return Unwrite(f, errno, ErrorText(errno));
+        if (fstatat(f.folder.get(), f.tempName.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return Unwrite(f, errno, ErrorText(errno));
         if (options_.prove) {
-            const std::string refused = options_.prove(e, f.file.get());
+            const Fd made(openat(f.folder.get(), f.tempName.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+            const std::string refused = made.get() < 0 ? "cannot be read back: " + ErrorText(errno) : options_.prove(e, made.get());
             if (!refused.empty()) return Unwrite(f, 0, refused);
         }
         const FileState device = FileState::Of(st);
         f.row.deviceSize = device.size;
         f.row.deviceMtimeNs = device.mtimeNs;
-        f.file.Reset();
         const int error = Rename(f.folder.get(), f.tempName, NamePart(e.devicePath), e.hasRow);
         if (error != 0) {
-            f.file = Fd(-1);
             unlinkat(f.folder.get(), f.tempName.c_str(), 0);
+            f.created = false;
             f.written = false;
             Fail(f.index, (error == EEXIST ? std::string("a file of the user's is in the way") : "rename: " + ErrorText(error)));
             if (DeviceWide(error)) DeviceFailure(e.devicePath + ": " + ErrorText(error));

@@ -55,8 +55,9 @@ struct ExecuteOptions {
     std::function<bool()> stopRequested;
     std::function<void(const ExecuteProgress&)> progress;
     std::string capsDigest;
-    size_t batchFiles = 64;
-    uint64_t batchBytes = 64u << 20;
+    // A batch: each costs two syncs of the device and two commits.
+    size_t batchFiles = 256;
+    uint64_t batchBytes = 256u << 20;
 };
 
 enum class EntryResult : unsigned char { kNotRun, kDone, kFailed };

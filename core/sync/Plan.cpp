@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <set>
+#include <string_view>
 #include <system_error>
 #include <thread>
 #include <unordered_map>
@@ -383,7 +384,7 @@ void ApplyDecision(PlanEntry& e, const Decision& d) {
         if (e.hasRow) {
             // Its copy is out of date and the device no longer gets one.
             e.action = Action::kRemove;
-            e.bytes = e.row.deviceSize;
+            e.bytes = e.row->deviceSize;
             e.reason = "now skipped: " + d.reason;
         } else {
             e.action = Action::kSkip;
@@ -393,7 +394,7 @@ void ApplyDecision(PlanEntry& e, const Decision& d) {
     e.bytes = d.bytes;
     if (e.hasRow) {
         const bool intact = e.action == Action::kKeep;  // set by the caller when the device file is intact
-        if (intact && d.target == e.row.target) {
+        if (intact && d.target == e.row->target) {
             e.action = Action::kKeep;
             e.refreshRow = true;  // judged again against a new list: record it
             e.bytes = 0;
@@ -550,16 +551,18 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
         ~Closer() { close(fd); }
     } closer{deviceFd};
 
-    std::vector<ManifestRow> rows;
+    std::vector<ManifestRow>& rows = plan.rows;
     if (!manifest.Rows(rows, error)) return PlanStatus::kError;
-    std::unordered_map<std::string, size_t> rowOfSource;
+    // Keys view the rows' and entries' own strings, which never move: the
+    // entries are reserved for every file and every row up front.
+    std::unordered_map<std::string_view, size_t> rowOfSource;
     for (size_t k = 0; k < rows.size(); ++k) {
         if (SafeDevicePath(rows[k].devicePath)) rowOfSource.emplace(rows[k].sourcePath, k);
     }
     std::vector<bool> rowUsed(rows.size(), false);
     std::vector<SkipRow> skipRows;
     if (!manifest.SkipRows(skipRows, error)) return PlanStatus::kError;
-    std::unordered_map<std::string, size_t> skipOfSource;
+    std::unordered_map<std::string_view, size_t> skipOfSource;
     for (size_t k = 0; k < skipRows.size(); ++k) skipOfSource.emplace(skipRows[k].sourcePath, k);
     std::vector<bool> skipUsed(skipRows.size(), false);
 
@@ -569,10 +572,10 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
 
     Namer namer(plan.fat, deviceFd);
     std::vector<PlanEntry>& entries = plan.entries;
-    entries.reserve(found.size());
-    std::unordered_set<std::string> seenSources;
+    entries.reserve(found.size() + rows.size());
+    std::unordered_set<std::string_view> seenSources;
     for (Found& f : found) {
-        PlanEntry e;
+        PlanEntry& e = entries.emplace_back();
         e.source = std::move(f.source);
         e.playlist = f.playlist;
         e.sourceState = FileState::Of(f.st);
@@ -587,15 +590,15 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
             auto at = rowOfSource.find(e.source);
             if (at != rowOfSource.end()) {
                 e.hasRow = true;
-                e.row = rows[at->second];
+                e.row = &rows[at->second];
                 rowUsed[at->second] = true;
-                e.devicePath = e.row.devicePath;
+                e.devicePath = e.row->devicePath;
                 namer.Claim(e.devicePath);
             }
         }
-        e.target = f.relative;  // the path below the device folder, until named
-        entries.push_back(std::move(e));
+        e.target = std::move(f.relative);  // the path below the device folder, until named
     }
+    std::vector<Found>().swap(found);
     // Paths of rows whose sources were not found stay claimed: their files
     // are still there, and may stay.
     for (size_t k = 0; k < rows.size(); ++k) {
@@ -627,7 +630,7 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
             e.reason = std::string(SkipKindName(e.skip)) + ": FAT holds at most 4 GiB - 1 bytes per file";
             if (e.hasRow) {
                 e.action = Action::kRemove;
-                e.bytes = e.row.deviceSize;
+                e.bytes = e.row->deviceSize;
             }
             continue;
         }
@@ -653,7 +656,7 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
             continue;
         }
         if (pathTooLong(e)) continue;
-        const ManifestRow& row = e.row;
+        const ManifestRow& row = *e.row;
         const bool sameSource = row.source == e.sourceState && row.capsDigest == options.capsDigest;
         const bool intact = !row.pending && DeviceIntact(deviceFd, row);
         if (sameSource && intact) {
@@ -711,8 +714,9 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
     }
 
     // Playlists: entries point at what lands on the device.
-    std::unordered_map<std::string, size_t> ofSource;
-    for (size_t k = 0; k < entries.size(); ++k) {
+    std::unordered_map<std::string_view, size_t> ofSource;
+    const bool playlists = std::any_of(entries.begin(), entries.end(), [](const PlanEntry& e) { return e.playlist; });
+    for (size_t k = 0; playlists && k < entries.size(); ++k) {
         if (!entries[k].playlist) ofSource.emplace(entries[k].source, k);
     }
     const auto lookup = [&](const std::string& absolute, std::string& device) {
@@ -754,12 +758,12 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
         }
         if (!e.hasRow) {
             e.action = Action::kCopy;
-        } else if (!e.row.pending && DeviceIntact(deviceFd, e.row) && DeviceHolds(deviceFd, e.devicePath, e.playlistText)) {
+        } else if (!e.row->pending && DeviceIntact(deviceFd, *e.row) && DeviceHolds(deviceFd, e.devicePath, e.playlistText)) {
             e.action = Action::kKeep;
-            e.refreshRow = e.row.source != e.sourceState || e.row.capsDigest != options.capsDigest;
+            e.refreshRow = e.row->source != e.sourceState || e.row->capsDigest != options.capsDigest;
             e.bytes = 0;
         } else {
-            e.action = e.row.pending ? Action::kCopy : Action::kUpdate;
+            e.action = e.row->pending ? Action::kCopy : Action::kUpdate;
         }
     }
 
@@ -770,7 +774,7 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
         e.source = rows[k].sourcePath;
         e.devicePath = rows[k].devicePath;
         e.hasRow = true;
-        e.row = rows[k];
+        e.row = &rows[k];
         e.target = rows[k].target;
         e.playlist = rows[k].action == "playlist";
         struct stat st;
@@ -784,7 +788,7 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
         } else {
             e.action = Action::kRemove;
             e.reason = "source gone";
-            e.bytes = DeviceIntact(deviceFd, e.row) ? e.row.deviceSize : 0;
+            e.bytes = DeviceIntact(deviceFd, *e.row) ? e.row->deviceSize : 0;
         }
         entries.push_back(std::move(e));
     }

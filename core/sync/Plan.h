@@ -106,7 +106,7 @@ struct PlanEntry {
     // The manifest's row for the device path, when there is one: the
     // executor replaces or removes the file only then.
     bool hasRow = false;
-    ManifestRow row;
+    const ManifestRow* row = nullptr;  // in Plan::rows
     // Keep: the row is written again (a finished copy a stopped run never
     // recorded, or a new capability list that decides the same).
     bool refreshRow = false;
@@ -134,6 +134,7 @@ struct PlanTotals {
 
 struct Plan {
     std::string deviceFolder;  // absolute
+    std::vector<ManifestRow> rows;  // the manifest's, as the plan found them
     bool fat = false;          // FAT names and limits apply
     std::vector<PlanEntry> entries;
     PlanTotals totals;

@@ -138,14 +138,17 @@ TEST_F(SyncFault, DeviceThatFillsUpStopsTheRunAndTheNextRunCompletesOnceThereIsR
     } unmount{mount};
     const std::string device = mount + "/player";
     fs::create_directories(device);
-    // Fill it so that the plan just fits once the manifest is made.
+    // The manifest first (a sync of nothing makes it), then fill the rest
+    // so that the plan just fits: the manifest's next commits find no room.
+    const std::string nothing = work_.file("nothing");
+    fs::create_directories(nothing);
+    ASSERT_EQ(RunChild({SYNC_DRIVER_PATH, "--to", device, nothing}, {}, work_.path().string()).exitCode, 0);
     struct statvfs vfs;
     ASSERT_EQ(statvfs(mount.c_str(), &vfs), 0);
     const uint64_t available = static_cast<uint64_t>(vfs.f_bavail) * vfs.f_frsize;
-    const uint64_t manifestPages = 3 * 4096;
-    ASSERT_GT(available, needed + manifestPages);
+    ASSERT_GT(available, needed);
     const std::string filler = mount + "/filler";
-    Spit(filler, std::string(available - needed - manifestPages, 'f'));
+    Spit(filler, std::string(available - needed, 'f'));
     const ChildResult run = Driver(device, {});
     EXPECT_EQ(run.exitCode, 1) << run.out << run.err;
     const auto result = nlohmann::json::parse(run.out);
