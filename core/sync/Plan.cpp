@@ -67,6 +67,7 @@ struct Found {
     std::string relative;
     struct stat st;
     bool playlist = false;
+    bool needsStat = false;  // listed as a regular file: stat after the walk
     SkipKind skip = SkipKind::kNone;
     std::string reason;
 };
@@ -127,23 +128,34 @@ private:
             Add(path, relative, nullptr, SkipKind::kUnreadable, ErrorText(errno));
             return;
         }
-        std::vector<std::string> names;
+        std::vector<std::pair<std::string, unsigned char>> names;
         while (const dirent* entry = readdir(folder)) {
-            if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0) names.push_back(entry->d_name);
+            if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0) names.emplace_back(entry->d_name, entry->d_type);
         }
         closedir(folder);
         std::sort(names.begin(), names.end());
-        for (const std::string& name : names) {
-            const std::string child = path == "/" ? "/" + name : path + "/" + name;
-            const std::string childRelative = relative.empty() ? name : relative + "/" + name;
-            Entry(child, childRelative, name);
+        for (const auto& name : names) {
+            const std::string child = path == "/" ? "/" + name.first : path + "/" + name.first;
+            const std::string childRelative = relative.empty() ? name.first : relative + "/" + name.first;
+            Entry(child, childRelative, name.first, name.second);
         }
     }
 
-    void Entry(const std::string& path, const std::string& relative, const std::string& name) {
+    void Entry(const std::string& path, const std::string& relative, const std::string& name, unsigned char type) {
         struct stat st;
         if (!options_.hidden && name[0] == '.') {
             Add(path, relative, nullptr, SkipKind::kHidden, "hidden");
+            return;
+        }
+        if (type == DT_DIR) {
+            Folder(path, relative);
+            return;
+        }
+        if (type == DT_REG) {
+            // The listing says what it is; the stat that gives its state is
+            // made after the walk, on several threads.
+            File(path, relative, nullptr);
+            found_.back().needsStat = true;
             return;
         }
         if (lstat(path.c_str(), &st) != 0) {
@@ -166,14 +178,20 @@ private:
         }
         if (!S_ISREG(st.st_mode)) {
             Add(path, relative, &st, SkipKind::kSpecial, "not a regular file");
-        } else if (IsPlaylistName(path)) {
-            Add(path, relative, &st, SkipKind::kNone, std::string(), true);
+            return;
+        }
+        File(path, relative, &st);
+    }
+
+    void File(const std::string& path, const std::string& relative, const struct stat* st) {
+        if (IsPlaylistName(path)) {
+            Add(path, relative, st, SkipKind::kNone, std::string(), true);
         } else if (!MediaFileHasReader(path.c_str())) {
-            Add(path, relative, &st, SkipKind::kNotMedia, ExtensionAdvice(path));
+            Add(path, relative, st, SkipKind::kNotMedia, ExtensionAdvice(path));
         } else if (!Selected(path)) {
-            Add(path, relative, &st, SkipKind::kNotMedia, "extension not selected");
+            Add(path, relative, st, SkipKind::kNotMedia, "extension not selected");
         } else {
-            Add(path, relative, &st, SkipKind::kNone, std::string());
+            Add(path, relative, st, SkipKind::kNone, std::string());
         }
     }
 
@@ -348,6 +366,21 @@ bool ReadSmallFile(const std::string& path, std::string& text, int& error) {
 uint64_t InBlocks(uint64_t bytes, uint64_t block) {
     if (block == 0) return bytes;
     return (bytes + block - 1) / block * block;
+}
+
+// Runs work(k) for every k below n on `jobs` threads, the caller's among them.
+template <class Work>
+void ParallelFor(size_t n, unsigned jobs, const Work& work) {
+    if (jobs == 0) jobs = std::max(1u, std::thread::hardware_concurrency());
+    jobs = static_cast<unsigned>(std::min<size_t>(jobs, n));
+    std::atomic<size_t> next{0};
+    const auto run = [&] {
+        for (size_t k; (k = next.fetch_add(1)) < n;) work(k);
+    };
+    std::vector<std::thread> threads;
+    for (unsigned t = 1; t < jobs; ++t) threads.emplace_back(run);
+    run();
+    for (std::thread& t : threads) t.join();
 }
 
 // Loads every entry in `loads` on `jobs` threads and decides it.
@@ -569,6 +602,14 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
     std::vector<Found> found;
     Walker walker(options, found);
     for (const std::string& source : sources) walker.Root(source);
+    ParallelFor(found.size(), options.jobs, [&found](size_t k) {
+        Found& f = found[k];
+        if (!f.needsStat || f.skip != SkipKind::kNone) return;
+        if (stat(f.source.c_str(), &f.st) != 0) {
+            f.skip = SkipKind::kUnreadable;
+            f.reason = ErrorText(errno);
+        }
+    });
 
     Namer namer(plan.fat, deviceFd);
     std::vector<PlanEntry>& entries = plan.entries;
@@ -593,17 +634,22 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
                 e.row = &rows[at->second];
                 rowUsed[at->second] = true;
                 e.devicePath = e.row->devicePath;
-                namer.Claim(e.devicePath);
             }
         }
         e.target = std::move(f.relative);  // the path below the device folder, until named
     }
     std::vector<Found>().swap(found);
-    // Paths of rows whose sources were not found stay claimed: their files
-    // are still there, and may stay.
-    for (size_t k = 0; k < rows.size(); ++k) {
-        if (!rowUsed[k] && SafeDevicePath(rows[k].devicePath)) namer.Claim(rows[k].devicePath);
-    }
+    // Every path the manifest gives is claimed before a new file is named,
+    // whether its source was found or not (its file is still there), and
+    // only then: a re-sync that names nothing spends nothing on it.
+    bool claimed = false;
+    const auto claimRows = [&] {
+        if (claimed) return;
+        claimed = true;
+        for (const ManifestRow& row : rows) {
+            if (SafeDevicePath(row.devicePath)) namer.Claim(row.devicePath);
+        }
+    };
 
     // The decisions that need no load. New files are named once they are
     // decided: a converted file takes its new type's extension, and a
@@ -620,6 +666,13 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
         if (!e.hasRow) e.devicePath.clear();
         return true;
     };
+    // Whether each recorded device file is intact: a stat each, on the
+    // loading threads, as the walk's stats were one each.
+    std::vector<char> intactFiles(entries.size(), 0);
+    ParallelFor(entries.size(), options.jobs, [&](size_t k) {
+        const PlanEntry& e = entries[k];
+        if (e.hasRow && !e.row->pending) intactFiles[k] = DeviceIntact(deviceFd, *e.row);
+    });
     for (size_t index = 0; index < entries.size(); ++index) {
         PlanEntry& e = entries[index];
         relatives[index] = std::move(e.target);
@@ -658,7 +711,7 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
         if (pathTooLong(e)) continue;
         const ManifestRow& row = *e.row;
         const bool sameSource = row.source == e.sourceState && row.capsDigest == options.capsDigest;
-        const bool intact = !row.pending && DeviceIntact(deviceFd, row);
+        const bool intact = intactFiles[index] != 0;
         if (sameSource && intact) {
             e.action = Action::kKeep;
             e.target = row.target;
@@ -709,6 +762,7 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
         PlanEntry& e = entries[index];
         if (e.hasRow || e.skip != SkipKind::kNone) continue;
         if (!e.playlist && e.action != Action::kCopy && e.action != Action::kConvert) continue;
+        claimRows();
         e.devicePath = namer.Assign(relatives[index], extensions[index]);
         pathTooLong(e);
     }
