@@ -107,6 +107,9 @@ void DeclareOptions(CLI::App& app, Options& o) {
         ->allow_extra_args(false)
         ->group(output);
     app.add_flag("--all-fields", o.allFields, "list: keep the video fields of audio files")->group(output);
+    app.add_flag("--record", o.record,
+                 "show the library's record (its fields, texts and verdict) instead of the reading of each file")
+        ->group(output);
     app.add_flag("--summary", o.summary, "add totals after the files")->group(output);
     app.add_flag("--summary-only", o.summaryOnly, "print the totals alone")->group(output);
     app.add_flag_callback("--progress", [&o] { o.progress = ProgressMode::kAlways; },

@@ -19,7 +19,8 @@
 
 namespace {
 
-// The terminal's width, from the saved standard output or $COLUMNS.
+// The terminal's width, from the saved standard output or $COLUMNS; 0 when
+// neither gives one.
 unsigned TerminalWidth(int fd) {
     winsize size{};
     if (ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
@@ -50,5 +51,5 @@ int main(int argc, char** argv) {
         set.listFile = [json](const std::string& path) { return fileinfo::ShowReadBack(std::cout, path, json); };
         return RunSetCommand(set);
     }
-    return fileinfo::RunScanCommand(options, output.Terminal(), output.Terminal() ? TerminalWidth(output.Fd()) : 0);
+    return fileinfo::RunScanCommand(options, output.Terminal(), TerminalWidth(output.Fd()));
 }
