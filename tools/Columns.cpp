@@ -117,6 +117,21 @@ const std::vector<std::string>& ColumnNames() {
     return names;
 }
 
+std::string ColumnHelp() {
+    std::string text;
+    for (const char* c : kResultColumns) text += (text.empty() ? "" : ", ") + std::string(c);
+    text += "; the reading's ";
+    for (size_t k = 0; k < kReadingFieldCount; ++k) text += (k == 0 ? "" : ", ") + std::string(kReadingFields[k].name);
+    text += "; the record's ";
+    bool first = true;
+    for (const NumberField& f : kNumberFields) {
+        text += (first ? "" : ", ") + std::string(f.name);
+        first = false;
+    }
+    for (const TextField& f : kTextFields) text += ", " + std::string(f.name);
+    return text + " (record.title and so on where a name is the reading's too)";
+}
+
 bool IsColumn(const std::string& name) {
     if (StartsWith(name, kRecordPrefix)) return IsRecordField(name.substr(strlen(kRecordPrefix)));
     if (StartsWith(name, kMediaPrefix)) return FindReadingField(name.substr(strlen(kMediaPrefix))) != nullptr;

@@ -46,6 +46,10 @@ struct FileView {
 // reading's, then the record's.
 const std::vector<std::string>& ColumnNames();
 bool IsColumn(const std::string& name);
+// The names for --help and for the message of an unknown one: "path, ...,
+// record_differs; the reading's type, ..., composer; the record's isVbr,
+// ..., composer (record.title and so on where a name is the reading's too)".
+std::string ColumnHelp();
 
 // Splits "a,b,c" and checks every name. False, with the offending name in
 // `unknown`, when a name is no column.

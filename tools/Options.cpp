@@ -11,12 +11,6 @@ namespace fileinfo {
 
 namespace {
 
-std::string Joined(const std::vector<std::string>& names) {
-    std::string text;
-    for (const std::string& n : names) text += (text.empty() ? "" : ", ") + n;
-    return text;
-}
-
 // Edits (insert, delete, replace) that turn a into b.
 size_t EditDistance(const std::string& a, const std::string& b) {
     std::vector<size_t> row(b.size() + 1);
@@ -103,7 +97,7 @@ void DeclareOptions(CLI::App& app, Options& o) {
            },
            "the same as --format json: one JSON object per line")
         ->group(output);
-    app.add_option("--fields", o.fieldLists, "a,b,c: the columns to show; " + Joined(ColumnNames()))
+    app.add_option("--fields", o.fieldLists, "a,b,c: the columns to show: " + ColumnHelp())
         ->allow_extra_args(false)
         ->group(output);
     app.add_flag("--all-fields", o.allFields, "list: keep the video fields of audio files")->group(output);
@@ -193,7 +187,7 @@ int ParseCommandLine(CLI::App& app, Options& o, int argc, char** argv) {
     for (const std::string& list : o.fieldLists) {
         std::string unknown;
         if (!ParseColumns(list, o.columns, unknown)) {
-            UsageError("--fields: no field is called \"" + unknown + "\"; the fields are " + Joined(ColumnNames()));
+            UsageError("--fields: no field is called \"" + unknown + "\"; the fields are " + ColumnHelp());
             return kExitUsage;
         }
     }
