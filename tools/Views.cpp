@@ -477,7 +477,7 @@ public:
                         {"W\xC3\x97H", 9, 9, 1},
                         {"TITLE", 12, 30},
                         {"ARTIST", 10, 20}};
-            if (options.device) columns_.push_back({"DEVICE", 3, options.explain ? size_t{30} : size_t{3}});
+            if (options.device) columns_.push_back({"DEVICE", 6, options.explain ? size_t{30} : size_t{6}});
         } else {
             for (const std::string& c : options.columns) {
                 const bool path = c == "path";
