@@ -15,7 +15,9 @@ def tool_verdicts(*paths):
     if not os.access(TOOL, os.X_OK):
         pytest.skip(f"the fileinfo tool is not built ({TOOL})")
     done = subprocess.run(
-        [TOOL, "--json", "--device", str(CAPS), "--explain", *map(str, paths)], capture_output=True, check=False
+        [TOOL, "--json", "--record", "--device", str(CAPS), "--explain", *map(str, paths)],
+        capture_output=True,
+        check=False,
     )
     return [json.loads(line) for line in done.stdout.decode().splitlines()]
 
