@@ -71,14 +71,14 @@ void Report(const ScanItem& item, Progress& progress, RunState& state) {
 // load failed; otherwise the reading failed too, or found nothing where the
 // library's load failed.
 bool Failed(const Options& o, const ScanItem& item) {
-    if (o.record) return item.status != MFI_OK;
-    return item.readingError != 0 || (!item.reading.Identified() && item.status != MFI_OK);
+    if (o.record) return item.LoadFailed();
+    return item.readingError != 0 || (!item.reading.Identified() && item.LoadFailed());
 }
 
 // Whether --strict counts the file as a failure: it loaded, but was not
 // identified (by the library under --record, otherwise by the reading).
 bool Unidentified(const Options& o, const ScanItem& item) {
-    if (o.record) return item.status == MFI_OK && !item.Identified();
+    if (o.record) return !item.LoadFailed() && !item.Identified();
     return !Failed(o, item) && !item.reading.Identified();
 }
 

@@ -88,7 +88,7 @@ void Summary::Count(const ScanItem& item, const DeviceVerdict* verdict, const Re
         TypeTotal& type = types[TypeLabel(item)];
         ++type.files;
         type.durationMs += item.record.durationMs;
-    } else if (item.status == MFI_OK) {
+    } else if (!item.LoadFailed()) {
         ++unidentified;
     } else {
         ++failed[MediaFileStatusText(item.status)];
@@ -114,7 +114,7 @@ void Summary::CountReading(const ScanItem& item, const ReadingVerdict* verdict) 
         TypeTotal& type = types[m.type];
         ++type.files;
         type.durationMs += m.duration_ms;
-    } else if (item.status != MFI_OK) {
+    } else if (item.LoadFailed()) {
         ++failed[MediaFileStatusText(item.status)];
     } else if (item.readingError != 0) {
         ++failed[std::strerror(item.readingError)];

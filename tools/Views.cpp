@@ -436,7 +436,7 @@ std::vector<std::string> ReadingCells(const FileView& file, bool explain) {
     std::vector<std::string> cells;
     if (item.readingError != 0) {
         cells = {"", "unreadable: " + ForTerminal(std::strerror(item.readingError)), "", "", "", "", "", "", ""};
-    } else if (!m.Identified() && item.status != MFI_OK) {
+    } else if (!m.Identified() && item.LoadFailed()) {
         cells = {"", std::string("failed: ") + MediaFileStatusText(item.status), "", "", "", "", "", "", ""};
     } else if (!m.Identified()) {
         cells = {"", "unidentified", "", "", "", "", "", ForTerminal(m.tags.title), ForTerminal(m.tags.artist)};
