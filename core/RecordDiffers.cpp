@@ -32,6 +32,7 @@ std::string Trimmed(const std::string& text) {
 // Texts: trimmed, an absent tag being empty.
 bool CompareText(const char* recordText, const std::string& readingText, RecordDifference& out) {
     out.record = Text(Latin1ToUtf8(recordText, MEDIA_TEXT_SIZE));
+    out.record.null = false;  // the record always holds a text, if an empty one
     out.reading = Text(readingText);
     return Trimmed(out.record.text) != Trimmed(out.reading.text);
 }
@@ -92,6 +93,7 @@ const RecordDiffRule kRecordDiffRules[kRecordDiffRuleCount] = {
     {"channelMode", "channels", "channels",
      [](const MediaFileInfo_st& r, const media::Reading& m, RecordDifference& out) {
          out.record = Text(Latin1ToUtf8(r.channelMode, MEDIA_TEXT_SIZE));
+         out.record.null = false;
          out.reading = Number(m.channels);
          return m.channels != 0 && RecordChannels(r.channelMode) != m.channels;
      }},
