@@ -341,3 +341,55 @@ TEST_F(Tool, SummaryCountsTypesAndDurationsByTheReading) {
 }
 
 }  // namespace
+
+namespace {
+
+// ---- The device: the verdict on the reading, the library's beside it ----
+
+// A device whose MP3 entry refuses sample rates above 32 kHz.
+std::string SlowMp3Device(const TempDir& dir) {
+    const std::string caps =
+        "<plist><dict>\n<key>MP3</key>\n<dict>\n<key>MaximumSampleRate</key>\n<integer>32000</integer>\n</dict>\n"
+        "</dict></plist>\n";
+    return dir.write("caps.plist", Bytes(caps.begin(), caps.end()));
+}
+
+TEST_F(Tool, JsonGivesEveryRefusingKeyOfTheReadingInWordsAndTheLibrarysVerdict) {
+    TempDir dir;
+    const nlohmann::json j = JsonLine("--explain --device " + SlowMp3Device(dir) + " " +
+                                      std::string(FILEINFO_FIXTURES_DIR) + "/mp3/cbr128.mp3");
+    EXPECT_EQ(j["verdict"], nlohmann::json::parse(R"({"playable":false,"refused_by":["MaximumSampleRate"],
+        "explanation":"sample rate 44.1 kHz is above the device's 32 kHz"})"));
+    EXPECT_EQ(j["library_verdict"], nlohmann::json::parse(R"({"playable":false,"refused_by":"MaximumSampleRate"})"));
+    EXPECT_EQ(j["playable"], false);
+    EXPECT_EQ(j["refused_by"], "MaximumSampleRate");
+    EXPECT_EQ(j["explanation"], "sample rate 44.1 kHz is above the device's 32 kHz");
+}
+
+TEST_F(Tool, OnlyAndTheTableFollowTheVerdictOnTheReading) {
+    TempDir dir;
+    const std::string caps = SlowMp3Device(dir);
+    const std::string fast = std::string(FILEINFO_FIXTURES_DIR) + "/mp3/cbr128.mp3";      // 44.1 kHz
+    const std::string slow = std::string(FILEINFO_FIXTURES_DIR) + "/mp3/tagged-id3v2.mp3";  // 32 kHz
+    const ToolRun only = RunTool("--format csv --fields path,playable,refused_by --only unplayable --device " + caps +
+                                 " " + fast + " " + slow);
+    EXPECT_EQ(only.out, "path,playable,refused_by\r\n" + fast + ",false,MaximumSampleRate\r\n");
+    EnvironmentColumns columns("160");
+    const std::vector<std::string> lines =
+        Lines(RunTool("--format table --explain --device " + caps + " " + fast + " " + slow).out);
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[1].substr(lines[1].size() - 21), "no: MaximumSampleRate");
+    EXPECT_EQ(lines[2].substr(lines[2].size() - 3), "yes");
+}
+
+TEST_F(Tool, SummaryCountsRefusalsOfTheReadingByKey) {
+    TempDir dir;
+    const ToolRun run = RunTool("--json --summary-only --device " + SlowMp3Device(dir) + " " +
+                                std::string(FILEINFO_FIXTURES_DIR) + "/mp3/cbr128.mp3");
+    const nlohmann::json s = nlohmann::json::parse(run.out)["summary"];
+    EXPECT_EQ(s["unplayable"], 1);
+    EXPECT_EQ(s["refused_by"], nlohmann::json::parse(R"({"MaximumSampleRate":1})"));
+    EXPECT_EQ(s["types"], nlohmann::json::parse(R"({"MP3":{"files":1,"duration_ms":2038}})"));
+}
+
+}  // namespace
