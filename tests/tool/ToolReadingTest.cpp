@@ -61,12 +61,14 @@ std::string FifteenSecondWav(const TempDir& dir) {
     return dir.write("fifteen.wav", BuildWav(f));
 }
 
-// An MP3 whose only tag is an ID3v2.4 tag: 100 frames of MPEG 1 Layer III,
+// An MP3 whose only tag is an ID3v2.4 tag, its title in UTF-8: 100 frames of MPEG 1 Layer III,
 // 128 kbit/s, 44.1 kHz (417 bytes each, 1152 samples: 2612 ms).
 std::string Id3v2OnlyMp3(const TempDir& dir, const std::string& name, const std::string& title) {
     Id3v2Fields tag;
     tag.majorVersion = 4;
-    tag.frames = {TextFrame("TIT2", title), TextFrame("TPE1", "Reading Artist")};
+    Bytes utf8Title = {3};  // text encoding 3: UTF-8
+    utf8Title.insert(utf8Title.end(), title.begin(), title.end());
+    tag.frames = {RawFrame("TIT2", utf8Title), TextFrame("TPE1", "Reading Artist")};
     return dir.write(name, Join({BuildId3v2(tag), Mp3Frames(Mp3Header{}, 417, 100)}));
 }
 
@@ -390,6 +392,30 @@ TEST_F(Tool, SummaryCountsRefusalsOfTheReadingByKey) {
     EXPECT_EQ(s["unplayable"], 1);
     EXPECT_EQ(s["refused_by"], nlohmann::json::parse(R"({"MaximumSampleRate":1})"));
     EXPECT_EQ(s["types"], nlohmann::json::parse(R"({"MP3":{"files":1,"duration_ms":2038}})"));
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(Tool, TableCountsWideCharactersAsTwoColumns) {
+    TempDir dir;
+    // Japanese kana and kanji: three bytes each in UTF-8, two columns each on a terminal.
+    const std::string title = "\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E\xE3\x81\xAE\xE3\x82\xBF\xE3\x82\xA4\xE3\x83\x88"
+                              "\xE3\x83\xAB\xE3\x81\x8C\xE9\x95\xB7\xE3\x81\x84";
+    Id3v2OnlyMp3(dir, "wide.mp3", title);
+    EnvironmentColumns columns("80");
+    const std::vector<std::string> lines = Lines(RunTool("--format table " + dir.path().string()).out);
+    ASSERT_EQ(lines.size(), 2u);
+    // Five of them fill ten of the title's twelve columns; a sixth would not leave room for "…".
+    const std::string cut = title.substr(0, 15) + "\xE2\x80\xA6";
+    ASSERT_NE(lines[1].find("  " + cut + "   Reading A\xE2\x80\xA6"), std::string::npos) << lines[1];
+    size_t width = 0;
+    for (const char c : lines[1]) {
+        const unsigned char b = static_cast<unsigned char>(c);
+        if ((b & 0xC0) != 0x80) width += b >= 0xE3 && b <= 0xE9 ? 2 : 1;
+    }
+    EXPECT_LE(width, 80u) << lines[1];
 }
 
 }  // namespace
