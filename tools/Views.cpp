@@ -605,17 +605,26 @@ void WriteReadingListing(std::ostream& out, const FileView& file, bool allFields
     out << ForTerminal(item.path) << "\n";
     WriteStatusLine(out, item);
     for (const std::string& warning : Warnings(item)) out << "  warning: " << warning << "\n";
+    if (!columns.empty()) {
+        // The chosen columns alone, in their order, of the reading and the record alike.
+        for (const std::string& c : columns) {
+            if (c == "path") continue;
+            const Value v = ColumnValue(c, file);
+            const bool quoted = v.present && v.kind == ValueKind::kText;
+            out << "  " << c << ": " << (quoted ? "\"" : "") << (v.present ? ForTerminal(MachineText(v)) : "none")
+                << (quoted ? "\"" : "") << "\n";
+        }
+        return;
+    }
     if (item.readingError != 0) {
         out << "  reading: the file could not be read: " << std::strerror(item.readingError) << "\n";
     } else {
-        if (!m.Identified() && columns.empty()) out << "  type: none (no reader identified the file)\n";
+        if (!m.Identified()) out << "  type: none (no reader identified the file)\n";
         for (const ReadingField& f : kReadingFields) {
             const ReadingValue v = f.get(m);
-            if (!columns.empty()) {
-                if (!Chosen(columns, f.name)) continue;
-            } else if (!allFields && (!v.present || (f.kind == ReadingKind::kNumber && v.number == 0) ||
-                                      (f.kind == ReadingKind::kReal && v.real == 0) ||
-                                      (f.kind == ReadingKind::kFlag && !v.flag) || (f.video && !m.HasVideo()))) {
+            if (!allFields && (!v.present || (f.kind == ReadingKind::kNumber && v.number == 0) ||
+                               (f.kind == ReadingKind::kReal && v.real == 0) ||
+                               (f.kind == ReadingKind::kFlag && !v.flag) || (f.video && !m.HasVideo()))) {
                 continue;  // what the file does not hold, or is not known
             }
             out << "  " << f.name << ": ";

@@ -112,6 +112,7 @@ TEST(ReportData, RowsFollowTheColumns) {
     EXPECT_EQ(doc["device"], nullptr);
     EXPECT_EQ(doc["statusTexts"]["1"], MediaFileStatusText(1));
     // Every record agrees with its reading.
+    EXPECT_EQ(doc["differs"]["count"], 0);
     EXPECT_EQ(doc["differs"]["files"], nlohmann::json::parse("[[],[],[],[],[],[],[],[],[]]"));
 }
 
@@ -135,12 +136,32 @@ TEST(ReportData, RowsCarryTheReadingWhereTheRecordDiffers) {
     EXPECT_EQ(doc["files"][1][col("duration")], 15000);
     EXPECT_EQ(doc["files"][1][col("size")], 5368709120ull);
     EXPECT_EQ(doc["files"][1][col("title")], "");
-    EXPECT_EQ(doc["differs"]["fields"][0], nlohmann::json::parse(R"({"field":"title","label":"title"})"));
-    EXPECT_EQ(doc["differs"]["fields"][3], nlohmann::json::parse(R"({"field":"durationMs","label":"duration"})"));
+    EXPECT_EQ(doc["differs"]["count"], 1);
+    EXPECT_EQ(doc["differs"]["fields"][0], nlohmann::json::parse(R"({"field":"title","label":"title","count":1})"));
+    EXPECT_EQ(doc["differs"]["fields"][3],
+              nlohmann::json::parse(R"({"field":"durationMs","label":"duration","count":1})"));
+    EXPECT_EQ(doc["differs"]["fields"][1]["count"], 0);
     EXPECT_EQ(doc["differs"]["fields"].size(), 9u);
     // By field: the title taken from the file's name is the row alone.
     EXPECT_EQ(doc["differs"]["files"],
               nlohmann::json::parse(R"([[1], [], [], [[1, 8000, 15000]], [], [], [], [], [[1, 1073741824, 5368709120]]])"));
+}
+
+TEST(ReportData, ThePageListsTheFirstFiveHundredFilesOfAFieldAndCountsThemAll) {
+    ReportData data(nullptr);
+    for (int k = 0; k < 600; ++k) {
+        ScanItem item = Loaded("music/" + std::to_string(k) + ".wav", "WAV", "x");
+        item.reading.duration_ms = 15000;
+        item.record.durationMs = 8000;
+        data.Add(item);
+    }
+    ReportHeader header;
+    header.generated = "2026-01-01T00:00:00Z";
+    const nlohmann::json doc = nlohmann::json::parse(data.Json(header));
+    EXPECT_EQ(doc["differs"]["count"], 600);
+    EXPECT_EQ(doc["differs"]["fields"][3]["count"], 600);
+    ASSERT_EQ(doc["differs"]["files"][3].size(), 500u);
+    EXPECT_EQ(doc["differs"]["files"][3][499], nlohmann::json::parse("[499, 8000, 15000]"));
 }
 
 TEST(ReportData, PathsThatAreNotUtf8StillMakeADocument) {

@@ -168,10 +168,14 @@ void ReportData::Add(const ScanItem& item) {
 }
 
 void ReportData::AddDifferences(const ScanItem& item, const std::string& stem) {
-    for (const RecordDifference& d : RecordDiffers(item)) {
+    const std::vector<RecordDifference> differences = RecordDiffers(item);
+    if (!differences.empty()) ++differingFiles_;
+    for (const RecordDifference& d : differences) {
         size_t rule = 0;
         while (rule < kRecordDiffRuleCount && d.field != std::string(kRecordDiffRules[rule].field)) ++rule;
         if (rule == kRecordDiffRuleCount) continue;
+        // Every file is counted; the page lists the first ones of a field.
+        if (differCounts_[rule]++ >= kDifferFilesListed) continue;
         std::string& entries = differs_[rule];
         // The most common difference, a record title that is the file's name
         // beside the reading's own title (or none), is the row alone: the
@@ -224,13 +228,18 @@ std::string ReportData::Json(const ReportHeader& header) const {
     text.pop_back();  // the closing brace: the lists follow
     text += ",\"formats\":" + list(formats_) + ",\"files\":" + list(files_) + ",\"skipped\":" + list(skipped_) + ",\"errors\":" + list(errors_) +
             ",\"reasons\":" + list(reasons_);
-    // Where the library's record differs from the reading: the compared
-    // fields, and for each the files, [row, record, reading], or the row
-    // alone where the record's title is the file's name without its
-    // extension and the reading's title the row's.
+    // Where the library's record differs from the reading: how many files,
+    // the compared fields with the count of each, and for each field its
+    // first files, [row, record, reading], or the row alone where the
+    // record's title is the file's name without its extension and the
+    // reading's title the row's.
     json fields = json::array();
-    for (const RecordDiffRule& rule : kRecordDiffRules) fields.push_back({{"field", rule.field}, {"label", rule.label}});
-    text += ",\"differs\":{\"fields\":" + fields.dump() + ",\"files\":[";
+    for (size_t k = 0; k < kRecordDiffRuleCount; ++k) {
+        fields.push_back({{"field", kRecordDiffRules[k].field}, {"label", kRecordDiffRules[k].label},
+                          {"count", differCounts_[k]}});
+    }
+    text += ",\"differs\":{\"count\":" + std::to_string(differingFiles_) + ",\"fields\":" + fields.dump() +
+            ",\"files\":[";
     for (size_t k = 0; k < kRecordDiffRuleCount; ++k) text += (k == 0 ? "" : ",") + list(differs_[k]);
     text += "]}}";
     return text;

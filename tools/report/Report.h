@@ -60,7 +60,13 @@ private:
     size_t fileCount_ = 0;
     std::string skipped_;  // likewise
     std::string errors_;
-    std::string differs_[kRecordDiffRuleCount];  // by compared field: the files whose record differs, each followed by a comma
+    // Where records differ, by compared field: how many files, and the first
+    // kDifferFilesListed of them, each followed by a comma. The page shows
+    // no more of a field than those; the count is whole.
+    static constexpr size_t kDifferFilesListed = 500;
+    std::string differs_[kRecordDiffRuleCount];
+    size_t differCounts_[kRecordDiffRuleCount] = {};
+    size_t differingFiles_ = 0;
     std::string reasons_;
     size_t lastFolder_ = static_cast<size_t>(-1);
     std::string formats_;
