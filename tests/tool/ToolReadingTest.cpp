@@ -419,3 +419,14 @@ TEST_F(Tool, TableCountsWideCharactersAsTwoColumns) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(Tool, ListingOfChosenFieldsShowsTheReadingsAndTheRecordsNames) {
+    const std::string p = std::string(FILEINFO_FIXTURES_DIR) + "/mp3/tagged-eyed3.mp3";
+    EXPECT_EQ(RunTool("--format list --fields type,durationMs,record.title,title,album " + p).out,
+              p + "\n  status: 1 (success)\n  type: \"MP3\"\n  durationMs: 2115\n  record.title: \"tagged-eyed3\"\n"
+                  "  title: \"Eye Title\"\n  album: \"Eye Album\"\n");
+}
+
+}  // namespace
