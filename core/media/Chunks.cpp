@@ -30,10 +30,11 @@ uint64_t NextChunk(const Source& source, uint64_t body, uint64_t size, uint64_t 
     // At the end of the file, or of a file whose last pad byte is missing,
     // there is nothing to look for.
     if (padded + 8 > end) return padded <= end ? padded : unpadded;
-    uint8_t id[5];
+    // Pad bytes are zero as written; a byte that is not, where a chunk id
+    // can begin, is the first of the next chunk's id.
+    uint8_t id[4];
     if (!ReadSmall(source, unpadded, id, sizeof id)) return padded;
-    if (!PlausibleChunkId(id + 1) && PlausibleChunkId(id)) return unpadded;
-    return padded;
+    return id[0] != 0 && PlausibleChunkId(id) ? unpadded : padded;
 }
 
 bool ValidUtf8(const uint8_t* data, size_t length) {

@@ -33,9 +33,9 @@ bool PlausibleChunkId(const uint8_t* id);
 
 // Where the chunk after one whose body starts at `body` with `size` bytes
 // begins: the body is padded to an even length, but some writers leave the
-// pad byte out. When the padded position holds no chunk id and the
-// unpadded one does, the unpadded one is taken. 0 when the body runs past
-// `end` (there is no next chunk to find).
+// pad byte out. When the byte after an odd body is not zero (as a pad byte
+// is written) and begins a chunk id, the next chunk starts there. 0 when
+// the body runs past `end` (there is no next chunk to find).
 uint64_t NextChunk(const Source& source, uint64_t body, uint64_t size, uint64_t end);
 
 // An 8-bit text of a tag chunk as UTF-8: cut at its first NUL, taken as

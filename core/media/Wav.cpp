@@ -4,8 +4,9 @@
 // the data chunk's size over the bytes per second, so it is exact wherever
 // the size is known; a data chunk of size 0xFFFFFFFF or 0 (a stream written
 // without going back to set it), or one that runs past the end of the file
-// (a file over 4 GiB), is taken to run to the end of the file, and the
-// duration is then an estimate.
+// (a file over 4 GiB), or one that falls short of the end by a multiple of
+// 4 GiB (its size wrapped at 32 bits), is taken to run to the end of the
+// file, and the duration is then an estimate.
 //
 // Codec names by WAVE format tag (an extensible format goes by the first
 // two bytes of its sub-format GUID):
@@ -48,6 +49,7 @@ constexpr uint16_t kFormatExtensible = 0xFFFE;
 
 // RF64 writes this in every 32-bit size that ds64 holds instead.
 constexpr uint32_t kSizeInDs64 = 0xFFFFFFFFu;
+constexpr uint64_t kFourGiB = 1ull << 32;
 
 bool IdIs(const uint8_t* id, const char* name) { return std::memcmp(id, name, 4) == 0; }
 
@@ -158,10 +160,10 @@ void ReadList(const Source& source, uint64_t body, uint64_t size, Tags& tags) {
         TakeInfoText(id, EightBitText(id + 8, textLength), tags);
         if (declared >= left) break;
         size_t next = at + 8 + declared;
+        // As NextChunk: a pad byte is zero, a byte that is not begins an id.
         if ((declared & 1) != 0) {
-            const bool padded = list.size() - next >= 9 && PlausibleChunkId(list.data() + next + 1);
-            const bool unpadded = list.size() - next >= 8 && PlausibleChunkId(list.data() + next);
-            if (padded || !unpadded) ++next;
+            const bool unpadded = list.size() - next >= 8 && list[next] != 0 && PlausibleChunkId(list.data() + next);
+            if (!unpadded) ++next;
         }
         at = next;
     }
@@ -186,7 +188,10 @@ void TakeData(uint64_t body, uint32_t declared, uint64_t fileSize, WavChunks& fo
         known = true;
     }
     if (declared == 0 && toEnd == 0) known = true;  // a file without sound
-    if (!known || size > toEnd) {
+    // A writer that wrapped the size at 32 bits leaves it short of the end
+    // of the file by a whole number of 4 GiB.
+    const bool wrapped = size < toEnd && (toEnd - size) % kFourGiB == 0;
+    if (!known || size > toEnd || wrapped) {
         found.dataSize = toEnd;
         found.dataSizeEstimated = true;
     } else {
