@@ -52,7 +52,6 @@ struct AiffChunks {
     Common common;
     bool soundFound = false;
     uint64_t soundBytes = 0;  // SSND's sample bytes within the file
-    bool soundEstimated = false;
     Tags texts;
     std::vector<uint8_t> id3;
 };
@@ -76,7 +75,6 @@ void TakeSound(uint64_t declared, uint64_t inFile, AiffChunks& found) {
     found.soundFound = true;
     const uint64_t sound = declared > inFile ? inFile : declared;
     found.soundBytes = sound > 8 ? sound - 8 : 0;
-    found.soundEstimated = declared > inFile;
 }
 
 void TakeText(const Source& source, uint64_t body, uint64_t size, std::string& field) {
