@@ -146,12 +146,15 @@ void TakeInfoText(const uint8_t* id, const std::string& text, Tags& tags) {
 // A LIST chunk: only an INFO list holds tags. Its sub-chunks are walked
 // within the bytes read, with the same tolerance for a missing pad byte.
 void ReadList(const Source& source, uint64_t body, uint64_t size, Tags& tags) {
-    // Other lists (cue labels, ...) can be large: their type is read first.
+    // Other lists (cue labels, ...) can be large: the type of a list of
+    // more than a few KiB is read before its body.
+    constexpr uint64_t kSmallList = 4096;
     uint8_t type[4];
-    if (size < 4 || !ReadSmall(source, body, type, sizeof type) || !IdIs(type, "INFO")) return;
+    if (size < 4) return;
+    if (size > kSmallList && (!ReadSmall(source, body, type, sizeof type) || !IdIs(type, "INFO"))) return;
     std::vector<uint8_t> list;
     const size_t length = size < kMaxTextListBytes ? static_cast<size_t>(size) : kMaxTextListBytes;
-    if (!source.ReadUpTo(body, length, list) || list.size() < 4) return;
+    if (!source.ReadUpTo(body, length, list) || list.size() < 4 || !IdIs(list.data(), "INFO")) return;
     size_t at = 4;
     for (unsigned count = 0; count < kMaxChunks && list.size() - at >= 8; ++count) {
         const uint8_t* id = list.data() + at;
