@@ -69,12 +69,15 @@ void ReadCommon(const Source& source, uint64_t body, uint64_t size, bool aifc, C
     if (length == kCommAifcBytes) std::memcpy(common.compression, comm + 18, 4);
 }
 
-// SSND: an offset and a block size, then the sound. Only its size is used,
-// for a COMM that counts no frames.
-void TakeSound(uint64_t declared, uint64_t inFile, AiffChunks& found) {
+// SSND: an offset to the first sample and a block size, then the sound.
+// Only the sound's size is used, for a COMM that counts no frames and for
+// the bit rate of compressed sound.
+void TakeSound(const Source& source, uint64_t body, uint64_t inFile, AiffChunks& found) {
     found.soundFound = true;
-    const uint64_t sound = declared > inFile ? inFile : declared;
-    found.soundBytes = sound > 8 ? sound - 8 : 0;
+    uint8_t offset[4];
+    if (inFile < 8 || !ReadSmall(source, body, offset, sizeof offset)) return;
+    const uint64_t skipped = 8 + static_cast<uint64_t>(BigEndian32(offset));
+    found.soundBytes = inFile > skipped ? inFile - skipped : 0;
 }
 
 void TakeText(const Source& source, uint64_t body, uint64_t size, std::string& field) {
@@ -97,7 +100,7 @@ void WalkChunks(const Source& source, uint64_t end, AiffChunks& found) {
         if (IdIs(header, "COMM")) {
             if (!found.common.found) ReadCommon(source, body, inFile, found.aifc, found.common);
         } else if (IdIs(header, "SSND")) {
-            if (!found.soundFound) TakeSound(size, inFile, found);
+            if (!found.soundFound) TakeSound(source, body, inFile, found);
         } else if (IdIs(header, "NAME")) {
             TakeText(source, body, inFile, found.texts.title);
         } else if (IdIs(header, "AUTH")) {

@@ -82,6 +82,20 @@ TEST(AiffReading, CommWithoutFramesIsEstimatedFromTheSound) {
     EXPECT_TRUE(r.duration_estimated);
 }
 
+TEST(AiffReading, SoundOffsetIsNotSound) {
+    // 1600 bytes before the first sample, then 1600 bytes of sound: 50 ms.
+    const Reading r = ReadBytes(AiffBuilder().comm(2, 16, 8000, 0).ssnd(1600, 3200).build());
+    EXPECT_EQ(r.duration_ms, 50u);
+    EXPECT_TRUE(r.duration_estimated);
+}
+
+TEST(AiffReading, SoundCutShortIsCountedWithinTheFile) {
+    // SSND says 1 s of sound, the file holds 0.1 s of it.
+    const Reading r = ReadBytes(AiffBuilder().comm(2, 16, 8000, 0).ssnd(0, 32000, 3200).build());
+    EXPECT_EQ(r.duration_ms, 100u);
+    EXPECT_TRUE(r.duration_estimated);
+}
+
 TEST(AiffReading, NoCommLeavesOnlyTheType) {
     const Reading r = ReadBytes(AiffBuilder().text("NAME", "Only a name").ssnd(0, 100).build());
     EXPECT_EQ(r.type, "AIFF");
