@@ -13,6 +13,8 @@
 //   1 "PCM" (integer), 3 "PCM" (float), 6 "A-law", 7 "mu-law",
 //   2 "MS ADPCM", 0x11 "IMA ADPCM", 0x50 "MP2", 0x55 "MP3", 0x2000 "AC-3",
 //   any other "WAVE format 0x" and the tag in four hex digits.
+// The bit rate of a compressed format is the header's average byte rate,
+// or, where the header says 0, the data's bytes over the duration.
 // bits_per_sample is given for PCM (the valid bits of an extensible format,
 // else the container's) and for A-law and mu-law (8); it stays 0 for the
 // compressed formats.
@@ -297,6 +299,14 @@ void TakeTiming(const WavChunks& found, Reading& reading) {
         } else if (found.dataFound && format.byteRate != 0) {
             reading.duration_ms = FramesToMs(found.dataSize, format.byteRate);
             reading.duration_estimated = true;
+        }
+        // A writer that did not know the byte rate when it wrote the header
+        // leaves 0: the average over the data then.
+        if (reading.audio_bit_rate == 0 && found.dataFound && reading.duration_ms != 0) {
+            const uint64_t bits = found.dataSize * 8;
+            reading.audio_bit_rate = found.dataSize < (1ull << 50)
+                                         ? bits * 1000 / reading.duration_ms
+                                         : bits / reading.duration_ms * 1000;
         }
     }
     reading.bit_rate = reading.audio_bit_rate;

@@ -153,6 +153,18 @@ TEST(WavReading, CompressedDurationWithoutFactComesFromTheByteRate) {
     EXPECT_TRUE(r.duration_estimated);
 }
 
+TEST(WavReading, CompressedWithoutByteRateAveragesTheData) {
+    // MP3 whose header says 0 bytes per second: 16000 bytes over 1 s.
+    Bytes bytes = WavChunkBuilder().fmt(0x55, 2, 44100, 0, 1).fact(44100).data(16000).build();
+    for (size_t i = 12 + 8 + 8; i < 12 + 8 + 12; ++i) bytes[i] = 0;  // fmt's byte rate
+    const Reading r = ReadBytes(bytes);
+    EXPECT_EQ(r.audio_codec, "MP3");
+    EXPECT_EQ(r.duration_ms, 1000u);
+    EXPECT_FALSE(r.duration_estimated);
+    EXPECT_EQ(r.bit_rate, 128000u);
+    EXPECT_EQ(r.audio_bit_rate, 128000u);
+}
+
 TEST(WavReading, PartialLastFrameIsNotCounted) {
     const Reading r = ReadBytes(WavChunkBuilder().fmt(1, 2, 1000, 16).data(4 * 1000 + 3).build());
     EXPECT_EQ(r.duration_ms, 1000u);
