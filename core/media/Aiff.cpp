@@ -32,8 +32,6 @@ namespace media {
 
 namespace {
 
-bool IdIs(const uint8_t* id, const char* name) { return std::memcmp(id, name, 4) == 0; }
-
 // COMM's fixed part, and AIFF-C's compression type after it.
 constexpr size_t kCommBytes = 18;
 constexpr size_t kCommAifcBytes = 22;
@@ -97,17 +95,17 @@ void WalkChunks(const Source& source, uint64_t end, AiffChunks& found) {
         const uint64_t body = at + 8;
         const uint64_t left = end - body;
         const uint64_t inFile = size < left ? size : left;
-        if (IdIs(header, "COMM")) {
+        if (ChunkIdIs(header, "COMM")) {
             if (!found.common.found) ReadCommon(source, body, inFile, found.aifc, found.common);
-        } else if (IdIs(header, "SSND")) {
+        } else if (ChunkIdIs(header, "SSND")) {
             if (!found.soundFound) TakeSound(source, body, inFile, found);
-        } else if (IdIs(header, "NAME")) {
+        } else if (ChunkIdIs(header, "NAME")) {
             TakeText(source, body, inFile, found.texts.title);
-        } else if (IdIs(header, "AUTH")) {
+        } else if (ChunkIdIs(header, "AUTH")) {
             TakeText(source, body, inFile, found.texts.artist);
-        } else if (IdIs(header, "ANNO")) {
+        } else if (ChunkIdIs(header, "ANNO")) {
             TakeText(source, body, inFile, found.texts.comment);
-        } else if (IdIs(header, "ID3 ") || IdIs(header, "id3 ")) {
+        } else if (ChunkIdIs(header, "ID3 ") || ChunkIdIs(header, "id3 ")) {
             if (found.id3.empty()) {
                 const size_t length =
                     inFile < kMaxId3ChunkBytes ? static_cast<size_t>(inFile) : kMaxId3ChunkBytes;

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 #include "Source.h"
@@ -26,6 +27,9 @@ constexpr size_t kMaxTextListBytes = 1u << 20;
 // when they lie inside it, else with one positioned read. False when the
 // range runs past the end of the file.
 bool ReadSmall(const Source& source, uint64_t offset, void* out, size_t length);
+
+// The four bytes at `id` are the chunk id `name` ("fmt ", "COMM", ...).
+inline bool ChunkIdIs(const uint8_t* id, const char* name) { return std::memcmp(id, name, 4) == 0; }
 
 // Four printable ASCII characters, as every chunk id is. Used to tell a
 // writer's missing pad byte from a real chunk boundary.

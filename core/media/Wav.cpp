@@ -53,8 +53,6 @@ constexpr uint16_t kFormatExtensible = 0xFFFE;
 constexpr uint32_t kSizeInDs64 = 0xFFFFFFFFu;
 constexpr uint64_t kFourGiB = 1ull << 32;
 
-bool IdIs(const uint8_t* id, const char* name) { return std::memcmp(id, name, 4) == 0; }
-
 // What "fmt " says.
 struct Format {
     bool found = false;
@@ -74,7 +72,6 @@ struct WavChunks {
     bool ds64Found = false;
     uint64_t ds64DataSize = 0;
     bool dataFound = false;
-    uint64_t dataStart = 0;
     uint64_t dataSize = 0;  // the bytes of sound within the file
     bool dataSizeEstimated = false;
     bool factFound = false;
@@ -123,24 +120,24 @@ void SetText(std::string& field, std::string value) {
 }
 
 void TakeInfoText(const uint8_t* id, const std::string& text, Tags& tags) {
-    if (IdIs(id, "INAM")) {
+    if (ChunkIdIs(id, "INAM")) {
         SetText(tags.title, text);
-    } else if (IdIs(id, "IART")) {
+    } else if (ChunkIdIs(id, "IART")) {
         SetText(tags.artist, text);
-    } else if (IdIs(id, "IPRD")) {
+    } else if (ChunkIdIs(id, "IPRD")) {
         SetText(tags.album, text);
-    } else if (IdIs(id, "IGNR")) {
+    } else if (ChunkIdIs(id, "IGNR")) {
         SetText(tags.genre, text);
-    } else if (IdIs(id, "ICRD")) {
+    } else if (ChunkIdIs(id, "ICRD")) {
         const bool fourDigits = text.size() >= 4 && std::all_of(text.begin(), text.begin() + 4, [](char c) {
                                     return c >= '0' && c <= '9';
                                 });
         SetText(tags.year, fourDigits ? text.substr(0, 4) : text);
-    } else if (IdIs(id, "ICMT")) {
+    } else if (ChunkIdIs(id, "ICMT")) {
         SetText(tags.comment, text);
-    } else if (IdIs(id, "IMUS")) {
+    } else if (ChunkIdIs(id, "IMUS")) {
         SetText(tags.composer, text);
-    } else if (IdIs(id, "ITRK") || IdIs(id, "IPRT")) {
+    } else if (ChunkIdIs(id, "ITRK") || ChunkIdIs(id, "IPRT")) {
         if (tags.track == 0) ParseTrackText(text, tags.track, tags.track_total);
     }
 }
@@ -153,10 +150,10 @@ void ReadList(const Source& source, uint64_t body, uint64_t size, Tags& tags) {
     constexpr uint64_t kSmallList = 4096;
     uint8_t type[4];
     if (size < 4) return;
-    if (size > kSmallList && (!ReadSmall(source, body, type, sizeof type) || !IdIs(type, "INFO"))) return;
+    if (size > kSmallList && (!ReadSmall(source, body, type, sizeof type) || !ChunkIdIs(type, "INFO"))) return;
     std::vector<uint8_t> list;
     const size_t length = size < kMaxTextListBytes ? static_cast<size_t>(size) : kMaxTextListBytes;
-    if (!source.ReadUpTo(body, length, list) || list.size() < 4 || !IdIs(list.data(), "INFO")) return;
+    if (!source.ReadUpTo(body, length, list) || list.size() < 4 || !ChunkIdIs(list.data(), "INFO")) return;
     size_t at = 4;
     for (unsigned count = 0; count < kMaxChunks && list.size() - at >= 8; ++count) {
         const uint8_t* id = list.data() + at;
@@ -185,7 +182,6 @@ void ReadId3Chunk(const Source& source, uint64_t body, uint64_t size, std::vecto
 // file: the declared one when it holds, else the bytes to the end.
 void TakeData(uint64_t body, uint32_t declared, uint64_t fileSize, WavChunks& found) {
     found.dataFound = true;
-    found.dataStart = body;
     const uint64_t toEnd = fileSize - body;
     uint64_t size = declared;
     bool known = declared != kSizeInDs64 && declared != 0;
@@ -216,17 +212,17 @@ void WalkChunks(const Source& source, WavChunks& found) {
         uint64_t size = declared;
         const uint64_t left = end - body;
         const uint64_t inFile = size < left ? size : left;
-        if (IdIs(header, "fmt ")) {
+        if (ChunkIdIs(header, "fmt ")) {
             if (!found.format.found) ReadFormat(source, body, inFile, found.format);
-        } else if (IdIs(header, "ds64")) {
+        } else if (ChunkIdIs(header, "ds64")) {
             if (found.rf64 && !found.ds64Found) ReadDs64(source, body, inFile, found);
-        } else if (IdIs(header, "fact")) {
+        } else if (ChunkIdIs(header, "fact")) {
             if (!found.factFound) ReadFact(source, body, inFile, found);
-        } else if (IdIs(header, "LIST")) {
+        } else if (ChunkIdIs(header, "LIST")) {
             ReadList(source, body, inFile, found.infoTags);
-        } else if (IdIs(header, "id3 ") || IdIs(header, "ID3 ")) {
+        } else if (ChunkIdIs(header, "id3 ") || ChunkIdIs(header, "ID3 ")) {
             ReadId3Chunk(source, body, inFile, found.id3);
-        } else if (IdIs(header, "data") && !found.dataFound) {
+        } else if (ChunkIdIs(header, "data") && !found.dataFound) {
             TakeData(body, declared, end, found);
             // A data chunk that runs to the end leaves nothing after it.
             if (found.dataSizeEstimated) return;
