@@ -359,6 +359,15 @@ TEST(AiffReading, Id3ChunkIsHarmlessBeforeItsParserIsIn) {
 
 // ---- sizes that lie
 
+TEST(AiffReading, HostileId3ChunkSizeIsReadWithinTheFile) {
+    Id3v2Fields id3;
+    id3.frames = {TextFrame("TIT2", "Id3 Title")};
+    const Reading r = ReadBytes(
+        AiffBuilder().text("NAME", "Name Title").comm(1, 16, 8000, 80).chunk("ID3 ", 0xFFFFFFF0u, BuildId3v2(id3)).build());
+    EXPECT_EQ(r.tags.title.empty(), false);
+    EXPECT_EQ(r.duration_ms, 10u);
+}
+
 TEST(AiffReading, HostileChunkSizeEndsTheWalk) {
     ByteWriter junk;
     junk.str("abcd");

@@ -438,6 +438,19 @@ TEST(WavReading, Id3ChunkIsHarmlessBeforeItsParserIsIn) {
     EXPECT_EQ(r.duration_ms, 100u);
 }
 
+TEST(WavReading, HostileId3ChunkSizeIsReadWithinTheFile) {
+    Id3v2Fields id3;
+    id3.frames = {TextFrame("TIT2", "Id3 Title")};
+    const Reading r = ReadBytes(WavChunkBuilder()
+                                    .fmt(1, 1, 8000, 16)
+                                    .info({{"INAM", "Info Title"}})
+                                    .data(1600)
+                                    .chunk("id3 ", 0xFFFFFFF0u, BuildId3v2(id3))
+                                    .build());
+    EXPECT_EQ(r.tags.title.empty(), false);
+    EXPECT_EQ(r.duration_ms, 100u);
+}
+
 // ---- chunk walking
 
 TEST(WavReading, OddChunkIsPadded) {
