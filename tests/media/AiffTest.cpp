@@ -331,9 +331,9 @@ TEST(AiffReading, OddTextWithoutItsPadByteIsStillWalked) {
     EXPECT_EQ(r.duration_ms, 10u);
 }
 
-// Enable once ParseId3v2 is merged (it returns false on this branch): the
-// ID3 chunk's fields win over NAME/AUTH/ANNO, which stay where it has none.
-TEST(AiffReading, DISABLED_Id3ChunkWinsOverTheTextChunks) {
+// The ID3 chunk's fields win over NAME/AUTH/ANNO, which stay where it has
+// none.
+TEST(AiffReading, Id3ChunkWinsOverTheTextChunks) {
     Id3v2Fields id3;
     id3.majorVersion = 4;
     id3.frames = {TextFrame("TIT2", "Id3 Title"), TextFrame("TALB", "Id3 Album")};

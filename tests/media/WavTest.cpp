@@ -409,9 +409,8 @@ TEST(WavReading, TrackTextsThatAreNotNumbersAreNotTaken) {
     EXPECT_EQ(r.tags.track_total, 0u);
 }
 
-// Enable once ParseId3v2 is merged (it returns false on this branch): an
-// ID3 chunk's fields win over INFO texts, which stay where it has none.
-TEST(WavReading, DISABLED_Id3ChunkWinsOverInfo) {
+// An ID3 chunk's fields win over INFO texts, which stay where it has none.
+TEST(WavReading, Id3ChunkWinsOverInfo) {
     Id3v2Fields id3;
     id3.frames = {TextFrame("TIT2", "Id3 Title"), TextFrame("TCOM", "Id3 Composer")};
     const Reading r = ReadBytes(WavChunkBuilder()
