@@ -103,7 +103,7 @@ def list_files(
             except OSError as error:
                 report(error)
                 continue
-            if not _fileinfo.has_reader(e.path):
+            if not _fileinfo.walk_takes(e.path):
                 continue
             if wanted and os.path.splitext(e.name)[1][1:].lower().decode("latin-1") not in wanted:
                 continue

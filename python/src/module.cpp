@@ -591,6 +591,9 @@ PYBIND11_MODULE(_fileinfo, m) {
     m.def(
         "has_reader", [](const std::string& path) { return MediaFileHasReader(path.c_str()) != 0; }, py::arg("path"),
         "Whether a reader takes the path's extension.");
+    m.def(
+        "walk_takes", [](const std::string& path) { return fileinfo::WalkTakes(path); }, py::arg("path"),
+        "Whether a scan's walk loads a regular file of this name (by its bytes, whatever the library reads).");
 
     py::list names;
     for (const std::string& n : FieldNames()) names.append(py::str(n));
