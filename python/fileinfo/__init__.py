@@ -149,7 +149,8 @@ def scan(
     memory stays flat over any number of files; `close()` (or leaving a
     `with` block) stops the scan early.
 
-    In folders, only files whose extension a reader takes are loaded, and
+    In folders, only files of a media format's extension (.mp3, .aiff,
+    .m4b, ...) or of none are loaded, by their bytes, and
     with `ext` (say ["mp3", "m4a"]) only those; names starting with a dot
     are passed over unless `hidden`. Symbolic links to files are followed,
     to folders not. Files named directly are always loaded.

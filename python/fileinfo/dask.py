@@ -74,7 +74,7 @@ def list_files(
 
     Named files are taken as they are; folders are walked as the scan walks
     them: entries sorted by name (bytewise), names with a leading dot passed
-    over unless `hidden`, files whose extension no reader takes (or not in
+    over unless `hidden`, files of no media format's extension (or not in
     `ext`) left out, links to files followed and to folders not. Errors as
     in fileinfo.scan.
     """
