@@ -391,7 +391,8 @@ constexpr size_t kGap = 2;  // spaces between columns
 // Gives each column its width in `total` terminal columns: columns are left
 // out in their drop order while even their least widths do not fit; then
 // every column but the path grows to its wanted width, in order; the path
-// takes the rest. So a narrower terminal takes from the path first.
+// takes the rest. So a narrower terminal takes from the path first. The
+// headings are cut like any cell.
 void LayOut(std::vector<FitColumn>& columns, size_t total) {
     const auto used = [&] {
         size_t sum = 0, count = 0;
@@ -409,6 +410,14 @@ void LayOut(std::vector<FitColumn>& columns, size_t total) {
             if (c.shown && c.drop > 0 && (next == nullptr || c.drop < next->drop)) next = &c;
         if (next == nullptr) break;
         next->shown = false;
+    }
+    // Narrower still (under 60 columns): the path, then the texts, give up
+    // their least widths too, down to a few columns each.
+    constexpr size_t kNarrowest = 4;
+    for (FitColumn& c : columns) {
+        if (used() <= total) break;
+        if (!c.shown || !(c.path || c.heading == "TITLE" || c.heading == "ARTIST")) continue;
+        c.width -= std::min(used() - total, c.width - std::min(c.width, kNarrowest));
     }
     size_t spare = total > used() ? total - used() : 0;
     for (FitColumn& c : columns) {

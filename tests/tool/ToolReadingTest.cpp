@@ -313,6 +313,14 @@ TEST_F(Tool, TableOfOneHundredSixtyColumnsWidensTitleArtistThenThePath) {
     EXPECT_EQ(lines[1].substr(0, 42), "\xE2\x80\xA6" "and-on/song-with-a-long-file-name-0.mp3");
 }
 
+TEST_F(Tool, TableOfFortyColumnsStillNeverWraps) {
+    LongNames names;
+    EnvironmentColumns columns("40");
+    const std::vector<std::string> lines = Lines(RunTool("--format table " + names.folder).out);
+    ASSERT_EQ(lines.size(), 4u);
+    for (const std::string& line : lines) EXPECT_LE(Columns(line), 40u) << line;
+}
+
 TEST_F(Tool, TableWithoutATerminalOrColumnsIsEightyWide) {
     LongNames names;
     unsetenv("COLUMNS");
