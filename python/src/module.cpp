@@ -25,6 +25,9 @@
 #include "SafeEdit.h"
 #include "Scan.h"
 #include "Verdict.h"
+#ifdef FILEINFO_PYTHON_WITH_TOOL
+#include "Tool.h"
+#endif
 
 
 namespace py = pybind11;
@@ -448,6 +451,19 @@ py::dict RestoreBackup(const std::string& backupPath, const std::string& origina
     return out;
 }
 
+#ifdef FILEINFO_PYTHON_WITH_TOOL
+// `fileinfo ARGS...` in this process: the tool's own code, with the GIL
+// released while it runs (it calls no Python). Arguments are bytes, as the
+// program gets them.
+int RunTool(std::vector<std::string> args) {
+    std::vector<char*> argv;
+    for (std::string& a : args) argv.push_back(&a[0]);
+    argv.push_back(nullptr);
+    py::gil_scoped_release release;
+    return fileinfo::RunTool(static_cast<int>(args.size()), argv.data());
+}
+#endif
+
 }  // namespace
 
 PYBIND11_MODULE(_fileinfo, m) {
@@ -552,4 +568,8 @@ has_tags and identified.)");
     m.def("set_tags", &SetTags, py::arg("path"), py::arg("assignments"), py::arg("dry_run"), py::arg("force"),
           py::arg("backup"));
     m.def("restore_backup", &RestoreBackup, py::arg("backup_path"), py::arg("original_path"));
+#ifdef FILEINFO_PYTHON_WITH_TOOL
+    m.def("run_tool", &RunTool, py::arg("argv"),
+          "Runs the fileinfo command line (argv[0] first, bytes); returns its exit status.");
+#endif
 }
