@@ -80,7 +80,7 @@ def _extensions(ext: Union[None, str, Iterable[str]]) -> list:
     if ext is None:
         return []
     if isinstance(ext, str):
-        ext = [ext]
+        ext = ext.split(",")  # "mp3,m4a", as the tool's --ext takes it
     out = []
     for e in ext:
         e = e.lower().lstrip(".")
@@ -122,7 +122,12 @@ def scan(
     A path that cannot be reached (a named path that does not exist, a
     folder that cannot be listed, a file that cannot be opened) raises its
     OSError subclass, which ends the iteration; with `on_error`, the error
-    is passed to it instead and the scan goes on.
+    is passed to it instead and the scan goes on. So does a FIFO, device or
+    socket, named or found in a walk (OSError EINVAL, "not a regular file
+    (FIFO)"): it is never opened, and never dropped in silence. The paths a
+    walk passes over by choice (extensions no reader takes or not in `ext`,
+    hidden names, links to folders) are counted by reason in the
+    iterator's `skipped` dict, as the tool's summary counts them.
     """
     if jobs is None:
         jobs = 0

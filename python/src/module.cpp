@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstring>
 #include <algorithm>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -279,9 +280,15 @@ public:
                     break;
                 case fileinfo::Outcome::kSkipped:
                     // Files found in a walk that no reader takes, hidden or
-                    // not selected are no media files: not listed. A named
-                    // file is answered for, like load() would.
-                    if (!item.named) continue;
+                    // not selected, and links to folders, are passed over
+                    // as the tool does: counted in `skipped`, not listed. A
+                    // FIFO, device or socket may have been meant to be
+                    // read: reported like an unreachable path, as the tool
+                    // reports it. A named file is answered for, like load().
+                    if (!item.named) {
+                        ++skipped_[SkipName(item.skip)];
+                        if (item.skip != fileinfo::SkipReason::kSpecialFile) continue;
+                    }
                     if (item.skip == fileinfo::SkipReason::kExtension) {
                         const std::string path = item.path;
                         py::gil_scoped_release release;
@@ -353,11 +360,26 @@ public:
     }
 
     size_t Found() const { return scan_ ? scan_->Found() : 0; }
+    const std::map<std::string, size_t>& Skipped() const { return skipped_; }
 
 private:
     static constexpr size_t kLargestBatch = 64;
 
+    // Paths a walk passed over, by reason, as the tool's summary counts them.
+    static const char* SkipName(fileinfo::SkipReason reason) {
+        switch (reason) {
+            case fileinfo::SkipReason::kExtension: return "extension not read";
+            case fileinfo::SkipReason::kNotSelected: return "extension not selected";
+            case fileinfo::SkipReason::kHidden: return "hidden";
+            case fileinfo::SkipReason::kSpecialFile: return "special file";
+            case fileinfo::SkipReason::kLinkedFolder: return "link to a folder";
+            case fileinfo::SkipReason::kNone: break;
+        }
+        return "skipped";
+    }
+
     py::object onError_;
+    std::map<std::string, size_t> skipped_;
     std::vector<std::unique_ptr<Record>> batch_;
     size_t next_ = 0;
     size_t batchSize_ = 1;
@@ -544,7 +566,9 @@ has_tags and identified.)");
             s.Stop();
             return false;
         })
-        .def_property_readonly("found", &PyScan::Found, "Paths the walk found so far.");
+        .def_property_readonly("found", &PyScan::Found, "Paths the walk found so far.")
+        .def_property_readonly("skipped", &PyScan::Skipped,
+                               "Paths a walk passed over so far, by reason ({'extension not read': 3, ...}).");
 
     py::class_<fileinfo::Device>(m, "Device")
         .def(py::init([](const py::bytes& text) {
