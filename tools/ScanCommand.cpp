@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "AtomicWrite.h"
+#include "DeviceLists.h"
 #include "JsonLine.h"
 #include "PathList.h"
 #include "Progress.h"
@@ -111,7 +112,7 @@ int RunScanCommand(Options o, bool terminal, unsigned width) {
     if (!o.devicePath.empty()) {
         Device loaded("");
         std::string error;
-        if (!Device::FromFile(o.devicePath, loaded, error)) {
+        if (!LoadDeviceList(o.devicePath, loaded, error)) {
             std::cerr << "fileinfo: " << o.devicePath << ": " << error << "\n";
             return kExitUsage;
         }

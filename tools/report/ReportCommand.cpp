@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "AtomicWrite.h"
+#include "DeviceLists.h"
 #include "Report.h"
 #include "Scan.h"
 #include "Verdict.h"
@@ -66,7 +67,7 @@ int RunReportCommand(int argc, char** argv) {
     const bool withDevice = !devicePath.empty();
     if (withDevice) {
         std::string error;
-        if (!fileinfo::Device::FromFile(devicePath, device, error)) {
+        if (!fileinfo::LoadDeviceList(devicePath, device, error)) {
             std::cerr << "fileinfo: " << devicePath << ": " << error << "\n";
             return 2;
         }
