@@ -476,12 +476,15 @@ py::dict RestoreBackup(const std::string& backupPath, const std::string& origina
 #ifdef FILEINFO_PYTHON_WITH_TOOL
 // `fileinfo ARGS...` in this process: the tool's own code, with the GIL
 // released while it runs (it calls no Python). Arguments are bytes, as the
-// program gets them.
+// program gets them. The tool moves the process's standard output
+// descriptor while it runs, so runs from several threads take turns.
 int RunTool(std::vector<std::string> args) {
+    static std::mutex oneAtATime;
     std::vector<char*> argv;
     for (std::string& a : args) argv.push_back(&a[0]);
     argv.push_back(nullptr);
     py::gil_scoped_release release;
+    std::lock_guard<std::mutex> lock(oneAtATime);
     return fileinfo::RunTool(static_cast<int>(args.size()), argv.data());
 }
 #endif
