@@ -152,8 +152,9 @@ class Verdict(NamedTuple):
 class Device:
     """A device, from its capability list (a property-list text).
 
-    `caps_text_or_path` is the list's text (str or bytes holding a "<"), or
-    the path of a file holding it. judge(record) gives the library's own
+    `caps_text_or_path` is the list's text (str or bytes holding a "<"),
+    the path of a file holding it, or the name of an installed list
+    ("player-caps"), found as `fileinfo --device` finds it. judge(record) gives the library's own
     verdict, with a fresh filter for every record.
     """
 
@@ -165,9 +166,12 @@ class Device:
         elif isinstance(caps_text_or_path, str) and "<" in caps_text_or_path:
             text = caps_text_or_path.encode("utf-8", "surrogateescape")
         else:
-            with open(caps_text_or_path, "rb") as f:
+            # A path, or the name of an installed list ("player-caps"), as
+            # fileinfo --device takes it.
+            path = os.fsdecode(_fileinfo.find_device_list(os.fsencode(caps_text_or_path)))
+            with open(path, "rb") as f:
                 text = f.read()
-            self.path = os.fsdecode(caps_text_or_path)
+            self.path = path
         self._device = _fileinfo.Device(text)
 
     path: Optional[str] = None

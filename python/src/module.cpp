@@ -20,6 +20,7 @@
 #include <utility>
 #include <vector>
 
+#include "DeviceLists.h"
 #include "FileInfoVersion.h"
 #include "MediaFileInfo.h"
 #include "RecordFields.h"
@@ -592,6 +593,9 @@ has_tags and identified.)");
         .def("limit", &fileinfo::Device::Limit, py::arg("file_type"), py::arg("key"))
         .def_property_readonly("text", [](const fileinfo::Device& d) { return py::bytes(d.Text()); });
 
+    m.def(
+        "find_device_list", [](const std::string& given) { return py::bytes(fileinfo::FindDeviceList(given)); },
+        py::arg("name"), "The path of the device list a name or path gives, as fileinfo --device finds it.");
     m.def("set_tags", &SetTags, py::arg("path"), py::arg("assignments"), py::arg("dry_run"), py::arg("force"),
           py::arg("backup"));
     m.def("restore_backup", &RestoreBackup, py::arg("backup_path"), py::arg("original_path"));
