@@ -36,6 +36,7 @@ struct Options {
     bool record = false;  // --record: the library's record, as the tool showed it before readings
     bool summary = false;
     bool summaryOnly = false;
+    std::string summaryFile;  // --summary-file FILE: the summary goes there
     std::string devicePath;
     bool explain = false;
     Only only = Only::kAll;

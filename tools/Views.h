@@ -66,6 +66,11 @@ size_t DisplayWidth(const std::string& utf8);
 // end (titles), or with `keepEnd` its start (paths, whose names matter).
 std::string FitText(const std::string& utf8, size_t width, bool keepEnd);
 
+// Why a file did not load, in words a person acts on, where the status
+// alone misleads: "empty file" for a 0-byte file (status 6 says "cannot
+// stat, or file too short"). Empty when the status says it all.
+std::string FailureNote(const ScanItem& item);
+
 // Durations for people: h:mm:ss, and m:ss.mmm in the listing.
 std::string HoursMinutesSeconds(unsigned long ms);
 
