@@ -16,7 +16,7 @@ namespace {
 constexpr size_t kPieceBytes = 64 * 1024;
 // The most steps the walk over times takes (each step is at least one
 // sample or one second of the track).
-constexpr uint64_t kMaxTimeSteps = 1u << 24;
+constexpr uint64_t kMaxTimeSteps = 1u << 22;
 
 uint64_t SaturatingAdd(uint64_t a, uint64_t b) { return a > UINT64_MAX - b ? UINT64_MAX : a + b; }
 uint64_t SaturatingMultiply(uint64_t a, uint64_t b) {
