@@ -2,8 +2,6 @@
 // the movie header, the first sound and the first picture track, and the
 // items, without ever touching the media data. Each kind of box has one
 // small parser, found in one table.
-#include <cmath>
-
 #include "Mp4Walk.h"
 #include "Readers.h"
 
@@ -79,19 +77,27 @@ void ParseMvhd(Mp4Walk& walk, const BoxVisit& v) {
     ReadTimes(v, walk.movie_time_scale, walk.movie_duration);
 }
 
-uint64_t Milliseconds(uint64_t duration, uint32_t timeScale) {
-    if (timeScale == 0) return 0;
-    return static_cast<uint64_t>(std::llround(static_cast<long double>(duration) * 1000 / timeScale));
+// A non-negative amount as a whole number, saturating where a hostile
+// header makes it larger than 64 bits hold.
+uint64_t WholeNumber(long double value) {
+    if (!(value > 0)) return 0;
+    if (value >= 18446744073709551615.0L) return UINT64_MAX;
+    return static_cast<uint64_t>(value);
 }
 
-double PerSecond(uint64_t amount, uint64_t duration, uint32_t timeScale) {
+uint64_t Milliseconds(uint64_t duration, uint32_t timeScale) {
+    if (timeScale == 0) return 0;
+    return WholeNumber(static_cast<long double>(duration) * 1000 / timeScale + 0.5L);
+}
+
+long double PerSecond(uint64_t amount, uint64_t duration, uint32_t timeScale) {
     if (duration == 0 || timeScale == 0) return 0;
-    return static_cast<double>(static_cast<long double>(amount) * timeScale / duration);
+    return static_cast<long double>(amount) * timeScale / duration;
 }
 
 // A stream's bit rate, in whole bits per second (the fraction dropped).
 uint64_t BitsPerSecond(uint64_t bytes, uint64_t duration, uint32_t timeScale) {
-    return static_cast<uint64_t>(PerSecond(bytes, duration, timeScale) * 8);
+    return WholeNumber(PerSecond(bytes, duration, timeScale) * 8);
 }
 
 void TakeSound(Mp4Walk& walk, const Mp4Track& track, const SampleTotals& totals) {
@@ -124,9 +130,9 @@ void TakePicture(Mp4Walk& walk, const Mp4Track& track, const SampleTotals& total
     r.profile = e.profile;
     r.profile_id = e.profile_id;
     r.level = e.level;
-    r.frame_rate = PerSecond(totals.samples, totals.times, track.time_scale);
+    r.frame_rate = static_cast<double>(PerSecond(totals.samples, totals.times, track.time_scale));
     r.video_bit_rate = BitsPerSecond(totals.bytes, track.duration ? track.duration : totals.times, track.time_scale);
-    r.video_peak_bit_rate = totals.peak_bytes * 8;
+    r.video_peak_bit_rate = totals.peak_bytes > UINT64_MAX / 8 ? UINT64_MAX : totals.peak_bytes * 8;
 }
 
 void ParseTrak(Mp4Walk& walk, const BoxVisit& v) {
@@ -264,9 +270,10 @@ bool ReadMp4(const Source& source, Reading& reading) {
     const uint64_t movie = Milliseconds(walk.movie_duration, walk.movie_time_scale);
     reading.duration_ms = movie != 0 ? movie : walk.longest_track_ms;
     // The whole file over the whole duration, rounded.
-    const double fileBytesPerSecond = movie != 0 ? PerSecond(reading.size, walk.movie_duration, walk.movie_time_scale)
-                                                 : PerSecond(reading.size, reading.duration_ms, 1000);
-    reading.bit_rate = static_cast<uint64_t>(std::llround(fileBytesPerSecond * 8));
+    const long double fileBytesPerSecond = movie != 0
+                                               ? PerSecond(reading.size, walk.movie_duration, walk.movie_time_scale)
+                                               : PerSecond(reading.size, reading.duration_ms, 1000);
+    reading.bit_rate = WholeNumber(fileBytesPerSecond * 8 + 0.5L);
     return true;
 }
 
