@@ -24,16 +24,18 @@ void ParseFtyp(Mp4Walk& walk, const BoxVisit& v) {
     walk.reading.type = TypeFromBrands(body.data(), body.size());
 }
 
-// The movie header is read into memory whole when it fits, so that its
-// many small boxes cost no read each; a larger one is walked in the file.
+// A small movie header is read into memory whole, so that its many small
+// boxes cost no read each; a larger one is walked in the file, where the
+// tables a reading does not need (composition offsets, sync samples) are
+// skipped unread.
 void ParseMoov(Mp4Walk& walk, const BoxVisit& v) {
     if (walk.has_moov) return;  // the first movie is the file's
     walk.has_moov = true;
-    if (v.depth == 0 && v.box.BodySize() <= kMaxMovieBytes) {
-        std::vector<uint8_t> body;
-        if (v.bytes.ReadRange(v.box.body, v.box.end, static_cast<size_t>(v.box.BodySize()), body) &&
-            body.size() == v.box.BodySize()) {
-            const MemoryBoxBytes movie(std::move(body));
+    if (v.depth == 0 && v.box.BodySize() <= kMovieReadWhole) {
+        const size_t size = static_cast<size_t>(v.box.BodySize());
+        std::unique_ptr<uint8_t[]> body(new uint8_t[size]);
+        if (v.bytes.ReadAt(v.box.body, body.get(), size)) {
+            const MemoryBoxBytes movie(std::move(body), size);
             WalkChildren(walk, movie, 0, movie.Size(), v.box.type, v.depth + 1);
             return;
         }

@@ -25,14 +25,37 @@ bool BoxBytes::ReadRange(uint64_t offset, uint64_t end, size_t length, std::vect
     return ReadUpTo(offset, left < length ? static_cast<size_t>(left) : length, out);
 }
 
+namespace {
+
+// Copies [offset, offset + length) out of `bytes` when it lies within them.
+bool CopyFrom(const std::vector<uint8_t>& bytes, uint64_t bytesAt, uint64_t offset, void* out, size_t length) {
+    if (offset < bytesAt || offset - bytesAt > bytes.size() || length > bytes.size() - (offset - bytesAt)) {
+        return false;
+    }
+    if (length > 0) std::memcpy(out, bytes.data() + (offset - bytesAt), length);
+    return true;
+}
+
+}  // namespace
+
 bool FileBoxBytes::ReadAt(uint64_t offset, void* out, size_t length) const {
-    return source_.ReadAt(offset, out, length);
+    if (CopyFrom(source_.Head(), 0, offset, out, length)) return true;
+    if (length > kWindowBytes / 2) return source_.ReadAt(offset, out, length);
+    if (CopyFrom(window_, window_at_, offset, out, length)) return true;
+    if (!source_.ReadUpTo(offset, kWindowBytes, window_)) return false;
+    window_at_ = offset;
+    return CopyFrom(window_, window_at_, offset, out, length);
 }
 
 bool MemoryBoxBytes::ReadAt(uint64_t offset, void* out, size_t length) const {
-    if (offset > bytes_.size() || length > bytes_.size() - offset) return false;
-    if (length > 0) std::memcpy(out, bytes_.data() + offset, length);
+    if (offset > size_ || length > size_ - offset) return false;
+    if (length > 0) std::memcpy(out, data_ + offset, length);
     return true;
+}
+
+const uint8_t* MemoryBoxBytes::InPlace(uint64_t offset, uint64_t length) const {
+    if (offset > size_ || length > size_ - offset) return nullptr;
+    return data_ + offset;
 }
 
 BoxIterator::BoxIterator(const BoxBytes& bytes, uint64_t begin, uint64_t end)

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "Source.h"
@@ -33,9 +34,19 @@ public:
     // Up to `length` bytes of [offset, end) into `out`: what a box holds,
     // read whole when it is small.
     bool ReadRange(uint64_t offset, uint64_t end, size_t length, std::vector<uint8_t>& out) const;
+    // The bytes [offset, offset + length) where they are already in memory,
+    // so that a table can be read without a copy; null otherwise.
+    virtual const uint8_t* InPlace(uint64_t offset, uint64_t length) const {
+        (void)offset;
+        (void)length;
+        return nullptr;
+    }
 };
 
-// The file, through its Source.
+// The file, through its Source. Reads within the head the Source holds
+// cost no system call; small reads elsewhere (box headers, small boxes)
+// are served from a window read ahead, so that a walk over a large movie
+// header reads its boxes' headers and the tables it needs, not the whole.
 class FileBoxBytes : public BoxBytes {
 public:
     explicit FileBoxBytes(const Source& source) : source_(source) {}
@@ -43,19 +54,30 @@ public:
     bool ReadAt(uint64_t offset, void* out, size_t length) const override;
 
 private:
+    static constexpr size_t kWindowBytes = 4096;
     const Source& source_;
+    mutable std::vector<uint8_t> window_;
+    mutable uint64_t window_at_ = 0;
 };
 
 // A piece of the file or an inflated movie header held in memory. Offsets
 // are the buffer's own.
 class MemoryBoxBytes : public BoxBytes {
 public:
-    explicit MemoryBoxBytes(std::vector<uint8_t> bytes) : bytes_(std::move(bytes)) {}
-    uint64_t Size() const override { return bytes_.size(); }
+    explicit MemoryBoxBytes(std::vector<uint8_t> bytes)
+        : owned_(std::move(bytes)), data_(owned_.data()), size_(owned_.size()) {}
+    // Bytes whose first `size` were read into `bytes` (not zero-filled first).
+    MemoryBoxBytes(std::unique_ptr<uint8_t[]> bytes, size_t size)
+        : block_(std::move(bytes)), data_(block_.get()), size_(size) {}
+    uint64_t Size() const override { return size_; }
     bool ReadAt(uint64_t offset, void* out, size_t length) const override;
+    const uint8_t* InPlace(uint64_t offset, uint64_t length) const override;
 
 private:
-    std::vector<uint8_t> bytes_;
+    std::vector<uint8_t> owned_;
+    std::unique_ptr<uint8_t[]> block_;
+    const uint8_t* data_;
+    size_t size_;
 };
 
 struct Box {

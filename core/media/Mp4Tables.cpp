@@ -1,8 +1,9 @@
 // A track's sample tables added up: the samples and their times (stts),
 // their sizes (stsz, stz2), the busiest second, and where the first chunk
-// lies (stco, co64). Tables are streamed in bounded pieces, an entry count
-// is never trusted beyond the entries its box holds, and the walk over
-// times has a bounded number of steps.
+// lies (stco, co64). Tables are read where they lie in memory, or streamed
+// from the file in bounded pieces; an entry count is never trusted beyond
+// the entries its box holds, and the walk over times has a bounded number
+// of steps.
 #include <algorithm>
 #include <memory>
 
@@ -23,8 +24,8 @@ uint64_t SaturatingMultiply(uint64_t a, uint64_t b) {
     return a != 0 && b > UINT64_MAX / a ? UINT64_MAX : a * b;
 }
 
-// The entries of a table, `bits` wide each (4, 8, 16, 32 or 64), read in
-// pieces from [begin, end): at most `count`, and at most what the bytes hold.
+// The entries of a table, `bits` wide each (4, 8, 16, 32 or 64), from
+// [begin, end): at most `count`, and at most what the bytes hold.
 class EntryStream {
 public:
     EntryStream(const BoxBytes& bytes, uint64_t begin, uint64_t end, uint64_t count, unsigned bits)
@@ -34,50 +35,70 @@ public:
     }
 
     uint64_t Left() const { return left_; }
+    unsigned Bits() const { return bits_; }
+
+    // Up to `most` whole entries of a byte-wide table, contiguous at `p`;
+    // 0 at the end.
+    uint64_t Take(uint64_t most, const uint8_t*& p) {
+        const size_t width = bits_ / 8;
+        if (left_ == 0 || most == 0 || width == 0) return 0;
+        if (size_ - at_ < width && !Refill(width)) return 0;
+        const uint64_t n = std::min<uint64_t>({most, left_, (size_ - at_) / width});
+        p = data_ + at_;
+        at_ += static_cast<size_t>(n) * width;
+        left_ -= n;
+        return n;
+    }
 
     bool Next(uint64_t& value) {
-        if (left_ == 0) return false;
-        if (bits_ == 4) {
-            if (!half_) {
-                if (!Byte(nibbles_)) return false;
-                value = nibbles_ >> 4;
-            } else {
-                value = nibbles_ & 0x0F;
-            }
-            half_ = !half_;
-            --left_;
-            return true;
-        }
-        const size_t width = bits_ / 8;
-        if (at_ + width > piece_.size() && !Refill(width)) return false;
-        const uint8_t* p = piece_.data() + at_;
-        switch (width) {
-            case 1: value = p[0]; break;
-            case 2: value = BigEndian16(p); break;
-            case 4: value = BigEndian32(p); break;
+        if (bits_ == 4) return NextNibble(value);
+        const uint8_t* p = nullptr;
+        if (Take(1, p) == 0) return false;
+        switch (bits_) {
+            case 8: value = p[0]; break;
+            case 16: value = BigEndian16(p); break;
+            case 32: value = BigEndian32(p); break;
             default: value = BigEndian64(p); break;
         }
-        at_ += width;
-        --left_;
         return true;
     }
 
 private:
-    bool Byte(uint8_t& b) {
-        if (at_ + 1 > piece_.size() && !Refill(1)) return false;
-        b = piece_[at_++];
+    // 4-bit entries: two to a byte, the high half first.
+    bool NextNibble(uint64_t& value) {
+        if (left_ == 0) return false;
+        if (!half_) {
+            if (size_ - at_ < 1 && !Refill(1)) return false;
+            nibbles_ = data_[at_++];
+            value = nibbles_ >> 4;
+        } else {
+            value = nibbles_ & 0x0F;
+        }
+        half_ = !half_;
+        --left_;
         return true;
     }
-    // The next piece, a whole number of entries long.
+
+    // The next piece, a whole number of entries long: in place when the
+    // bytes are in memory, else read into `piece_`.
     bool Refill(size_t width) {
-        const uint64_t want = std::min<uint64_t>(kPieceBytes, (left_ * bits_ + 7) / 8);
-        if (!bytes_.ReadRange(next_, end_, static_cast<size_t>(want - want % width), piece_) ||
-            piece_.size() < width) {
+        const uint64_t want = std::min<uint64_t>(end_ - next_, (left_ * bits_ + 7) / 8);
+        if (const uint8_t* in = bytes_.InPlace(next_, want)) {
+            data_ = in;
+            size_ = static_cast<size_t>(want);
+        } else {
+            const uint64_t piece = std::min<uint64_t>(want, kPieceBytes);
+            size_ = static_cast<size_t>(piece - piece % width);
+            if (!piece_) piece_.reset(new uint8_t[kPieceBytes]);  // filled by the read, not zeroed first
+            if (!bytes_.ReadAt(next_, piece_.get(), size_)) size_ = 0;
+            data_ = piece_.get();
+        }
+        at_ = 0;
+        next_ += size_;
+        if (size_ < width) {
             left_ = 0;
             return false;
         }
-        next_ += piece_.size();
-        at_ = 0;
         return true;
     }
 
@@ -86,7 +107,9 @@ private:
     uint64_t end_;
     unsigned bits_;
     uint64_t left_ = 0;
-    std::vector<uint8_t> piece_;
+    std::unique_ptr<uint8_t[]> piece_;
+    const uint8_t* data_ = nullptr;
+    size_t size_ = 0;
     size_t at_ = 0;
     uint8_t nibbles_ = 0;
     bool half_ = false;
@@ -106,45 +129,68 @@ public:
             if (bits != 4 && bits != 8 && bits != 16) return;
         } else if (BigEndian32(h + 4) != 0) {
             constant_ = BigEndian32(h + 4);
-            count_ = count;
+            left_ = count;
             return;
         }
         table_.reset(new EntryStream(bytes, box.body + 12, box.end, count, bits));
-        count_ = table_->Left();
     }
 
-    // The count the table holds (a constant size has no table to check it).
-    uint64_t Count() const { return count_; }
-    uint64_t Constant() const { return constant_; }
-
-    bool Next(uint64_t& size) {
-        if (table_) return table_->Next(size);
-        if (given_ >= count_) return false;
-        ++given_;
-        size = constant_;
-        return true;
-    }
-
-    // Up to `n` samples of a constant size at once; how many there were.
-    uint64_t TakeConstant(uint64_t n) {
-        const uint64_t taken = std::min(n, count_ - given_);
-        given_ += taken;
+    // Adds up to `n` sizes (the next ones) to `sum`; how many there were.
+    uint64_t Add(uint64_t n, uint64_t& sum) {
+        if (!table_) {
+            const uint64_t taken = std::min(n, left_);
+            left_ -= taken;
+            sum = SaturatingAdd(sum, SaturatingMultiply(taken, constant_));
+            return taken;
+        }
+        if (table_->Bits() == 4) {
+            uint64_t taken = 0;
+            uint64_t size = 0;
+            while (taken < n && table_->Next(size)) {
+                sum += size;
+                ++taken;
+            }
+            return taken;
+        }
+        uint64_t taken = 0;
+        const uint8_t* p = nullptr;
+        while (taken < n) {
+            const uint64_t got = table_->Take(n - taken, p);
+            if (got == 0) break;
+            sum = SaturatingAdd(sum, Total(p, got, table_->Bits()));
+            taken += got;
+        }
         return taken;
     }
 
-    uint64_t Sum() {
-        if (!table_) return SaturatingMultiply(constant_, count_);
+private:
+    // The sum of `n` big-endian sizes (at most 2^32 of 32 bits: no overflow).
+    static uint64_t Total(const uint8_t* p, uint64_t n, unsigned bits) {
         uint64_t sum = 0;
-        uint64_t size = 0;
-        while (table_->Next(size)) sum = SaturatingAdd(sum, size);
+        if (bits == 32) {
+            // Four running sums, so that the additions do not wait on one
+            // another: the tables of a long film hold a million sizes.
+            uint64_t a = 0, b = 0, c = 0, d = 0;
+            uint64_t i = 0;
+            for (; i + 4 <= n; i += 4) {
+                a += BigEndian32(p + 4 * i);
+                b += BigEndian32(p + 4 * i + 4);
+                c += BigEndian32(p + 4 * i + 8);
+                d += BigEndian32(p + 4 * i + 12);
+            }
+            for (; i < n; ++i) a += BigEndian32(p + 4 * i);
+            sum = a + b + c + d;
+        } else if (bits == 16) {
+            for (uint64_t i = 0; i < n; ++i) sum += BigEndian16(p + 2 * i);
+        } else {
+            for (uint64_t i = 0; i < n; ++i) sum += p[i];
+        }
         return sum;
     }
 
-private:
     std::unique_ptr<EntryStream> table_;
     uint64_t constant_ = 0;
-    uint64_t count_ = 0;
-    uint64_t given_ = 0;
+    uint64_t left_ = 0;  // constant sizes not yet added
 };
 
 // stts: version and flags, entry count, then (sample count, duration) pairs.
@@ -166,12 +212,12 @@ void AddTimes(const BoxBytes& bytes, const TableBox& box, SampleTotals& totals) 
 }
 
 // The most bytes whose samples start within one whole second of the track
-// ([0 s, 1 s), [1 s, 2 s), ...), walking the times and the sizes together.
-uint64_t PeakBytes(const BoxBytes& bytes, const Mp4Track& track) {
+// ([0 s, 1 s), [1 s, 2 s), ...), walking the times and the sizes together;
+// the bytes of every sample are added to `bytes` on the way.
+uint64_t PeakBytes(const BoxBytes& bytes, const Mp4Track& track, SampleSizes& sizes, uint64_t& total) {
     const uint64_t scale = track.time_scale;
     if (scale == 0) return 0;
     EntryStream entries = TimeEntries(bytes, track.times);
-    SampleSizes sizes(bytes, track.sizes);
     uint64_t time = 0;
     uint64_t second = 0;
     uint64_t inSecond = 0;
@@ -179,9 +225,8 @@ uint64_t PeakBytes(const BoxBytes& bytes, const Mp4Track& track) {
     uint64_t steps = 0;
     uint64_t count = 0;
     uint64_t delta = 0;
-    bool sizesLeft = true;
-    while (sizesLeft && entries.Next(count) && entries.Next(delta)) {
-        while (count > 0 && steps++ < kMaxTimeSteps) {
+    while (steps < kMaxTimeSteps && entries.Next(count) && entries.Next(delta)) {
+        for (; count > 0 && steps < kMaxTimeSteps; ++steps) {
             if (time / scale != second) {
                 peak = std::max(peak, inSecond);
                 inSecond = 0;
@@ -190,38 +235,30 @@ uint64_t PeakBytes(const BoxBytes& bytes, const Mp4Track& track) {
             // The samples of this run that start before the next second.
             uint64_t n = count;
             if (delta != 0) n = std::min(n, ((second + 1) * scale - time + delta - 1) / delta);
-            if (sizes.Constant() != 0) {
-                const uint64_t taken = sizes.TakeConstant(n);
-                inSecond = SaturatingAdd(inSecond, SaturatingMultiply(taken, sizes.Constant()));
-                if (taken < n) sizesLeft = false;
-            } else {
-                uint64_t size = 0;
-                for (uint64_t i = 0; i < n; ++i) {
-                    if (!sizes.Next(size)) {
-                        sizesLeft = false;
-                        break;
-                    }
-                    inSecond = SaturatingAdd(inSecond, size);
-                }
-            }
+            uint64_t added = 0;
+            const uint64_t taken = sizes.Add(n, added);
+            inSecond = SaturatingAdd(inSecond, added);
+            total = SaturatingAdd(total, added);
+            if (taken < n) return std::max(peak, inSecond);  // no sizes left
             const uint64_t advance = SaturatingMultiply(n, delta);
             if (advance > UINT64_MAX / 2 - time) return std::max(peak, inSecond);
             time += advance;
             count -= n;
-            if (!sizesLeft) break;
         }
-        if (steps >= kMaxTimeSteps) break;
     }
     return std::max(peak, inSecond);
 }
 
 // stco (32-bit) or co64 (64-bit): version and flags, entry count, offsets.
+// Only the first offset is read.
 void FirstChunk(const BoxBytes& bytes, const TableBox& box, SampleTotals& totals) {
-    if (box.type == 0) return;
-    EntryStream offsets(bytes, box.body + 8, box.end, UINT64_MAX, box.type == FourCc("co64") ? 64 : 32);
-    uint8_t h[8];
-    if (box.end - box.body < 8 || !bytes.ReadAt(box.body, h, 8) || BigEndian32(h + 4) == 0) return;
-    totals.has_first_chunk = offsets.Next(totals.first_chunk);
+    const bool wide = box.type == FourCc("co64");
+    const size_t length = wide ? 16 : 12;
+    uint8_t h[16];
+    if (box.type == 0 || box.end - box.body < length || !bytes.ReadAt(box.body, h, length)) return;
+    if (BigEndian32(h + 4) == 0) return;
+    totals.first_chunk = wide ? BigEndian64(h + 8) : BigEndian32(h + 8);
+    totals.has_first_chunk = true;
 }
 
 }  // namespace
@@ -229,8 +266,10 @@ void FirstChunk(const BoxBytes& bytes, const TableBox& box, SampleTotals& totals
 SampleTotals ReadSampleTables(const BoxBytes& bytes, const Mp4Track& track, bool peak) {
     SampleTotals totals;
     AddTimes(bytes, track.times, totals);
-    totals.bytes = SampleSizes(bytes, track.sizes).Sum();
-    if (peak) totals.peak_bytes = PeakBytes(bytes, track);
+    SampleSizes sizes(bytes, track.sizes);
+    if (peak) totals.peak_bytes = PeakBytes(bytes, track, sizes, totals.bytes);
+    // The sizes the times did not reach.
+    sizes.Add(UINT64_MAX, totals.bytes);
     FirstChunk(bytes, track.chunk_offsets, totals);
     return totals;
 }

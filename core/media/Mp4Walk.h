@@ -77,9 +77,10 @@ struct Mp4Walk {
 // Limits that keep a hostile file from making a walk deep or long.
 constexpr unsigned kMaxDepth = 16;
 constexpr unsigned kMaxBoxes = 100000;
-// The most of a movie header read into memory at once, and the most a
-// compressed one may inflate to.
+// The most a compressed movie header may inflate to.
 constexpr uint64_t kMaxMovieBytes = 64u << 20;
+// The largest movie header read into memory whole.
+constexpr uint64_t kMovieReadWhole = 64u << 10;
 
 // One box met by the walk, with where it sits.
 struct BoxVisit {
