@@ -222,6 +222,24 @@ void ParseIlst(Mp4Walk& walk, const BoxVisit& v) {
     ReadItems(v.bytes, v.box, walk);
 }
 
+void ParseUdtaText(Mp4Walk& walk, const BoxVisit& v) {
+    if (v.parent != FourCc("udta")) return;
+    ReadQuickTimeText(v.bytes, v.box, walk);
+}
+
+// A fragmented movie's header says 0; "mvex" / "mehd" gives the duration
+// of all its fragments (version 0: 32 bits, version 1: 64).
+void ParseMehd(Mp4Walk& walk, const BoxVisit& v) {
+    if (v.parent != FourCc("mvex")) return;
+    uint8_t b[12];
+    if (v.box.BodySize() < 8 || !v.bytes.ReadAt(v.box.body, b, 8)) return;
+    if (b[0] == 1) {
+        if (v.box.BodySize() >= 12 && v.bytes.ReadAt(v.box.body, b, 12)) walk.fragment_duration = BigEndian64(b + 4);
+    } else {
+        walk.fragment_duration = BigEndian32(b + 4);
+    }
+}
+
 struct BoxParser {
     uint32_t type;
     Parser parse;
@@ -235,6 +253,10 @@ const BoxParser kParsers[] = {
     {FourCc("stsz"), ParseStsz}, {FourCc("stz2"), ParseStsz}, {FourCc("stco"), ParseStco},
     {FourCc("co64"), ParseStco}, {FourCc("udta"), WalkBody},  {FourCc("meta"), ParseMeta},
     {FourCc("ilst"), ParseIlst},
+    {FourCc("mvex"), WalkBody},  {FourCc("mehd"), ParseMehd},
+    {FourCc("\xA9nam"), ParseUdtaText}, {FourCc("\xA9" "ART"), ParseUdtaText}, {FourCc("\xA9" "alb"), ParseUdtaText},
+    {FourCc("\xA9gen"), ParseUdtaText}, {FourCc("\xA9" "day"), ParseUdtaText}, {FourCc("\xA9" "cmt"), ParseUdtaText},
+    {FourCc("\xA9wrt"), ParseUdtaText},
 };
 
 Parser ParserFor(uint32_t type) {
@@ -269,6 +291,7 @@ bool ReadMp4(const Source& source, Reading& reading) {
     // Old QuickTime movies open with "moov", "mdat" or "wide", with no "ftyp".
     if (!walk.has_ftyp) reading.type = "MOV";
 
+    if (walk.movie_duration == 0) walk.movie_duration = walk.fragment_duration;
     const uint64_t movie = Milliseconds(walk.movie_duration, walk.movie_time_scale);
     reading.duration_ms = movie != 0 ? movie : walk.longest_track_ms;
     // The whole file over the whole duration, rounded.

@@ -63,6 +63,7 @@ struct Mp4Walk {
     bool inflated = false;  // a compressed movie header was inflated: never a second
     uint32_t movie_time_scale = 0;
     uint64_t movie_duration = 0;
+    uint64_t fragment_duration = 0;  // mehd: a fragmented movie's whole duration, in the movie's scale
     uint64_t longest_track_ms = 0;
     bool has_audio = false;
     bool has_video = false;
@@ -117,8 +118,10 @@ struct SampleTotals {
 };
 SampleTotals ReadSampleTables(const BoxBytes& bytes, const Mp4Track& track, bool peak);
 
-// Mp4Items.cpp: the items of an "ilst" into the tags still empty.
+// Mp4Items.cpp: the items of an "ilst" into the tags still empty, and the
+// texts of old QuickTime user data ("\xA9nam" and the like straight in "udta").
 void ReadItems(const BoxBytes& bytes, const Box& ilst, Mp4Walk& walk);
+void ReadQuickTimeText(const BoxBytes& bytes, const Box& box, Mp4Walk& walk);
 
 // Mp4Compressed.cpp: a "cmov" inflated whole into `movie`; false when its
 // method is not zlib or the data does not inflate.

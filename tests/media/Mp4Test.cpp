@@ -778,3 +778,47 @@ TEST(Mp4Hostile, ShortConfigurationsAreIgnored) {
 }
 
 }  // namespace
+
+namespace {
+
+// Old QuickTime user data text: length, language, the text.
+Bytes QuickTimeText(const std::string& name, const std::string& text, unsigned language) {
+    ByteWriter w;
+    w.be16(static_cast<unsigned>(text.size())).be16(language).str(text);
+    return Atom(name, w.data());
+}
+
+TEST(Mp4Items, QuickTimeUserDataTextsAreRead) {
+    const Bytes udta = Box("udta", {QuickTimeText(Copyright("nam"), "Old Movie", 0x55C4),
+                                    QuickTimeText(Copyright("ART"), "Director", 0x55C4),
+                                    QuickTimeText(Copyright("day"), "1996-04-01", 0x55C4)});
+    const Reading r = ReadBytes(Cat({FtypBrands("qt  ", {"qt  "}), Moov({Mvhd(600, 600), udta})}));
+    EXPECT_EQ(r.tags.title, "Old Movie");
+    EXPECT_EQ(r.tags.artist, "Director");
+    EXPECT_EQ(r.tags.year, "1996");
+}
+
+TEST(Mp4Items, QuickTimeTextWithAMacintoshLanguageIsMacRoman) {
+    // 0x8E is "é" in Mac OS Roman; language 0 is English.
+    const Bytes udta = Box("udta", {QuickTimeText(Copyright("nam"), "Caf\x8E", 0)});
+    EXPECT_EQ(ReadBytes(Cat({Moov({Mvhd(600, 600), udta})})).tags.title, "Caf\xC3\xA9");
+}
+
+TEST(Mp4Items, QuickTimeTextLongerThanItsBoxIsCut) {
+    Bytes item = QuickTimeText(Copyright("nam"), "Cut", 0x55C4);
+    item[8] = 0x7F;  // the text claims 32 KiB
+    EXPECT_EQ(ReadBytes(Moov({Mvhd(600, 600), Box("udta", {item})})).tags.title, "Cut");
+}
+
+TEST(Mp4Duration, FragmentedMovieTakesTheFragmentDuration) {
+    ByteWriter mehd;
+    mehd.be32(0).be32(4500);
+    const Bytes moov = Moov({Mvhd(1000, 0), Box("mvex", {Atom("mehd", mehd.data())})});
+    EXPECT_EQ(ReadBytes(Cat({FtypBrands("iso6", {"dash"}), moov})).duration_ms, 4500u);
+    ByteWriter wide;
+    wide.u8(1).be24(0).be64(7000000000ull);
+    const Bytes moov64 = Moov({Mvhd(1000, 0), Box("mvex", {Atom("mehd", wide.data())})});
+    EXPECT_EQ(ReadBytes(Cat({FtypBrands("iso6", {"dash"}), moov64})).duration_ms, 7000000000ull);
+}
+
+}  // namespace
