@@ -188,6 +188,22 @@ void ReadAc3Config(const uint8_t* p, size_t length, SampleEntry& out) {
     out.channels = kModeChannels[acmod] + lfe;
 }
 
+// dec3: data rate (13), independent substreams less one (3), then for the
+// first: fscod (2), bsid (5), reserved, asvc, bsmod (3), acmod (3), lfeon.
+void ReadEac3Config(const uint8_t* p, size_t length, SampleEntry& out) {
+    if (length < 5) return;
+    static const uint32_t kRates[3] = {48000, 44100, 32000};
+    static const unsigned kModeChannels[8] = {2, 1, 2, 3, 3, 4, 4, 5};
+    BitReader bits(p, length);
+    bits.Read(16);
+    const unsigned fscod = bits.Read(2);
+    bits.Read(10);
+    const unsigned acmod = bits.Read(3);
+    const unsigned lfe = bits.Read(1);
+    if (fscod < 3) out.sample_rate = kRates[fscod];
+    out.channels = kModeChannels[acmod] + lfe;
+}
+
 struct PcmEntry {
     const char* type;
     unsigned bits;  // 0: from the entry's sample size
@@ -215,9 +231,10 @@ struct SoundCodec {
 };
 
 const SoundCodec kSoundCodecs[] = {
-    {"samr", "AMR-NB"}, {"sawb", "AMR-WB"}, {"ac-3", "AC-3"}, {"ec-3", "E-AC-3"}, {".mp3", "MP3"},
-    {"Opus", "Opus"},   {"fLaC", "FLAC"},   {"alac", "ALAC"}, {"ulaw", "u-law"}, {"alaw", "A-law"},
-    {"ima4", "IMA ADPCM"}, {"sevc", "EVRC"}, {"sqcp", "QCELP"}, {"dtsc", "DTS"},
+    {"samr", "AMR-NB"}, {"sawb", "AMR-WB"}, {"ac-3", "AC-3"},         {"ec-3", "E-AC-3"},
+    {".mp3", "MP3"},    {".mp2", "MP2"},    {".mp1", "MP1"},          {"Opus", "Opus"},
+    {"fLaC", "FLAC"},   {"alac", "ALAC"},   {"ulaw", "u-law"},        {"alaw", "A-law"},
+    {"ima4", "IMA ADPCM"}, {"sevc", "EVRC"}, {"sqcp", "QCELP"},       {"dtsc", "DTS"},
 };
 
 }  // namespace
@@ -280,6 +297,12 @@ void ReadSoundEntry(const BoxBytes& bytes, const Box& entry, SampleEntry& out) {
         ReadFlacConfig(e.data() + config.body, config.Size(), out);
     } else if (entry.type == FourCc("ac-3") && FindChild(e, childrenAt, e.size(), FourCc("dac3"), config)) {
         ReadAc3Config(e.data() + config.body, config.Size(), out);
+    } else if (entry.type == FourCc("ec-3") && FindChild(e, childrenAt, e.size(), FourCc("dec3"), config)) {
+        ReadEac3Config(e.data() + config.body, config.Size(), out);
+    }
+    // QuickTime's MPEG audio entries: the frames say which layer they are.
+    if (entry.type == FourCc(".mp3") || entry.type == FourCc(".mp2") || entry.type == FourCc(".mp1")) {
+        out.layer_from_first_frame = true;
     }
     if (entry.type == FourCc("samr")) out.sample_rate = 8000;
     if (entry.type == FourCc("sawb")) out.sample_rate = 16000;

@@ -822,3 +822,26 @@ TEST(Mp4Duration, FragmentedMovieTakesTheFragmentDuration) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(Mp4Sound, Eac3ChannelsComeFromItsConfiguration) {
+    // Data rate, one independent substream: 44.1 kHz, bsid 16, acmod 1 (one channel), no LFE.
+    const Bytes dec3 = Bits({{192, 13}, {0, 3}, {1, 2}, {16, 5}, {0, 1}, {0, 1}, {0, 3}, {1, 3}, {0, 1}, {0, 3}, {0, 4}, {0, 1}});
+    const Reading r = ReadSound(SoundEntry("ec-3", 2, Atom("dec3", dec3), 0, 48000));
+    EXPECT_EQ(r.audio_codec, "E-AC-3");
+    EXPECT_EQ(r.sample_rate, 44100u);
+    EXPECT_EQ(r.channels, 1u);
+}
+
+TEST(Mp4Sound, QuickTimeMpegAudioEntryTakesTheLayerFromTheFrame) {
+    const Bytes ftyp = FtypBrands("qt  ", {"qt  "});
+    const Bytes mdat = Atom("mdat", Cat({Bytes{0xFF, 0xFD, 0xA8, 0xC4}, Bytes(400, 0x55)}));
+    const uint64_t firstChunk = ftyp.size() + 8;
+    const Reading mp2 = ReadBytes(Cat({ftyp, mdat, SoundMovie(SoundEntry(".mp3", 2), {firstChunk})}));
+    EXPECT_EQ(mp2.audio_codec, "MP2");
+    EXPECT_EQ(mp2.channels, 1u);
+    EXPECT_EQ(ReadBytes(Cat({ftyp, SoundMovie(SoundEntry(".mp2", 2))})).audio_codec, "MP2");
+}
+
+}  // namespace
