@@ -2,6 +2,9 @@
 // every sound and picture codec the sample entries name, the sample
 // tables' numbers, compressed movie headers, 64-bit sizes, items, and
 // hostile sizes that must neither trap nor run long.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -842,6 +845,45 @@ TEST(Mp4Sound, QuickTimeMpegAudioEntryTakesTheLayerFromTheFrame) {
     EXPECT_EQ(mp2.audio_codec, "MP2");
     EXPECT_EQ(mp2.channels, 1u);
     EXPECT_EQ(ReadBytes(Cat({ftyp, SoundMovie(SoundEntry(".mp2", 2))})).audio_codec, "MP2");
+}
+
+}  // namespace
+
+namespace {
+
+// A sparse file: ftyp, a 64-bit "mdat" of 5 GiB that holds one MPEG audio
+// frame header at its start, and the movie after it, whose co64 points at
+// the frame.
+TEST(Mp4Boxes, MovieAfterFiveGibibytesOfMediaDataIsRead) {
+    const uint64_t mdatSize = 5ull << 30;
+    const Bytes ftyp = Ftyp();
+    ByteWriter mdatHeader;
+    mdatHeader.be32(1).str("mdat").be64(mdatSize).bytes({0xFF, 0xFD, 0xA8, 0xC4});
+    const uint64_t frameAt = ftyp.size() + 16;
+    const uint64_t moovAt = ftyp.size() + mdatSize;
+    EsdsFields esds;
+    esds.objectType = 0x6B;
+    esds.decoderInfo = {};
+    const Bytes stbl = Cat({Stsd(SoundEntry("mp4a", 2, Esds(esds))), Stts({{10, 4410}}), Stsz(100, 10),
+                            Stco({frameAt}, true)});
+    const Bytes moov = Moov({Mvhd(1000, 4000), Trak("soun", 4410, 44100, stbl)});
+
+    TempDir dir;
+    const std::string path = dir.file("large.mp4");
+    const int fd = open(path.c_str(), O_CREAT | O_WRONLY | O_TRUNC, 0600);
+    ASSERT_GE(fd, 0);
+    const Bytes head = Cat({ftyp, mdatHeader.data()});
+    ASSERT_EQ(pwrite(fd, head.data(), head.size(), 0), static_cast<ssize_t>(head.size()));
+    ASSERT_EQ(pwrite(fd, moov.data(), moov.size(), static_cast<off_t>(moovAt)), static_cast<ssize_t>(moov.size()));
+    close(fd);
+
+    Reading r;
+    ASSERT_EQ(fileinfo::media::ReadMediaPath(path, r), 0);
+    EXPECT_EQ(r.size, moovAt + moov.size());
+    EXPECT_EQ(r.type, "MP4");
+    EXPECT_EQ(r.duration_ms, 4000u);
+    EXPECT_EQ(r.audio_codec, "MP2");
+    EXPECT_EQ(r.bit_rate, (moovAt + moov.size()) * 2);  // bytes * 8 / 4 s
 }
 
 }  // namespace
