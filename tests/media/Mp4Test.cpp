@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -884,6 +885,63 @@ TEST(Mp4Boxes, MovieAfterFiveGibibytesOfMediaDataIsRead) {
     EXPECT_EQ(r.duration_ms, 4000u);
     EXPECT_EQ(r.audio_codec, "MP2");
     EXPECT_EQ(r.bit_rate, (moovAt + moov.size()) * 2);  // bytes * 8 / 4 s
+}
+
+}  // namespace
+
+namespace {
+
+// 40000 samples of 1 ms with sizes 1 to 1000 in turn: 160 KB of sizes, read
+// in more than one piece when the movie header is walked in the file.
+struct LongTrack {
+    std::vector<uint32_t> sizes;
+    uint64_t total = 0;
+    uint64_t peak = 0;
+    Bytes moov;
+
+    LongTrack() {
+        std::vector<uint64_t> perSecond(40, 0);
+        for (uint32_t i = 0; i < 40000; ++i) {
+            const uint32_t size = i % 1000 + 1 + (i / 1000 == 17 ? 5 : 0);  // second 17 the busiest
+            sizes.push_back(size);
+            total += size;
+            perSecond[i / 1000] += size;
+        }
+        for (uint64_t s : perSecond) peak = std::max(peak, s);
+        const Bytes stbl = Cat({Stsd(VisualEntry("avc1", 64, 64, AvcC(66, 0xC0, 30))), Stts({{40000, 1}}),
+                                Stsz(0, 40000, sizes), Stco({})});
+        moov = Moov({Mvhd(1000, 40000), Trak("vide", 1000, 40000, stbl)});
+    }
+};
+
+void ExpectLongTrack(const Reading& r, const LongTrack& t) {
+    EXPECT_EQ(r.video_codec, "H.264");
+    EXPECT_DOUBLE_EQ(r.frame_rate, 1000.0);
+    EXPECT_EQ(r.video_bit_rate, t.total * 8 / 40);
+    EXPECT_EQ(r.video_peak_bit_rate, t.peak * 8);
+}
+
+TEST(Mp4Boxes, LargeMovieHeaderWalkedInTheFileGivesTheSameNumbers) {
+    const LongTrack t;
+    ASSERT_GT(t.moov.size(), 150000u);
+    const Reading r = ReadBytes(Cat({Ftyp(), t.moov}));
+    ExpectLongTrack(r, t);
+    EXPECT_EQ(r.video_peak_bit_rate, 4044000u);
+}
+
+TEST(Mp4Boxes, LargeMovieHeaderInMemoryGivesTheSameNumbers) {
+    const LongTrack t;
+    ExpectLongTrack(ReadBytes(Cat({Ftyp(), CompressedMoov(t.moov)})), t);
+}
+
+TEST(Mp4Picture, FourBitCompactSampleSizesAreRead) {
+    ByteWriter stz2;
+    stz2.be24(0).u8(4).be32(5).u8(0x12).u8(0x34).u8(0x50);  // 1, 2, 3, 4, 5 and a pad nibble
+    const Bytes stbl = Cat({Stsd(VisualEntry("avc1", 64, 64, AvcC(66, 0xC0, 30))), Stts({{5, 200}}),
+                            FullAtom("stz2", stz2.data()), Stco({})});
+    const Reading r = ReadBytes(Cat({Ftyp(), Moov({Mvhd(1000, 1000), Trak("vide", 1000, 1000, stbl)})}));
+    EXPECT_EQ(r.video_bit_rate, 120u);
+    EXPECT_EQ(r.video_peak_bit_rate, 120u);
 }
 
 }  // namespace
