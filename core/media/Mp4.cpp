@@ -137,6 +137,23 @@ void TakePicture(Mp4Walk& walk, const Mp4Track& track, const SampleTotals& total
     r.video_peak_bit_rate = totals.peak_bytes > UINT64_MAX / 8 ? UINT64_MAX : totals.peak_bytes * 8;
 }
 
+// "stsd": version, flags, entry count, then the entries; the first one
+// describes the track. It is read once the track's kind is known, whatever
+// the order of the boxes.
+void ReadFirstEntry(const BoxBytes& bytes, Mp4Track& track, bool sound) {
+    const TableBox& stsd = track.descriptions;
+    if (stsd.type == 0 || stsd.end - stsd.body < 8) return;
+    BoxIterator entries(bytes, stsd.body + 8, stsd.end);
+    Box entry;
+    if (!entries.Next(entry)) return;
+    track.entry.type = entry.type;
+    if (sound) {
+        ReadSoundEntry(bytes, entry, track.entry);
+    } else {
+        ReadVisualEntry(bytes, entry, track.entry);
+    }
+}
+
 void ParseTrak(Mp4Walk& walk, const BoxVisit& v) {
     if (v.parent != FourCc("moov") || walk.track != nullptr) return;
     Mp4Track track;
@@ -149,6 +166,7 @@ void ParseTrak(Mp4Walk& walk, const BoxVisit& v) {
     const bool sound = track.handler == FourCc("soun") && !walk.has_audio;
     const bool picture = track.handler == FourCc("vide") && !walk.has_video;
     if (!sound && !picture) return;
+    ReadFirstEntry(v.bytes, track, sound);
     const SampleTotals totals = ReadSampleTables(v.bytes, track, picture);
     if (sound) {
         walk.has_audio = true;
@@ -175,22 +193,6 @@ void ParseHdlr(Mp4Walk& walk, const BoxVisit& v) {
     walk.track->handler = BigEndian32(b + 8);
 }
 
-// "stsd": version, flags, entry count, then the entries; the first one
-// describes the track.
-void ParseStsd(Mp4Walk& walk, const BoxVisit& v) {
-    if (walk.track == nullptr || v.parent != FourCc("stbl") || walk.track->entry.type != 0) return;
-    BoxIterator entries(v.bytes, v.box.body + 8, v.box.end);
-    Box entry;
-    if (v.box.BodySize() < 8 || !entries.Next(entry)) return;
-    ++walk.boxes;
-    if (walk.track->handler == FourCc("soun")) {
-        ReadSoundEntry(v.bytes, entry, walk.track->entry);
-    } else if (walk.track->handler == FourCc("vide")) {
-        ReadVisualEntry(v.bytes, entry, walk.track->entry);
-    }
-    walk.track->entry.type = entry.type;
-}
-
 void Remember(Mp4Walk& walk, const BoxVisit& v, TableBox Mp4Track::*table) {
     if (walk.track == nullptr || v.parent != FourCc("stbl")) return;
     TableBox& t = walk.track->*table;
@@ -200,6 +202,7 @@ void Remember(Mp4Walk& walk, const BoxVisit& v, TableBox Mp4Track::*table) {
     t.end = v.box.end;
 }
 
+void ParseStsd(Mp4Walk& walk, const BoxVisit& v) { Remember(walk, v, &Mp4Track::descriptions); }
 void ParseStts(Mp4Walk& walk, const BoxVisit& v) { Remember(walk, v, &Mp4Track::times); }
 void ParseStsz(Mp4Walk& walk, const BoxVisit& v) { Remember(walk, v, &Mp4Track::sizes); }
 void ParseStco(Mp4Walk& walk, const BoxVisit& v) { Remember(walk, v, &Mp4Track::chunk_offsets); }

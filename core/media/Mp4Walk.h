@@ -33,7 +33,7 @@ struct SampleEntry {
     bool layer_from_first_frame = false;
 };
 
-// Where one of a track's sample tables lies in the walked bytes.
+// Where one of a track's sample boxes lies in the walked bytes.
 struct TableBox {
     uint32_t type = 0;  // 0: the track has none
     uint64_t body = 0;
@@ -45,7 +45,8 @@ struct Mp4Track {
     uint32_t handler = 0;     // 'soun', 'vide', ...
     uint32_t time_scale = 0;  // mdhd
     uint64_t duration = 0;    // mdhd, in time_scale units
-    SampleEntry entry;
+    SampleEntry entry;        // read from the first entry of stsd once the walk is done
+    TableBox descriptions;    // stsd
     TableBox times;           // stts
     TableBox sizes;           // stsz or stz2
     TableBox chunk_offsets;   // stco or co64

@@ -945,3 +945,15 @@ TEST(Mp4Picture, FourBitCompactSampleSizesAreRead) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(Mp4Boxes, HandlerAfterTheSampleTableStillNamesTheTrack) {
+    const Bytes stbl = Cat({Stsd(AacEntry(AacLcStereo44k())), Stsz(100, 10)});
+    const Bytes trak = Box("trak", {Box("mdia", {Box("minf", {Atom("stbl", stbl)}), Mdhd(44100, 44100), Hdlr("soun")})});
+    const Reading r = ReadBytes(Cat({Ftyp(), Moov({Mvhd(1000, 1000), trak})}));
+    EXPECT_EQ(r.audio_codec, "AAC LC");
+    EXPECT_EQ(r.audio_bit_rate, 8000u);
+}
+
+}  // namespace
