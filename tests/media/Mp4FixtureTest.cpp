@@ -178,4 +178,24 @@ TEST(Mp4Fixture, LayerTwoSoundInMp4IsMp2) {
     EXPECT_EQ(r.bit_rate, 71049u);
 }
 
+TEST(Mp4Fixture, AacMainWithAlbumArtistAndTrackTotal) {
+    const Reading r = ReadFixture("aac-main-tagged.m4a");
+    EXPECT_EQ(r.type, "M4A");
+    EXPECT_EQ(r.audio_codec, "AAC Main");
+    EXPECT_EQ(r.sample_rate, 16000u);
+    EXPECT_EQ(r.channels, 1u);
+    EXPECT_EQ(r.audio_bit_rate, 25894u);
+    EXPECT_EQ(r.duration_ms, 1000u);
+    EXPECT_EQ(r.bit_rate, 35864u);
+    EXPECT_EQ(r.tags.title, "\xC5\xBB\xC3\xB3\xC5\x82w \xE2\x99\xAB Main");  // "Żółw ♫ Main"
+    // The file has no ©ART, only aART: the album's artist stands in, where
+    // mutagen lists aART under its own name.
+    EXPECT_EQ(r.tags.artist, "The Ensemble");
+    EXPECT_EQ(r.tags.genre, "Jazz");
+    EXPECT_EQ(r.tags.year, "1987");
+    EXPECT_EQ(r.tags.track, 3u);
+    EXPECT_EQ(r.tags.track_total, 12u);
+    EXPECT_EQ(r.tags.album, "");
+}
+
 }  // namespace
