@@ -2,6 +2,8 @@
 // the movie header, the first sound and the first picture track, and the
 // items, without ever touching the media data. Each kind of box has one
 // small parser, found in one table.
+#include <new>
+
 #include "Mp4Walk.h"
 #include "Readers.h"
 
@@ -249,16 +251,36 @@ struct BoxParser {
 };
 
 const BoxParser kParsers[] = {
-    {FourCc("ftyp"), ParseFtyp}, {FourCc("moov"), ParseMoov}, {FourCc("cmov"), ParseCmov},
-    {FourCc("mvhd"), ParseMvhd}, {FourCc("trak"), ParseTrak}, {FourCc("mdia"), WalkBody},
-    {FourCc("mdhd"), ParseMdhd}, {FourCc("hdlr"), ParseHdlr}, {FourCc("minf"), WalkBody},
-    {FourCc("stbl"), WalkBody},  {FourCc("stsd"), ParseStsd}, {FourCc("stts"), ParseStts},
-    {FourCc("stsz"), ParseStsz}, {FourCc("stz2"), ParseStsz}, {FourCc("stco"), ParseStco},
-    {FourCc("co64"), ParseStco}, {FourCc("udta"), WalkBody},  {FourCc("meta"), ParseMeta},
+    // The structure.
+    {FourCc("ftyp"), ParseFtyp},
+    {FourCc("moov"), ParseMoov},
+    {FourCc("cmov"), ParseCmov},
+    {FourCc("mvhd"), ParseMvhd},
+    {FourCc("mvex"), WalkBody},
+    {FourCc("mehd"), ParseMehd},
+    // A track and its sample tables.
+    {FourCc("trak"), ParseTrak},
+    {FourCc("mdia"), WalkBody},
+    {FourCc("mdhd"), ParseMdhd},
+    {FourCc("hdlr"), ParseHdlr},
+    {FourCc("minf"), WalkBody},
+    {FourCc("stbl"), WalkBody},
+    {FourCc("stsd"), ParseStsd},
+    {FourCc("stts"), ParseStts},
+    {FourCc("stsz"), ParseStsz},
+    {FourCc("stz2"), ParseStsz},
+    {FourCc("stco"), ParseStco},
+    {FourCc("co64"), ParseStco},
+    // The tags: items, and old QuickTime user data.
+    {FourCc("udta"), WalkBody},
+    {FourCc("meta"), ParseMeta},
     {FourCc("ilst"), ParseIlst},
-    {FourCc("mvex"), WalkBody},  {FourCc("mehd"), ParseMehd},
-    {FourCc("\xA9nam"), ParseUdtaText}, {FourCc("\xA9" "ART"), ParseUdtaText}, {FourCc("\xA9" "alb"), ParseUdtaText},
-    {FourCc("\xA9gen"), ParseUdtaText}, {FourCc("\xA9" "day"), ParseUdtaText}, {FourCc("\xA9" "cmt"), ParseUdtaText},
+    {FourCc("\xA9nam"), ParseUdtaText},
+    {FourCc("\xA9" "ART"), ParseUdtaText},
+    {FourCc("\xA9" "alb"), ParseUdtaText},
+    {FourCc("\xA9gen"), ParseUdtaText},
+    {FourCc("\xA9" "day"), ParseUdtaText},
+    {FourCc("\xA9" "cmt"), ParseUdtaText},
     {FourCc("\xA9wrt"), ParseUdtaText},
 };
 
@@ -289,7 +311,12 @@ void WalkChildren(Mp4Walk& walk, const BoxBytes& bytes, uint64_t begin, uint64_t
 bool ReadMp4(const Source& source, Reading& reading) {
     Mp4Walk walk(source, reading);
     const FileBoxBytes file(source);
-    WalkChildren(walk, file, 0, file.Size(), 0, 0);
+    try {
+        WalkChildren(walk, file, 0, file.Size(), 0, 0);
+    } catch (const std::bad_alloc&) {
+        // Every allocation is bounded, but the bound (an inflated movie
+        // header) may still be more than the machine has: keep what was read.
+    }
     if (!walk.has_ftyp && !walk.has_moov) return false;
     // Old QuickTime movies open with "moov", "mdat" or "wide", with no "ftyp".
     if (!walk.has_ftyp) reading.type = "MOV";

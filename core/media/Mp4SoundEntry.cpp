@@ -1,6 +1,7 @@
 // Sound sample entries: the codec and its numbers, from the entry's fixed
 // fields and from the configuration boxes inside it (esds with its
-// AudioSpecificConfig, alac, dOps, dfLa, dac3).
+// AudioSpecificConfig, alac, dOps, dfLa, dac3, dec3), and the layer of
+// MPEG audio from its first frame.
 #include <cstring>
 
 #include "Mp4Config.h"
