@@ -143,7 +143,7 @@ void TakePicture(Mp4Walk& walk, const Mp4Track& track, const SampleTotals& total
 // describes the track. It is read once the track's kind is known, whatever
 // the order of the boxes.
 void ReadFirstEntry(const BoxBytes& bytes, Mp4Track& track, bool sound) {
-    const TableBox& stsd = track.descriptions;
+    const TableBox& stsd = track.entries;
     if (stsd.type == 0 || stsd.end - stsd.body < 8) return;
     BoxIterator entries(bytes, stsd.body + 8, stsd.end);
     Box entry;
@@ -204,7 +204,7 @@ void Remember(Mp4Walk& walk, const BoxVisit& v, TableBox Mp4Track::*table) {
     t.end = v.box.end;
 }
 
-void ParseStsd(Mp4Walk& walk, const BoxVisit& v) { Remember(walk, v, &Mp4Track::descriptions); }
+void ParseStsd(Mp4Walk& walk, const BoxVisit& v) { Remember(walk, v, &Mp4Track::entries); }
 void ParseStts(Mp4Walk& walk, const BoxVisit& v) { Remember(walk, v, &Mp4Track::times); }
 void ParseStsz(Mp4Walk& walk, const BoxVisit& v) { Remember(walk, v, &Mp4Track::sizes); }
 void ParseStco(Mp4Walk& walk, const BoxVisit& v) { Remember(walk, v, &Mp4Track::chunk_offsets); }

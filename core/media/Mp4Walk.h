@@ -15,7 +15,7 @@
 namespace fileinfo {
 namespace media {
 
-// What the first entry of a track's sample description says.
+// What the first of a track's sample entries (stsd) says.
 struct SampleEntry {
     uint32_t type = 0;  // the entry's box type: 'mp4a', 'avc1', ...
     std::string codec;  // "AAC LC", "H.264", ...; empty when not known
@@ -46,7 +46,7 @@ struct Mp4Track {
     uint32_t time_scale = 0;  // mdhd
     uint64_t duration = 0;    // mdhd, in time_scale units
     SampleEntry entry;        // read from the first entry of stsd once the walk is done
-    TableBox descriptions;    // stsd
+    TableBox entries;         // stsd
     TableBox times;           // stts
     TableBox sizes;           // stsz or stz2
     TableBox chunk_offsets;   // stco or co64

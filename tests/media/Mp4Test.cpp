@@ -769,7 +769,7 @@ TEST(Mp4Hostile, LargeSizeBelowItsHeaderEndsTheWalk) {
     EXPECT_FALSE(r.HasAudio());
 }
 
-TEST(Mp4Hostile, EmptySampleDescriptionGivesNoCodec) {
+TEST(Mp4Hostile, EmptySampleEntryTableGivesNoCodec) {
     const Bytes stbl = Cat({FullAtom("stsd", Bytes{0, 0, 0, 0}), Stsz(100, 10)});
     const Reading r = ReadBytes(Cat({Ftyp(), Moov({Mvhd(1000, 1000), Trak("soun", 1000, 1000, stbl)})}));
     EXPECT_FALSE(r.HasAudio());
