@@ -318,6 +318,7 @@ bool ReadMp4(const Source& source, Reading& reading) {
         // header) may still be more than the machine has: keep what was read.
     }
     if (!walk.has_ftyp && !walk.has_moov) return false;
+    if (walk.has_ftyp && reading.type.empty()) return false;  // a still image
     // Old QuickTime movies open with "moov", "mdat" or "wide", with no "ftyp".
     if (!walk.has_ftyp) reading.type = "MOV";
 

@@ -28,12 +28,24 @@ const char* TypeOfBrand(const uint8_t* brand) {
     return nullptr;
 }
 
+// Still images and raw photographs in the same boxes: no movie.
+const char* const kImageBrands[] = {"heic", "heix", "heim", "heis", "mif1", "msf1",
+                                     "avif", "avis", "crx ", "jp2 ", "jpx "};
+
+bool IsImageBrand(const uint8_t* brand) {
+    for (const char* image : kImageBrands) {
+        if (std::memcmp(brand, image, 4) == 0) return true;
+    }
+    return false;
+}
+
 }  // namespace
 
 // "ftyp": major brand (4), minor version (4), then compatible brands.
 std::string TypeFromBrands(const uint8_t* body, size_t length) {
     if (length >= 4) {
         if (const char* type = TypeOfBrand(body)) return type;
+        if (IsImageBrand(body)) return "";
     }
     for (size_t at = 8; at + 4 <= length; at += 4) {
         if (const char* type = TypeOfBrand(body + at)) return type;

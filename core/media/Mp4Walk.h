@@ -128,7 +128,8 @@ void ReadQuickTimeText(const BoxBytes& bytes, const Box& box, Mp4Walk& walk);
 // method is not zlib or the data does not inflate.
 bool InflateMovie(const BoxBytes& bytes, const Box& cmov, std::vector<uint8_t>& movie);
 
-// Mp4Brands.cpp: the type a "ftyp" names ("MP4", "M4A", "M4V", "MOV", "3GP").
+// Mp4Brands.cpp: the type a "ftyp" names ("MP4", "M4A", "M4V", "MOV", "3GP");
+// empty for the brands of still images.
 std::string TypeFromBrands(const uint8_t* ftypBody, size_t length);
 
 }  // namespace media

@@ -55,7 +55,9 @@ Bytes MpegVisualEntry(unsigned objectType, const Bytes& info = {}) {
 }
 
 // A visual object sequence header with the given profile_and_level_indication.
-Bytes VisualObjectSequence(unsigned indication) { return Bytes{0x00, 0x00, 0x01, 0xB0, static_cast<uint8_t>(indication)}; }
+Bytes VisualObjectSequence(unsigned indication) {
+    return Bytes{0x00, 0x00, 0x01, 0xB0, static_cast<uint8_t>(indication)};
+}
 
 // --- The type by brand ---
 
@@ -305,7 +307,8 @@ TEST(Mp4Sound, AmrRatesAreFixed) {
 
 TEST(Mp4Sound, Ac3ChannelsComeFromItsConfiguration) {
     // 48 kHz, bsid 8, bsmod 0, acmod 7 (3/2), LFE: 5.1.
-    const Reading r = ReadSound(SoundEntry("ac-3", 2, Atom("dac3", Bits({{0, 2}, {8, 5}, {0, 3}, {7, 3}, {1, 1}, {0, 5}, {0, 5}}))));
+    const Bytes dac3 = Bits({{0, 2}, {8, 5}, {0, 3}, {7, 3}, {1, 1}, {0, 5}, {0, 5}});
+    const Reading r = ReadSound(SoundEntry("ac-3", 2, Atom("dac3", dac3)));
     EXPECT_EQ(r.audio_codec, "AC-3");
     EXPECT_EQ(r.sample_rate, 48000u);
     EXPECT_EQ(r.channels, 6u);
@@ -533,7 +536,8 @@ TEST(Mp4Boxes, MovieAfterTheMediaDataIsFound) {
 }
 
 TEST(Mp4Boxes, CompressedMovieHeaderIsInflated) {
-    const Bytes moov = Moov({Mvhd(1000, 2500), Trak("soun", 44100, 110250, Cat({Stsd(AacEntry(AacLcStereo44k())), Stsz(100, 10)})),
+    const Bytes stbl = Cat({Stsd(AacEntry(AacLcStereo44k())), Stsz(100, 10)});
+    const Bytes moov = Moov({Mvhd(1000, 2500), Trak("soun", 44100, 110250, stbl),
                              Udta(TextItem(Copyright("nam"), "Packed"))});
     const Reading r = ReadBytes(Cat({FtypBrands("qt  ", {"qt  "}), CompressedMoov(moov)}));
     EXPECT_EQ(r.type, "MOV");
@@ -831,7 +835,8 @@ namespace {
 
 TEST(Mp4Sound, Eac3ChannelsComeFromItsConfiguration) {
     // Data rate, one independent substream: 44.1 kHz, bsid 16, acmod 1 (one channel), no LFE.
-    const Bytes dec3 = Bits({{192, 13}, {0, 3}, {1, 2}, {16, 5}, {0, 1}, {0, 1}, {0, 3}, {1, 3}, {0, 1}, {0, 3}, {0, 4}, {0, 1}});
+    const Bytes dec3 = Bits({{192, 13}, {0, 3}, {1, 2}, {16, 5}, {0, 1}, {0, 1}, {0, 3}, {1, 3}, {0, 1}, {0, 3},
+                             {0, 4}, {0, 1}});
     const Reading r = ReadSound(SoundEntry("ec-3", 2, Atom("dec3", dec3), 0, 48000));
     EXPECT_EQ(r.audio_codec, "E-AC-3");
     EXPECT_EQ(r.sample_rate, 44100u);
@@ -950,10 +955,20 @@ namespace {
 
 TEST(Mp4Boxes, HandlerAfterTheSampleTableStillNamesTheTrack) {
     const Bytes stbl = Cat({Stsd(AacEntry(AacLcStereo44k())), Stsz(100, 10)});
-    const Bytes trak = Box("trak", {Box("mdia", {Box("minf", {Atom("stbl", stbl)}), Mdhd(44100, 44100), Hdlr("soun")})});
+    const Bytes mdia = Box("mdia", {Box("minf", {Atom("stbl", stbl)}), Mdhd(44100, 44100), Hdlr("soun")});
+    const Bytes trak = Box("trak", {mdia});
     const Reading r = ReadBytes(Cat({Ftyp(), Moov({Mvhd(1000, 1000), trak})}));
     EXPECT_EQ(r.audio_codec, "AAC LC");
     EXPECT_EQ(r.audio_bit_rate, 8000u);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(Mp4Type, StillImageBrandsAreNoMovie) {
+    EXPECT_FALSE(ReadBytes(Cat({FtypBrands("heic", {"mif1", "heic"}), Filler("meta", 64)})).Identified());
+    EXPECT_FALSE(ReadBytes(Cat({FtypBrands("avif", {"mif1"}), Filler("mdat", 64)})).Identified());
 }
 
 }  // namespace
