@@ -1,8 +1,10 @@
 #include "Summary.h"
 
 #include <cstdio>
+#include <cstring>
 
 #include "JsonText.h"
+#include "RecordDiffers.h"
 #include "Views.h"
 
 namespace fileinfo {
@@ -67,13 +69,17 @@ const char* SkipReasonText(SkipReason reason) {
     return "skipped";
 }
 
-void Summary::Count(const ScanItem& item, const DeviceVerdict* verdict) {
+void Summary::Count(const ScanItem& item, const DeviceVerdict* verdict, const ReadingVerdict* readingVerdict) {
     if (item.outcome == Outcome::kSkipped) {
         ++skipped[SkipReasonText(item.skip)];
         return;
     }
     if (item.outcome == Outcome::kError) {
         ++unreadable[item.reason];
+        return;
+    }
+    if (byReading_) {
+        CountReading(item, readingVerdict);
         return;
     }
     if (item.hasRecord) bytes += item.record.fileSize;
@@ -85,7 +91,8 @@ void Summary::Count(const ScanItem& item, const DeviceVerdict* verdict) {
     } else if (!item.LoadFailed()) {
         ++unidentified;
     } else {
-        ++failed[MediaFileStatusText(item.status)];
+        const std::string note = FailureNote(item);
+        ++failed[note.empty() ? std::string(MediaFileStatusText(item.status)) : note];
     }
     if (verdict == nullptr) return;
     if (verdict->playable) {
@@ -96,8 +103,39 @@ void Summary::Count(const ScanItem& item, const DeviceVerdict* verdict) {
     ++refusals[verdict->refusedBy.empty() ? verdict->explanation : verdict->refusedBy];
 }
 
+void Summary::CountReading(const ScanItem& item, const ReadingVerdict* verdict) {
+    const media::Reading& m = item.reading;
+    if (item.readingError == 0) {
+        bytes += m.size;
+    } else if (item.hasRecord) {
+        bytes += item.record.fileSize;
+    }
+    if (item.readingError == 0 && m.Identified()) {
+        ++loaded;
+        TypeTotal& type = types[m.type];
+        ++type.files;
+        type.durationMs += m.duration_ms;
+    } else if (item.LoadFailed()) {
+        const std::string note = FailureNote(item);
+        ++failed[note.empty() ? std::string(MediaFileStatusText(item.status)) : note];
+    } else if (item.readingError != 0) {
+        ++failed[std::strerror(item.readingError)];
+    } else {
+        ++unidentified;
+    }
+    for (const RecordDifference& d : RecordDiffers(item)) ++differs[d.field];
+    if (verdict == nullptr) return;
+    if (verdict->playable) {
+        ++playable;
+        return;
+    }
+    ++unplayable;
+    if (verdict->refusedBy.empty()) ++refusals[verdict->explanation.empty() ? "refused" : verdict->explanation];
+    for (const std::string& key : verdict->refusedBy) ++refusals[key];
+}
+
 void Summary::WriteText(std::ostream& out, double seconds, bool device) const {
-    out << "summary:\n";
+    out << (interrupted ? "summary (interrupted):\n" : "summary:\n");
     out << "  files:      " << loaded << " loaded, " << unidentified << " unidentified, " << Total(failed)
         << " failed, " << Total(skipped) << " skipped, " << Total(unreadable) << " unreadable\n";
     if (!failed.empty()) out << "  failed:     " << Counts(failed) << "\n";
@@ -108,6 +146,7 @@ void Summary::WriteText(std::ostream& out, double seconds, bool device) const {
             << HoursMinutesSeconds(static_cast<unsigned long>(total.durationMs)) << "\n";
     }
     out << "  size:       " << Bytes(bytes) << "\n";
+    if (!differs.empty()) out << "  record differs: " << Counts(differs) << "\n";
     char time[32];
     snprintf(time, sizeof time, "%.2f s", seconds);
     out << "  time:       " << time << "\n";
@@ -117,7 +156,8 @@ void Summary::WriteText(std::ostream& out, double seconds, bool device) const {
 }
 
 void Summary::WriteJson(std::ostream& out, double seconds, bool device) const {
-    std::string line = "{\"summary\":{\"loaded\":" + std::to_string(loaded) +
+    std::string line = std::string("{\"summary\":{") + (interrupted ? "\"interrupted\":true," : "") +
+                       "\"loaded\":" + std::to_string(loaded) +
                        ",\"unidentified\":" + std::to_string(unidentified);
     AppendCounts(line, "failed", failed);
     AppendCounts(line, "skipped", skipped);
@@ -131,6 +171,7 @@ void Summary::WriteJson(std::ostream& out, double seconds, bool device) const {
         line += ":{\"files\":" + std::to_string(total.files) + ",\"duration_ms\":" + std::to_string(total.durationMs) + "}";
     }
     line += "},\"bytes\":" + std::to_string(bytes);
+    if (byReading_) AppendCounts(line, "record_differs", differs);
     char time[32];
     snprintf(time, sizeof time, "%.3f", seconds);
     line += ",\"seconds\":";

@@ -4,7 +4,7 @@
     >>> import fileinfo.dask
     >>> client = Client(LocalCluster(n_workers=4, processes=True))
     >>> df = fileinfo.dask.scan("/srv/music", client=client)
-    >>> df.groupby("fileType").size().compute()
+    >>> df.groupby("type").size().compute()
 
 The files are listed here, in the order fileinfo.scan gives, split into
 partitions of `partition_size` paths, and every partition is loaded on a
@@ -15,7 +15,9 @@ same place everywhere), and must be able to import fileinfo.
 
 from __future__ import annotations
 
+import errno
 import os
+import stat
 from typing import Any, Iterable, List, Optional, Union
 
 import dask
@@ -57,11 +59,29 @@ def disconnect() -> None:
         _, client = _connected.popitem()
         client.close()
 
-_VERDICT_COLUMNS = {"playable": "bool", "refused_by": "string", "explanation": "string"}
 
 
 def _raise(error: OSError) -> None:
     raise error
+
+
+def _with_text_paths(error: OSError) -> OSError:
+    """The same error with its paths as text: the walk works on bytes, and
+    a message shows b'/music/x.mp3' otherwise."""
+    if not isinstance(error.filename, bytes) and not isinstance(error.filename2, bytes):
+        return error
+    names = [os.fsdecode(n) if isinstance(n, bytes) else n for n in (error.filename, error.filename2)]
+    args = (error.errno, error.strerror, names[0]) + ((None, names[1]) if names[1] is not None else ())
+    return type(error)(*args)
+
+
+def _special_file(path: bytes, st_mode: int) -> OSError:
+    """What fileinfo.scan reports for a FIFO, device or socket found in a
+    walk."""
+    kind = ("FIFO" if stat.S_ISFIFO(st_mode) else "character device" if stat.S_ISCHR(st_mode)
+            else "block device" if stat.S_ISBLK(st_mode) else "socket" if stat.S_ISSOCK(st_mode)
+            else "special file")
+    return OSError(errno.EINVAL, f"not a regular file ({kind})", os.fsdecode(path))
 
 
 def list_files(
@@ -75,12 +95,15 @@ def list_files(
 
     Named files are taken as they are; folders are walked as the scan walks
     them: entries sorted by name (bytewise), names with a leading dot passed
-    over unless `hidden`, files whose extension no reader takes (or not in
+    over unless `hidden`, files of no media format's extension (or not in
     `ext`) left out, links to files followed and to folders not. Errors as
     in fileinfo.scan.
     """
     wanted = set(fileinfo._extensions(ext))
-    report = on_error or _raise
+    handler = on_error or _raise
+
+    def report(error: OSError) -> None:
+        handler(_with_text_paths(error))
     out: List[str] = []
 
     def walk(folder: bytes) -> None:
@@ -100,11 +123,14 @@ def list_files(
                     walk(e.path)
                     continue
                 if not e.is_file(follow_symlinks=True):
-                    continue  # a special file, a link to a folder, a dangling link
+                    mode = e.stat(follow_symlinks=True).st_mode
+                    if not stat.S_ISDIR(mode):  # a link to a folder is passed over
+                        report(_special_file(e.path, mode))
+                    continue
             except OSError as error:
                 report(error)
                 continue
-            if not _fileinfo.has_reader(e.path):
+            if not _fileinfo.walk_takes(e.path):
                 continue
             if wanted and os.path.splitext(e.name)[1][1:].lower().decode("latin-1") not in wanted:
                 continue
@@ -139,20 +165,18 @@ def _worker_jobs(jobs: Optional[int]) -> Optional[int]:
     return max(1, threads) if threads else None
 
 
-def _load_records(paths: List[str], jobs: Optional[int], on_error: str) -> List[fileinfo.Record]:
+def _load_records(
+    paths: List[str], jobs: Optional[int], on_error: str, caps: Optional[bytes] = None
+) -> List[fileinfo.Record]:
     handler = None if on_error == "raise" else (lambda e: None)
-    return list(fileinfo.scan(paths, jobs=_worker_jobs(jobs), on_error=handler))
+    device = Device(caps) if caps is not None else None
+    return list(fileinfo.scan(paths, jobs=_worker_jobs(jobs), on_error=handler, device=device))
 
 
 def _load_frame(paths: List[str], jobs: Optional[int], on_error: str, caps: Optional[bytes]):
-    records = _load_records(paths, jobs, on_error)
-    frame = _pandas.to_pandas(records)
-    if caps is not None:
-        device = Device(caps)
-        verdicts = [device.judge(r) for r in records]
-        frame["playable"] = pd.array([v.playable for v in verdicts], dtype="bool")
-        frame["refused_by"] = pd.array([v.refused_by for v in verdicts], dtype="string")
-        frame["explanation"] = pd.array([v.explanation for v in verdicts], dtype="string")
+    frame = _pandas.to_pandas(_load_records(paths, jobs, on_error, caps))
+    if caps is not None and len(frame) == 0:
+        frame = _pandas.empty_frame(_pandas.VERDICT_COLUMNS)
     return frame
 
 
@@ -172,7 +196,9 @@ def scan(
     One row per file, with the columns and dtypes of fileinfo.to_pandas, in
     the order of fileinfo.scan; partitions of `partition_size` files. With
     `device` (a Device, or a capability list's text or path) the columns
-    playable, refused_by and explanation hold the library's verdict.
+    playable, refused_by and explanation hold the verdict on the reading,
+    library_playable and library_refused_by the library's, as to_pandas
+    gives them for records judged against a device.
 
     `client`: a dask.distributed Client, or a scheduler's address
     ("tcp://host:8786") to connect to (that client becomes the default one,
@@ -208,7 +234,7 @@ def scan(
             tasks = [dask.delayed(_load_records, pure=False)(p, jobs, on_error) for p in parts]
         return dask.bag.from_delayed(tasks) if tasks else dask.bag.from_sequence([], npartitions=1)
 
-    meta = _pandas.empty_frame(_VERDICT_COLUMNS if caps is not None else None)
+    meta = _pandas.empty_frame(_pandas.VERDICT_COLUMNS if caps is not None else None)
     if not parts:
         return dd.from_pandas(meta, npartitions=1)
     if client is not None:

@@ -15,7 +15,9 @@ def tool_verdicts(*paths):
     if not os.access(TOOL, os.X_OK):
         pytest.skip(f"the fileinfo tool is not built ({TOOL})")
     done = subprocess.run(
-        [TOOL, "--json", "--device", str(CAPS), "--explain", *map(str, paths)], capture_output=True, check=False
+        [TOOL, "--json", "--record", "--device", str(CAPS), "--explain", *map(str, paths)],
+        capture_output=True,
+        check=False,
     )
     return [json.loads(line) for line in done.stdout.decode().splitlines()]
 
@@ -32,6 +34,9 @@ def test_verdicts_equal_the_tools():
         assert (record.path, verdict.playable, verdict.refused_by) == (line["path"], line["playable"], line["refused_by"])
         if record.fileType:
             assert (verdict.explanation or None) == line["explanation"]
+        elif record.status != 1:
+            # Names the library has no reader for (.aifc): read by their bytes, never loaded by it.
+            assert not verdict.playable and verdict.explanation == "the file did not load"
         else:
             # The library names no type for these; the package says why.
             assert not verdict.playable
@@ -81,3 +86,19 @@ def test_files_that_did_not_load_are_never_playable(tmp_path):
     notes.write_text("x")
     verdict = fileinfo.Device(CAPS).judge(fileinfo.load(notes))
     assert verdict == (False, None, "the file did not load")
+
+
+def test_a_device_list_is_found_by_name_as_the_tool_finds_it(tmp_path, monkeypatch):
+    caps = CAPS.resolve()
+    # From the build tree, the source tree's devices/ is searched.
+    monkeypatch.chdir(tmp_path)
+    by_name = fileinfo.Device("player-caps")
+    assert by_name.text == caps.read_bytes()
+    assert os.path.samefile(by_name.path, caps)
+    (tmp_path / "mine.plist").write_bytes(caps.read_bytes())
+    monkeypatch.setenv("FILEINFO_DEVICES", f"{tmp_path / 'elsewhere'}:{tmp_path}")
+    monkeypatch.chdir("/")
+    assert fileinfo.Device("mine").path == str(tmp_path / "mine.plist")
+    with pytest.raises(FileNotFoundError) as caught:
+        fileinfo.Device("no-such-player")
+    assert caught.value.filename == "no-such-player"

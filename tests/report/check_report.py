@@ -198,7 +198,7 @@ READ_PAGE = r"""(() => {
               shown: s.display !== 'none' && s.visibility !== 'hidden' && !e.closest('[hidden]')}; };
   const ids = ['title', 'headline', 'fig-files', 'device', 'verdict-figure', 'fig-playable', 'chart-refusals',
       'chart-types', 'chart-codecs', 'hist-duration', 'hist-bitrate', 'hist-samplerate', 'scatter-size',
-      'file-table-wrap', 'filter-text', 'problem-list'];
+      'file-table-wrap', 'filter-text', 'problem-list', 'differs'];
   const boxes = {}; ids.forEach(id => boxes[id] = box(id));
   return {
     ready: document.body.getAttribute('data-ready'), title: document.title, h1: document.getElementById('title').textContent,
@@ -209,7 +209,10 @@ READ_PAGE = r"""(() => {
     rows: document.querySelectorAll('#file-rows tr').length,
     problems: [...document.querySelectorAll('#problem-list tbody tr')].map(tr => [...tr.cells].map(c => c.textContent)),
     scripts: document.scripts.length, images: document.images.length,
-    svgs: [...document.querySelectorAll('svg')].map(s => ({label: s.getAttribute('aria-labelledby'),
+    differsFiles: v('differs-summary'),
+    differs: Object.fromEntries([...document.querySelectorAll('#differs-list details')].map(d =>
+        [d.getAttribute('data-field'), Number(d.getAttribute('data-count'))])),
+    svgs: [...document.querySelectorAll('svg:not([aria-hidden])')].map(s => ({label: s.getAttribute('aria-labelledby'),
         title: (s.querySelector('title') || {}).textContent, desc: (s.querySelector('desc') || {}).textContent})),
     limits: [...document.querySelectorAll('#scatter-size [data-limit]')].map(l => l.getAttribute('data-limit') + '=' + l.getAttribute('data-value')),
     boxes: boxes, viewport: innerWidth, scrollWidth: document.documentElement.scrollWidth,
@@ -227,41 +230,84 @@ TIMINGS = r"""(() => {
           files: Number(document.getElementById('fig-files').getAttribute('data-value'))};
 })()"""
 
+# What a reader sees: columns on screen, texts that fit their boxes, chart
+# text at a readable size, points clear of the limits' labels.
+LAYOUT = r"""(() => {
+  const wrap = document.getElementById('file-table-wrap');
+  const wr = wrap.getBoundingClientRect();
+  const shown = e => { const s = getComputedStyle(e); const r = e.getBoundingClientRect();
+      return s.display !== 'none' && s.visibility !== 'hidden' && r.width > 0 && r.left >= -1; };
+  const heads = {};
+  document.querySelectorAll('#file-head th').forEach(th => { const r = th.getBoundingClientRect();
+      heads[th.getAttribute('data-key')] = shown(th) && r.right <= wr.right + 1 && r.left >= wr.left - 1; });
+  const cut = [];
+  document.querySelectorAll('td, th, h1, h2, h3, .figure .label, .figure .value, .note, .meta, option').forEach(e => {
+      if (e.closest('[hidden]') || getComputedStyle(e).display === 'none' || e.tagName === 'OPTION') return;
+      if (e.scrollWidth > e.clientWidth + 1) cut.push(e.tagName + ': ' + e.textContent.slice(0, 60)); });
+  const svgText = [], small = [], ellipsis = [];
+  document.querySelectorAll('svg:not([aria-hidden])').forEach(svg => {
+      const box = svg.getBoundingClientRect(), scale = box.width / svg.viewBox.baseVal.width;
+      svg.querySelectorAll('text').forEach(t => {
+          const r = t.getBoundingClientRect();
+          if (r.left < box.left - 1 || r.right > box.right + 1 || r.top < box.top - 1 || r.bottom > box.bottom + 1)
+              svgText.push(t.textContent + ' ' + JSON.stringify([r.left, r.right, box.left, box.right]));
+          const px = parseFloat(getComputedStyle(t).fontSize) * scale;
+          if (px < 11 - 0.01) small.push(t.textContent + ': ' + px.toFixed(1) + 'px');
+          if (t.textContent.indexOf('\u2026') >= 0) ellipsis.push(t.textContent);
+      }); });
+  const labels = [...document.querySelectorAll('#scatter-size .limit-label tspan')].map(t => t.getBoundingClientRect());
+  const covered = [...document.querySelectorAll('#scatter-size circle')].filter(c => { const a = c.getBoundingClientRect();
+      return labels.some(b => a.left < b.right && b.left < a.right && a.top < b.bottom && b.top < a.bottom); }).length;
+  const rows = [...document.querySelectorAll('#file-rows tr')];
+  const rates = [...document.querySelectorAll('#hist-samplerate .bar-item')].map(g => g.getAttribute('data-label'));
+  const whys = [...document.querySelectorAll('#file-rows .why')].map(w => ({text: w.textContent,
+      lines: Math.round(w.getBoundingClientRect().height / parseFloat(getComputedStyle(w).lineHeight || 16))}));
+  return {heads: heads, tableScroll: wrap.scrollWidth - wrap.clientWidth, cut: cut, svgText: svgText, small: small,
+      ellipsis: ellipsis, limitLabels: labels.length, covered: covered,
+      cards: rows.length > 0 && rows.every(tr => getComputedStyle(tr).display === 'block' &&
+          tr.getBoundingClientRect().right <= innerWidth + 1),
+      theadShown: getComputedStyle(document.querySelector('#file-table thead')).position !== 'absolute',
+      rates: rates, rateNote: (document.querySelector('#hist-samplerate .note') || {}).textContent || '',
+      firstPath: rows.length ? rows[0].cells[0].textContent : '', whys: whys};
+})()"""
+
 TABLE = r"""[...document.querySelectorAll('#file-rows tr')].map(tr => [...tr.cells].map(c => c.textContent))"""
 
 
 def expected_figures(lines, tree_files):
+    """The page's figures as the JSON lines give them: counted by the reading
+    ("media"), a file being identified when the reading found its type, and
+    failed when it was not and the library's load failed."""
     files = len(lines)
-    failed = sum(1 for d in lines if d["status"] != 1)
 
     def identified(d):
-        r = d["record"]
-        return d["status"] == 1 and r is not None and (r["fileType"] != "" or d["is_audio"] or d["is_video"])
+        return d["media"] is not None and d["media"]["type"] is not None
 
-    ident = sum(1 for d in lines if identified(d))
-    loaded = [d for d in lines if d["status"] == 1 and d["record"] is not None]
-    by_key, by_why, by_type = {}, {}, {}
+    ident = [d for d in lines if identified(d)]
+    failed = sum(1 for d in lines if not identified(d) and d["status"] != 1)
+    by_key, by_why, by_type, differs = {}, {}, {}, {}
     for d in lines:
-        # Older tools explained a file without a type with the type's empty name.
-        if d["explanation"] == "the device lists no  type":
-            d["explanation"] = "the file was not identified"
         if not d["playable"]:
             if d["refused_by"]:
                 by_key[d["refused_by"]] = by_key.get(d["refused_by"], 0) + 1
             else:
-                by_why[d["explanation"]] = by_why.get(d["explanation"], 0) + 1
+                why = d["explanation"] or "not playable"
+                by_why[why] = by_why.get(why, 0) + 1
         if identified(d):
-            t = d["record"]["fileType"] or "(no file type)"
+            t = d["media"]["type"]
             by_type[t] = by_type.get(t, 0) + 1
+        for x in d["record_differs"] or []:
+            differs[x["field"]] = differs.get(x["field"], 0) + 1
     listed = {d["path"] for d in lines}
     return {
-        "files": files, "failed": failed, "identified": ident, "unidentified": files - failed - ident,
+        "files": files, "failed": failed, "identified": len(ident), "unidentified": files - failed - len(ident),
         "skipped": len([p for p in tree_files if p not in listed]), "unreachable": 0,
-        "duration": sum(d["record"]["durationMs"] for d in loaded),
-        "size": sum(d["record"]["fileSize"] for d in loaded),
+        "duration": sum(d["media"]["duration_ms"] for d in ident),
+        "size": sum(d["media"]["size"] for d in ident),
         "playable": sum(1 for d in lines if d["playable"]),
         "unplayable": sum(1 for d in lines if not d["playable"]),
         "by_key": by_key, "by_why": by_why, "by_type": by_type,
+        "differs": differs, "differs_files": sum(1 for d in lines if d["record_differs"]),
     }
 
 
@@ -284,6 +330,12 @@ def make_hostile_files(fileinfo, source, folder):
     with open(os.path.join(folder, "random-bytes.mp3"), "wb") as f:
         f.write(bytes((k * 131 + 17) % 251 for k in range(4096)))
     open(os.path.join(folder, "empty.mp3"), "wb").close()
+    # A WAV header whose sample rate reads as 4,076,822,644 Hz.
+    with open(os.path.join(source, "examples", "tone-mono.wav"), "rb") as f:
+        wav = bytearray(f.read())
+    wav[24:28] = (4076822644).to_bytes(4, "little")
+    with open(os.path.join(folder, "odd-rate.wav"), "wb") as f:
+        f.write(bytes(wav))
     with open(os.path.join(folder, "notes.txt"), "w") as f:
         f.write("not media\n")
 
@@ -323,10 +375,13 @@ def check_page(browser, url, exp, lines, width, height, mobile, scheme, shots):
     check(p["rows"] == min(100, exp["files"]) and p["matching"] == exp["files"], what + ": the table lists every file")
     problems = {row[0]: row[1] for row in p["problems"]}
     want = {d["path"]: "%d (%s)" % (d["status"], d["status_text"]) for d in lines
-            if d["status"] != 1 or not (d["record"]["fileType"] or d["is_audio"] or d["is_video"])}
+            if d["media"] is None or d["media"]["type"] is None}
     check(problems == want, what + ": failed and unidentified files are listed with their status texts")
     check(p["title"] == PAGE_TITLE and p["h1"] == PAGE_TITLE, what + ": --title names the page, as text")
-    check(p["scripts"] == 2 and p["images"] == 0, what + ": tag texts added no script or image element")
+    check(p["scripts"] == 3 and p["images"] == 0, what + ": tag texts added no script or image element")
+    check(p["differsFiles"] == exp["differs_files"] and p["differs"] == exp["differs"],
+          "%s: where the record differs, %s files by field %s, equals the JSON lines' %s files by field %s"
+          % (what, p["differsFiles"], p["differs"], exp["differs_files"], exp["differs"]))
     check(all(s["title"] and s["desc"] and s["label"] for s in p["svgs"]) and len(p["svgs"]) >= 7,
           what + ": every chart has a title and a text alternative")
     check("width=320" in p["limits"] and "height=240" in p["limits"], what + ": the device's maximum size is drawn")
@@ -334,6 +389,31 @@ def check_page(browser, url, exp, lines, width, height, mobile, scheme, shots):
         check(b and b["shown"] and b["w"] > 0 and b["h"] > 0 and b["left"] >= -1 and b["right"] <= p["viewport"] + 1,
               "%s: #%s is shown on the page (%s)" % (what, name, b))
     check(p["scrollWidth"] <= p["viewport"], what + ": nothing spills sideways")
+
+    page.js("location.hash = 'view=files'")
+    page.b.settle(0.3)
+    lay = page.js(LAYOUT)
+    print("layout at %s: %s" % (what, json.dumps({k: lay[k] for k in ("heads", "tableScroll", "rates", "limitLabels",
+                                                                      "covered", "cards", "firstPath")})))
+    check(not lay["cut"], "%s: no text is cut by its box: %s" % (what, lay["cut"][:5]))
+    check(not lay["svgText"], "%s: every chart text lies inside its chart: %s" % (what, lay["svgText"][:5]))
+    check(not lay["ellipsis"], "%s: no chart label is shortened with an ellipsis: %s" % (what, lay["ellipsis"][:5]))
+    check(not lay["small"], "%s: chart text is at least 11 px: %s" % (what, lay["small"][:5]))
+    check(lay["limitLabels"] >= 1 and lay["covered"] == 0, what + ": no point of the scatter covers the limits' labels")
+    real = {"4", "8", "11.025", "12", "16", "22.05", "24", "32", "44.1", "48", "96", "other"}
+    check(set(lay["rates"]) <= real and "other" in lay["rates"],
+          "%s: the sample-rate bins are real rates and one for the others: %s" % (what, lay["rates"]))
+    check("4,076,822.644 kHz (1 file)" in lay["rateNote"], "%s: the outlier rate is named: %s" % (what, lay["rateNote"]))
+    long_whys = [w for w in lay["whys"] if len(w["text"]) > 60]
+    check(long_whys and all(w["lines"] >= 2 for w in long_whys),
+          "%s: long reasons are shown whole, wrapped onto more lines: %s" % (what, long_whys[:2]))
+    if width >= 1280:
+        wanted = ["path", "type", "duration", "title", "artist", "playable"]
+        check(all(lay["heads"].get(k) for k in wanted) and lay["tableScroll"] <= 0,
+              "%s: path, type, duration, title, artist and verdict show without a sideways scroll: %s, scroll %s"
+              % (what, lay["heads"], lay["tableScroll"]))
+    else:
+        check(lay["cards"] and not lay["theadShown"], what + ": the table is one card per file")
 
     png = page.screenshot()
     shots.append((what, png))
@@ -356,7 +436,7 @@ def check_page(browser, url, exp, lines, width, height, mobile, scheme, shots):
     page.b.settle(0.2)
     page.js("document.querySelector('th[data-key=duration] button').click()")
     first = page.js("document.querySelector('#file-rows tr').getAttribute('data-index')")
-    longest = max(range(len(lines)), key=lambda k: (lines[k]["record"] or {}).get("durationMs", 0))
+    longest = max(range(len(lines)), key=lambda k: (lines[k]["media"] or {}).get("duration_ms", 0))
     check(int(first) == longest, what + ": sorting by duration puts the longest file first")
     # Filtering by playable.
     page.js("const s = document.getElementById('filter-playable'); s.value = 'no'; s.dispatchEvent(new Event('change'))")
@@ -412,6 +492,13 @@ def main():
         try:
             check_page(browser, "file://" + out, exp, lines, 1280, 900, False, "light", shots)
             check_page(browser, "file://" + out, exp, lines, 390, 844, True, "dark", shots)
+            # One root named by its absolute path: paths show relative to it.
+            single = os.path.join(work, "single.html")
+            run([fileinfo, "report", os.path.join(source, "examples"), "-o", single])
+            page = Page(browser, 1280, 900, False, "light")
+            page.open("file://" + single)
+            paths = page.js("[...document.querySelectorAll('#file-rows td.path')].map(td => td.textContent)")
+            check(paths[:2] == ["chord-8s.wav", "chord-vbr.mp3"], "paths show relative to the scanned root: %s" % paths[:2])
         finally:
             browser.close()
         keep = os.environ.get("REPORT_SHOTS")
