@@ -42,7 +42,6 @@ constexpr std::string_view kDataMarker = "@REPORT_DATA@";
 const char* const kColumns[] = {"dir", "name", "format", "duration", "kbps", "size", "title", "artist"};
 const char* const kDeviceColumns[] = {"verdict", "refusedBy"};
 
-
 // JSON of a byte string that need not be UTF-8 (paths): invalid bytes
 // become U+FFFD rather than stopping the report.
 std::string Quote(const std::string& bytes) {
