@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "DeviceLists.h"
 #include "Progress.h"
 #include "sync/Sync.h"
 
@@ -179,7 +180,7 @@ int RunSyncCommand(int argc, char** argv) {
     bool hidden = false, dryRun = false, keepRemoved = false, fatNames = false;
     app.add_option("sources", sources, "media files or folders (walked recursively)")->required();
     app.add_option("--to", to, "the device's mount point or a folder on it")->required();
-    app.add_option("--device", devicePath, "the device's capability list")->required();
+    app.add_option("--device", devicePath, "the device's capability list: a file, or a list's name (player-caps)")->required();
     app.add_flag("-n,--dry-run", dryRun, "show the plan; write nothing");
     app.add_option("-j,--jobs", jobs, "files loaded at once (default: one per core)");
     app.add_option("--ext", extensions, "walk only files with these extensions (mp3,m4a)");
@@ -196,7 +197,7 @@ int RunSyncCommand(int argc, char** argv) {
     }
     fileinfo::Device device("");
     std::string error;
-    if (!fileinfo::Device::FromFile(devicePath, device, error)) {
+    if (!fileinfo::LoadDeviceList(devicePath, device, error)) {
         std::cerr << "fileinfo: " << devicePath << ": " << error << "\n";
         return 2;
     }

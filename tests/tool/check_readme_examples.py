@@ -33,7 +33,7 @@ README = os.path.join(SOURCE, "README.md")
 PARENT = ""  # a temporary folder for the run
 
 # The README's placeholders, as a reader fills them in.
-PLACEHOLDERS = {"PATH...": "~/Music", "CAPS": "devices/player-caps.plist"}
+PLACEHOLDERS = {"PATH...": "~/Music", "CAPS": "devices/player-caps.plist", "DIR": "a"}
 
 
 # Options the README names in its text but shows in no example, and
@@ -122,15 +122,22 @@ def run_block(block, front_end):
                 path = os.path.join(folder, name)
                 with open(path, "rb") as f:
                     files[os.path.relpath(path, work)] = f.read()
+                # A sync's manifest holds the sources' inodes and times.
+                if name == ".fileinfo-sync.db":
+                    files[os.path.relpath(path, work)] = b"MANIFEST"
         results.append((command, done.returncode, done.stdout, done.stderr, files))
     return results
 
 
 def masked(data, root_free=True):
-    """Bytes without what differs from run to run: times and the page's
-    date."""
+    """Bytes without what differs from run to run: times, the page's date
+    and a device's free space."""
     data = re.sub(rb"time:       [0-9.]+ s", b"time:       T s", data)
-    data = re.sub(rb'"seconds":[0-9.]+', b'"seconds":T', data)
+    data = re.sub(rb'"seconds":[0-9.e+-]+', b'"seconds":T', data)
+    data = re.sub(rb"written in [0-9.]+ s", b"written in T s", data)
+    # A sync's plan says how much room the device has left.
+    data = re.sub(rb'"freeBytes":[0-9]+', b'"freeBytes":F', data)
+    data = re.sub(rb", [0-9.]+ [kMGT]?B free", b", F free", data)
     data = re.sub(rb'"generated":"[^"]*"', b'"generated":"T"', data)
     data = re.sub(rb"fileinfo-readme-[A-Za-z0-9_]+", b"ROOT", data)
     return data
