@@ -118,7 +118,6 @@ void PrintPlanTable(const Plan& plan) {
         if (e.loaded && e.action == Action::kSkip && e.skip == SkipKind::kRefused) {
             line += e.libraryPlayable ? " [the library's filter: playable]" : " [the library's filter: " + e.libraryExplanation + "]";
         }
-        if (e.devicePath.empty() && e.action == Action::kSkip) line += "";
         std::cout << line << "\n";
     }
     std::cout << "plan:";
