@@ -148,7 +148,7 @@ void DeclareOptions(CLI::App& app, Options& o) {
 
     auto* tags = "Tags";
     CLI::Option* set = app.add_option("--set", o.assignments,
-                                      "FIELD=VALUE: write a tag into MP3 and AAC files (repeatable; FIELD: " +
+                                      "FIELD=VALUE: write a tag into MP3, AAC, MP4, WAV and AIFF files (repeatable; FIELD: " +
                                           TagFieldNames() + ")")
                            ->allow_extra_args(false)
                            ->excludes(device)
@@ -156,7 +156,17 @@ void DeclareOptions(CLI::App& app, Options& o) {
     app.add_flag("--dry-run", o.dryRun, "with --set: show what the edit would change, change nothing")
         ->needs(set)
         ->group(tags);
-    app.add_flag("--force", o.force, "with --set: write also when more than the fields given changes")
+    app.add_flag("--force", o.force,
+                 "with --set --writer library: write also when more than the fields given changes")
+        ->needs(set)
+        ->group(tags);
+    app.add_option("--writer", o.writer,
+                   "with --set: fields (the default: only the fields given change) or library (the library's "
+                   "writer, as hosts get it)")
+        ->check(CLI::IsMember({"fields", "library"}))
+        ->needs(set)
+        ->group(tags);
+    app.add_flag("--id3v2.3", o.id3v23, "with --set: write an ID3v2.4 tag as ID3v2.3, for older players")
         ->needs(set)
         ->group(tags);
     app.add_flag("--no-backup", o.noBackup, "with --set: keep no backup (song.orig.mp3) of the original")

@@ -45,6 +45,8 @@ int main(int argc, char** argv) {
         set.restore = options.restore;
         set.dryRun = options.dryRun;
         set.force = options.force;
+        fileinfo::ParseEditWriter(options.writer, set.writer);
+        set.id3v23 = options.id3v23;
         set.backup = !options.noBackup;
         const bool json = options.format == fileinfo::Format::kJson;
         set.listFile = [json](const std::string& path) { return fileinfo::ShowReadBack(std::cout, path, json); };
