@@ -33,6 +33,10 @@ rate() { echo "scale=1; $1 / $2" | bc -l; }
 declare -a quick
 run_fileinfo() { "$fileinfo" --json "$tree"; }
 quick+=("fileinfo --json|run_fileinfo")
+run_fileinfo_one() { "$fileinfo" --json --jobs 1 "$tree"; }
+quick+=("fileinfo --json --jobs 1|run_fileinfo_one")
+run_reading() { "$build/bench/fileinfo-reading-read" "$work/files"; }
+if [ -x "$build/bench/fileinfo-reading-read" ]; then quick+=("readings alone, one process|run_reading"); fi
 run_library() { "$build/bench/fileinfo-library-read" "$work/files"; }
 if [ -x "$build/bench/fileinfo-library-read" ]; then quick+=("libFileInfo facade, one process|run_library"); fi
 run_taglib() { "$work/taglib-read" "$work/files"; }

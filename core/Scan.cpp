@@ -28,11 +28,14 @@ constexpr size_t kWalkAhead = 512;
 // Loads may run this many items ahead of the output per worker: enough to
 // keep every worker busy past one slow file, few enough that a writer
 // slower than the loads holds little.
-constexpr size_t kLoadAheadPerJob = 8;
-constexpr size_t kLeastLoadAhead = 16;
+constexpr size_t kLoadAheadPerJob = 32;
+constexpr size_t kLeastLoadAhead = 64;
 // Tasks a worker takes at once: one hand-over between threads for several
 // files, which for small files costs about as much as loading one.
 constexpr size_t kBatch = 8;
+// Tasks the walk hands over at once, at most: one hand-over for a folder's
+// worth of small files.
+constexpr size_t kWalkBatch = 64;
 
 std::string ErrorText(int error) { return std::generic_category().message(error); }
 
@@ -134,94 +137,96 @@ std::string ExtensionAdvice(const std::string& path) {
     return advice;
 }
 
-struct Scan::State {
-    explicit State(std::vector<std::string> r, ScanOptions o) : roots(std::move(r)), options(std::move(o)) {}
+// The walk, one task at a time in walk order, kept as an explicit stack of
+// folders so that it can stop after any task and go on later: the caller's
+// thread can walk as it loads (one job), and a walk thread can hand tasks
+// over in batches.
+class Walk {
+public:
+    Walk(const std::vector<std::string>& roots, const ScanOptions& options) : roots_(roots), options_(options) {}
 
-    std::vector<std::string> roots;
-    ScanOptions options;
+    // True between folders: the tasks walked so far are worth handing over
+    // before the walk reads another folder.
+    bool Pausing() const { return folders_.empty() || folders_.back().next >= folders_.back().entries.size(); }
 
-    std::mutex mutex;
-    std::condition_variable walked;   // a task was queued, or the walk ended
-    std::condition_variable taken;    // a task was taken: room for the walk
-    std::condition_variable loaded;   // a result is ready, or the scan ended
-    std::deque<Task> tasks;           // in sequence order
-    bool inlineLoads = false;                  // one job: Next loads
-    unsigned idleWorkers = 0;                  // workers waiting for a task or for room
-    bool walkerWaiting = false;                // the walk waits for room in tasks
-    bool consumerWaiting = false;              // Next waits for its result
-    size_t loadAhead = kLeastLoadAhead;        // results that may wait for Next
-    std::vector<std::unique_ptr<Result>> results;  // loadAhead slots, by sequence
-    size_t queued = 0;                // tasks the walk produced
-    std::atomic<size_t> done{0};      // items handed out
-    bool walkEnded = false;
-    bool cancelled = false;
-
-    std::thread walker;
-    std::vector<std::thread> workers;
-
-    // ---- The walk ----------------------------------------------------------
-
-    // Queues one task; false when the scan was cancelled meanwhile.
-    bool Queue(Task task) {
-        std::unique_lock<std::mutex> lock(mutex);
-        if (tasks.size() >= kWalkAhead) {
-            walkerWaiting = true;
-            taken.wait(lock, [&] { return cancelled || tasks.size() < kWalkAhead; });
-            walkerWaiting = false;
+    // The next task in walk order; false once the walk is over.
+    bool Next(Task& task) {
+        for (;;) {
+            if (folders_.empty()) {
+                if (nextRoot_ >= roots_.size()) return false;
+                if (Root(roots_[nextRoot_++], task)) return true;
+                continue;
+            }
+            Folder& folder = folders_.back();
+            if (folder.next < folder.entries.size()) {
+                const Entry& entry = folder.entries[folder.next++];
+                if (EntryTask(folder.prefix + entry.name, entry, task)) return true;
+                continue;
+            }
+            // A listing cut short by an error still reports it, after what it gave.
+            const int error = folder.error;
+            std::string path = std::move(folder.path);
+            const bool named = folder.named;
+            folders_.pop_back();
+            if (error != 0) {
+                Decided(task, path, named, Outcome::kError, SkipReason::kNone, error, ErrorText(error));
+                return true;
+            }
         }
-        if (cancelled) return false;
-        task.sequence = queued++;
-        tasks.push_back(std::move(task));
-        if (idleWorkers > 0) walked.notify_one();
-        return true;
     }
 
-    bool QueueDecided(const std::string& path, bool named, Outcome outcome, SkipReason skip, int error,
-                      std::string reason) {
-        Task task;
+private:
+    struct Entry {
+        std::string name;
+        unsigned char type;
+    };
+    struct Folder {
+        std::string path;
+        std::string prefix;
+        bool named = false;
+        int error = 0;
+        std::vector<Entry> entries;
+        size_t next = 0;
+    };
+
+    static void Decided(Task& task, const std::string& path, bool named, Outcome outcome, SkipReason skip, int error,
+                        std::string reason) {
+        task = Task();
         task.path = path;
         task.named = named;
         task.outcome = outcome;
         task.skip = skip;
         task.error = error;
         task.reason = std::move(reason);
-        return Queue(std::move(task));
     }
 
-    bool QueueLoad(const std::string& path, bool named) {
-        Task task;
+    static void Load(Task& task, const std::string& path, bool named) {
+        task = Task();
         task.load = true;
         task.path = path;
         task.named = named;
-        return Queue(std::move(task));
     }
 
     bool Selected(const std::string& path) const {
-        if (options.extensions.empty()) return true;
+        if (options_.extensions.empty()) return true;
         const std::string extension = LowerExtension(path);
-        return std::find(options.extensions.begin(), options.extensions.end(), extension) !=
-               options.extensions.end();
+        return std::find(options_.extensions.begin(), options_.extensions.end(), extension) !=
+               options_.extensions.end();
     }
 
     // A regular file found in a walk.
-    bool WalkFile(const std::string& path) {
+    void File(const std::string& path, Task& task) const {
         if (!MediaFileHasReader(path.c_str())) {
-            return QueueDecided(path, false, Outcome::kSkipped, SkipReason::kExtension, 0, ExtensionAdvice(path));
+            Decided(task, path, false, Outcome::kSkipped, SkipReason::kExtension, 0, ExtensionAdvice(path));
+        } else if (!Selected(path)) {
+            Decided(task, path, false, Outcome::kSkipped, SkipReason::kNotSelected, 0, "extension not selected");
+        } else {
+            Load(task, path, false);
         }
-        if (!Selected(path)) {
-            return QueueDecided(path, false, Outcome::kSkipped, SkipReason::kNotSelected, 0,
-                                "extension not selected");
-        }
-        return QueueLoad(path, false);
     }
 
-    struct Entry {
-        std::string name;
-        unsigned char type;
-    };
-
     // Every entry of one folder, sorted by name; false when it cannot be read.
-    bool ReadFolder(const std::string& path, std::vector<Entry>& entries, int& error) {
+    static bool ReadFolder(const std::string& path, std::vector<Entry>& entries, int& error) {
         DIR* folder = opendir(path.c_str());
         if (folder == nullptr) {
             error = errno;
@@ -242,65 +247,148 @@ struct Scan::State {
         return error == 0;
     }
 
-    // Walks one folder; false when the scan was cancelled.
-    bool WalkFolder(const std::string& path, bool named) {
-        std::vector<Entry> entries;
-        int error = 0;
-        if (!ReadFolder(path, entries, error) && entries.empty()) {
-            return QueueDecided(path, named, Outcome::kError, SkipReason::kNone, error, ErrorText(error));
+    // Enters a folder: its entries come next. True with a task when the
+    // folder cannot be listed at all.
+    bool EnterFolder(const std::string& path, bool named, Task& task) {
+        Folder folder;
+        if (!ReadFolder(path, folder.entries, folder.error) && folder.entries.empty()) {
+            Decided(task, path, named, Outcome::kError, SkipReason::kNone, folder.error, ErrorText(folder.error));
+            return true;
         }
-        const std::string prefix = path.empty() || path.back() == '/' ? path : path + "/";
-        for (const Entry& e : entries) {
-            if (!WalkEntry(prefix + e.name, e)) return false;
+        folder.path = path;
+        folder.prefix = path.empty() || path.back() == '/' ? path : path + "/";
+        folder.named = named;
+        folders_.push_back(std::move(folder));
+        return false;
+    }
+
+    // True with a task, false when the entry was a folder now entered.
+    bool EntryTask(const std::string& path, const Entry& e, Task& task) {
+        if (!options_.hidden && e.name[0] == '.') {
+            Decided(task, path, false, Outcome::kSkipped, SkipReason::kHidden, 0, "hidden");
+            return true;
         }
-        // A listing cut short by an error still reports it, after what it gave.
-        if (error != 0) return QueueDecided(path, named, Outcome::kError, SkipReason::kNone, error, ErrorText(error));
+        // The listing's type spares a look-up for plain files and folders.
+        if (e.type == DT_REG) {
+            File(path, task);
+            return true;
+        }
+        if (e.type == DT_DIR) return EnterFolder(path, false, task);
+        struct stat st;
+        if (lstat(path.c_str(), &st) != 0) {
+            Decided(task, path, false, Outcome::kError, SkipReason::kNone, errno, ErrorText(errno));
+            return true;
+        }
+        if (S_ISDIR(st.st_mode)) return EnterFolder(path, false, task);
+        if (S_ISLNK(st.st_mode)) {
+            if (stat(path.c_str(), &st) != 0) {
+                Decided(task, path, false, Outcome::kError, SkipReason::kNone, errno, ErrorText(errno));
+                return true;
+            }
+            if (S_ISDIR(st.st_mode)) {
+                Decided(task, path, false, Outcome::kSkipped, SkipReason::kLinkedFolder, 0,
+                        "symbolic link to a folder, not followed");
+                return true;
+            }
+        }
+        if (S_ISREG(st.st_mode)) {
+            File(path, task);
+        } else {
+            Decided(task, path, false, Outcome::kSkipped, SkipReason::kSpecialFile, 0, SpecialFileKind(st.st_mode));
+        }
         return true;
     }
 
-    bool WalkEntry(const std::string& path, const Entry& e) {
-        if (!options.hidden && e.name[0] == '.') {
-            return QueueDecided(path, false, Outcome::kSkipped, SkipReason::kHidden, 0, "hidden");
-        }
-        // The listing's type spares a look-up for plain files and folders.
-        if (e.type == DT_REG) return WalkFile(path);
-        if (e.type == DT_DIR) return WalkFolder(path, false);
-        struct stat st;
-        if (lstat(path.c_str(), &st) != 0) {
-            return QueueDecided(path, false, Outcome::kError, SkipReason::kNone, errno, ErrorText(errno));
-        }
-        if (S_ISDIR(st.st_mode)) return WalkFolder(path, false);
-        if (S_ISLNK(st.st_mode)) {
-            if (stat(path.c_str(), &st) != 0) {
-                return QueueDecided(path, false, Outcome::kError, SkipReason::kNone, errno, ErrorText(errno));
-            }
-            if (S_ISDIR(st.st_mode)) {
-                return QueueDecided(path, false, Outcome::kSkipped, SkipReason::kLinkedFolder, 0,
-                                    "symbolic link to a folder, not followed");
-            }
-        }
-        if (S_ISREG(st.st_mode)) return WalkFile(path);
-        return QueueDecided(path, false, Outcome::kSkipped, SkipReason::kSpecialFile, 0, SpecialFileKind(st.st_mode));
-    }
-
-    bool WalkRoot(const std::string& path) {
+    bool Root(const std::string& path, Task& task) {
         struct stat st;
         if (stat(path.c_str(), &st) != 0) {
-            return QueueDecided(path, true, Outcome::kError, SkipReason::kNone, errno, ErrorText(errno));
+            Decided(task, path, true, Outcome::kError, SkipReason::kNone, errno, ErrorText(errno));
+            return true;
         }
-        if (S_ISDIR(st.st_mode)) return WalkFolder(path, true);
+        if (S_ISDIR(st.st_mode)) return EnterFolder(path, true, task);
         if (!S_ISREG(st.st_mode)) {
-            return QueueDecided(path, true, Outcome::kSkipped, SkipReason::kSpecialFile, 0, SpecialFileKind(st.st_mode));
+            Decided(task, path, true, Outcome::kSkipped, SkipReason::kSpecialFile, 0, SpecialFileKind(st.st_mode));
+        } else if (!MediaFileHasReader(path.c_str())) {
+            Decided(task, path, true, Outcome::kSkipped, SkipReason::kExtension, 0, ExtensionAdvice(path));
+        } else {
+            Load(task, path, true);
         }
-        if (!MediaFileHasReader(path.c_str())) {
-            return QueueDecided(path, true, Outcome::kSkipped, SkipReason::kExtension, 0, ExtensionAdvice(path));
-        }
-        return QueueLoad(path, true);
+        return true;
     }
 
-    void Walk() {
-        for (const std::string& root : roots) {
-            if (!WalkRoot(root)) break;
+    const std::vector<std::string>& roots_;
+    const ScanOptions& options_;
+    size_t nextRoot_ = 0;
+    std::vector<Folder> folders_;  // the folders being walked, innermost last
+};
+
+struct Scan::State {
+    explicit State(std::vector<std::string> r, ScanOptions o)
+        : roots(std::move(r)), options(std::move(o)), walk(roots, options) {}
+
+    std::vector<std::string> roots;
+    ScanOptions options;
+    Walk walk;
+
+    std::mutex mutex;
+    std::condition_variable walked;   // tasks were queued, or the walk ended
+    std::condition_variable taken;    // tasks were taken: room for the walk
+    std::condition_variable loaded;   // results are ready, or the scan ended
+    std::deque<Task> tasks;           // in sequence order
+    bool inlineLoads = false;                  // one job: Next walks and loads
+    size_t jobs = 1;                           // loading workers
+    std::atomic<unsigned> idleWorkers{0};      // workers waiting for a task or for room
+    bool walkerWaiting = false;                // the walk waits for room in tasks
+    bool consumerWaiting = false;              // Next waits for its result
+    size_t loadAhead = kLeastLoadAhead;        // results that may wait for Next
+    std::vector<std::unique_ptr<Result>> results;  // loadAhead slots, by sequence
+    std::atomic<size_t> queued{0};    // tasks the walk produced
+    std::atomic<size_t> done{0};      // items handed out
+    std::atomic<size_t> collected{0};  // results taken from their slots
+    bool walkEnded = false;
+    std::atomic<bool> cancelled{false};
+
+    // Results already taken from the slots, not yet handed out: Next takes
+    // every ready result in one turn of the lock.
+    std::deque<ScanItem> ready;
+
+    std::thread walker;
+    std::vector<std::thread> workers;
+
+    // ---- The walk thread (several jobs) ------------------------------------
+
+    // Hands a batch of tasks over; false when the scan was cancelled.
+    bool Queue(std::vector<Task>& batch) {
+        std::unique_lock<std::mutex> lock(mutex);
+        if (tasks.size() >= kWalkAhead) {
+            walkerWaiting = true;
+            taken.wait(lock, [&] { return cancelled || tasks.size() < kWalkAhead; });
+            walkerWaiting = false;
+        }
+        if (cancelled) return false;
+        size_t sequence = queued.load();
+        for (Task& task : batch) {
+            task.sequence = sequence++;
+            tasks.push_back(std::move(task));
+        }
+        queued.store(sequence);
+        batch.clear();
+        if (idleWorkers.load() > 0) walked.notify_all();
+        return true;
+    }
+
+    // Walks ahead of the loads, handing tasks over a batch at a time: a full
+    // batch, or a folder's worth.
+    void WalkAhead() {
+        std::vector<Task> batch;
+        batch.reserve(kWalkBatch);
+        Task task;
+        bool more = true;
+        while (more && !cancelled.load()) {
+            more = walk.Next(task);
+            if (more) batch.push_back(std::move(task));
+            const bool flush = !more || batch.size() >= kWalkBatch || walk.Pausing();
+            if (flush && !batch.empty() && !Queue(batch)) return;
         }
         std::lock_guard<std::mutex> lock(mutex);
         walkEnded = true;
@@ -311,15 +399,16 @@ struct Scan::State {
     // ---- The loads ---------------------------------------------------------
 
     // Takes the next tasks whose results have room, up to a batch: one
-    // hand-over for several small files. False when there is none left or
-    // the scan was cancelled.
-    bool Take(std::vector<Task>& batch, size_t most) {
+    // hand-over for several small files, and a share of what is queued so
+    // that every worker gets some. False when there is none left or the
+    // scan was cancelled.
+    bool Take(std::vector<Task>& batch) {
         batch.clear();
         std::unique_lock<std::mutex> lock(mutex);
         const auto ready = [&] {
             if (cancelled) return true;
             if (tasks.empty()) return walkEnded;
-            return tasks.front().sequence < done.load() + loadAhead;
+            return tasks.front().sequence < collected.load() + loadAhead;
         };
         if (!ready()) {
             ++idleWorkers;
@@ -327,7 +416,8 @@ struct Scan::State {
             --idleWorkers;
         }
         if (cancelled) return false;
-        while (!tasks.empty() && batch.size() < most && tasks.front().sequence < done.load() + loadAhead) {
+        const size_t most = std::max(kBatch, std::min(kWalkBatch, (tasks.size() + jobs - 1) / jobs));
+        while (!tasks.empty() && batch.size() < most && tasks.front().sequence < collected.load() + loadAhead) {
             batch.push_back(std::move(tasks.front()));
             tasks.pop_front();
         }
@@ -352,7 +442,7 @@ struct Scan::State {
     void Work() {
         std::vector<Task> batch;
         std::vector<std::unique_ptr<Result>> finished;
-        while (Take(batch, kBatch)) {
+        while (Take(batch)) {
             finished.clear();
             for (Task& task : batch) {
                 auto result = std::make_unique<Result>();
@@ -363,41 +453,60 @@ struct Scan::State {
             std::lock_guard<std::mutex> lock(mutex);
             bool wanted = false;
             for (std::unique_ptr<Result>& result : finished) {
-                wanted |= result->sequence == done.load();
+                wanted |= result->sequence == collected.load();
                 results[result->sequence % loadAhead] = std::move(result);
             }
             if (wanted && consumerWaiting) loaded.notify_one();
         }
     }
 
-    // With one job the caller loads each item itself, as a plain loop
-    // would: no worker, no hand-over between threads.
+    // With one job the caller walks and loads each item itself, as a plain
+    // loop would: no other thread, no hand-over.
     bool NextInline(ScanItem& item) {
-        std::vector<Task> one;
-        if (!Take(one, 1)) return false;
+        Task task;
+        if (cancelled.load() || !walk.Next(task)) return false;
+        queued.store(queued.load() + 1);
         item = ScanItem();
-        Perform(one.front(), item);
+        Perform(task, item);
         done.store(done.load() + 1);
         return true;
     }
 
     bool Next(ScanItem& item) {
         if (inlineLoads) return NextInline(item);
+        if (cancelled.load() || (ready.empty() && !TakeReady())) return false;
+        item = std::move(ready.front());
+        ready.pop_front();
+        done.store(done.load() + 1);
+        return true;
+    }
+
+    // Moves every result that is next in order out of its slot, waiting for
+    // the first; false once every item was handed out, or after Cancel.
+    bool TakeReady() {
         std::unique_lock<std::mutex> lock(mutex);
-        const size_t want = done.load();
-        std::unique_ptr<Result>& slot = results[want % loadAhead];
-        const auto ready = [&] { return cancelled || (slot && slot->sequence == want) || (walkEnded && want >= queued); };
-        if (!ready()) {
+        size_t want = collected.load();
+        const auto first = [&] {
+            const std::unique_ptr<Result>& slot = results[want % loadAhead];
+            return cancelled || (slot && slot->sequence == want) || (walkEnded && want >= queued.load());
+        };
+        if (!first()) {
             consumerWaiting = true;
-            loaded.wait(lock, ready);
+            loaded.wait(lock, first);
             consumerWaiting = false;
         }
-        if (cancelled || !slot || slot->sequence != want) return false;
-        item = std::move(slot->item);
-        slot.reset();
-        done.store(want + 1);
+        if (cancelled) return false;
+        for (;;) {
+            std::unique_ptr<Result>& slot = results[want % loadAhead];
+            if (!slot || slot->sequence != want) break;
+            ready.push_back(std::move(slot->item));
+            slot.reset();
+            ++want;
+        }
+        if (ready.empty()) return false;
+        collected.store(want);
         // Workers may wait for the room this made.
-        if (idleWorkers > 0) walked.notify_all();
+        if (idleWorkers.load() > 0) walked.notify_all();
         return true;
     }
 
@@ -418,15 +527,17 @@ Scan::Scan(std::vector<std::string> roots, ScanOptions options)
     if (jobs == 0) jobs = std::max(1u, std::thread::hardware_concurrency());
     state_->loadAhead = std::max(kLeastLoadAhead, kLoadAheadPerJob * jobs);
     state_->results.resize(state_->loadAhead);
-    state_->walker = std::thread([s = state_.get()] { s->Walk(); });
     state_->inlineLoads = jobs == 1;
+    state_->jobs = jobs;
     if (state_->inlineLoads) return;
+    state_->workers.reserve(jobs);
+    state_->walker = std::thread([s = state_.get()] { s->WalkAhead(); });
     for (unsigned k = 0; k < jobs; ++k) state_->workers.emplace_back([s = state_.get()] { s->Work(); });
 }
 
 Scan::~Scan() {
     state_->Stop();
-    state_->walker.join();
+    if (state_->walker.joinable()) state_->walker.join();
     for (std::thread& worker : state_->workers) worker.join();
 }
 
@@ -434,10 +545,7 @@ bool Scan::Next(ScanItem& item) { return state_->Next(item); }
 
 void Scan::Cancel() { state_->Stop(); }
 
-size_t Scan::Found() const {
-    std::lock_guard<std::mutex> lock(state_->mutex);
-    return state_->queued;
-}
+size_t Scan::Found() const { return state_->queued.load(); }
 
 size_t Scan::Done() const { return state_->done.load(); }
 

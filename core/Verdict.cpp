@@ -122,12 +122,6 @@ DeviceVerdict Device::Judge(const ScanItem& item) const {
     return verdict;
 }
 
-ReadingVerdict Device::JudgeReading(const media::Reading& reading) const {
-    ReadingVerdict verdict;  // to be written
-    (void)reading;
-    return verdict;
-}
-
 long Device::Limit(const std::string& fileType, const std::string& key) const {
     const size_t start = EntryStart(caps_, fileType);
     if (start == std::string::npos) return -1;

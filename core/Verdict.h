@@ -31,6 +31,12 @@ struct ReadingVerdict {
     std::string explanation;
 };
 
+// The name a reading's file type has in a capability list: "AAC" for an
+// ADTS stream, "MP2" for MPEG Layer II sound, "AIFF" for AIFF-C, a movie's
+// video codec ("H.264", "MPEG-4", "H.263"), a sound-only MP4's codec
+// ("AAC", "AppleLossless", "AMR", "AMR-WB"); empty when not identified.
+std::string ReadingLookupType(const media::Reading& reading);
+
 class Device {
 public:
     // The capability list's text.

@@ -5,7 +5,7 @@ set -euo pipefail
 packages=(cmake g++ make pkg-config zlib1g-dev libcli11-dev nlohmann-json3-dev libgtest-dev libtag1-dev
           python3 scdoc man-db bash-completion zsh
           python3-dev pybind11-dev python3-pybind11 python3-pytest python3-pandas python3-dask
-          python3-distributed chromium python3-pil)
+          python3-distributed chromium python3-pil python3-mutagen ffmpeg)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
