@@ -399,14 +399,18 @@ py::dict DifferenceDict(const fileinfo::Difference& d) {
 // package turns into its result; a mistake in the request raises
 // ValueError before anything is touched.
 py::dict SetTags(const std::string& path, const std::vector<std::string>& assignments, bool dryRun, bool force,
-                 bool backup) {
-    fileinfo::TagEdits edits;
+                 bool backup, const std::string& writerName, bool id3v23) {
+    fileinfo::EditWriter writer = fileinfo::EditWriter::Fields;
+    if (!fileinfo::ParseEditWriter(writerName, writer))
+        throw py::value_error("writer must be \"fields\" or \"library\", not \"" + writerName + "\"");
+    fileinfo::TagEdits edits(writer);
     std::string mistake;
     if (!fileinfo::ParseTagEdits(assignments, edits, mistake)) throw py::value_error(mistake);
     fileinfo::EditOptions options;
     options.dryRun = dryRun;
     options.force = force;
     options.backup = backup;
+    options.id3v23 = id3v23;
     fileinfo::EditResult result;
     {
         py::gil_scoped_release release;
@@ -550,6 +554,6 @@ has_tags and identified.)");
         .def_property_readonly("text", [](const fileinfo::Device& d) { return py::bytes(d.Text()); });
 
     m.def("set_tags", &SetTags, py::arg("path"), py::arg("assignments"), py::arg("dry_run"), py::arg("force"),
-          py::arg("backup"));
+          py::arg("backup"), py::arg("writer"), py::arg("id3v23"));
     m.def("restore_backup", &RestoreBackup, py::arg("backup_path"), py::arg("original_path"));
 }
