@@ -159,7 +159,7 @@ std::vector<std::pair<const char*, std::string>> StreamFields(const media::Readi
         {"profile", r.profile},
         {"profile_id", Number(r.profile_id)},
         {"level", Number(r.level)},
-        {"size", Number(r.size)},
+        // Not the file's size: it follows the tag's.
     };
 }
 
@@ -241,7 +241,7 @@ void CompareReadBack(const TagEdits& edits, const MediaFileInfo_st& after, Diffe
 bool Difference::GoesBeyond(const TagEdits& edits) const {
     if (!mismatches.empty()) return true;
     for (const FieldChange& f : fields)
-        if (f.field != "fileSize" && f.field != "size" && !IsSetRecordField(edits, f.field)) return true;
+        if (f.field != "fileSize" && !IsSetRecordField(edits, f.field)) return true;
     for (const FrameChange& f : frames)
         if (!IsSetFrame(edits, f.id)) return true;
     return false;

@@ -315,6 +315,8 @@ private:
     // The fields writer saw every read and write succeed (its stream keeps
     // the first error); what is left to prove is that the audio did not move.
     bool VerifyAudio() {
+        // The file is the copy's reference: it must still be what was copied.
+        if (!StillUnchanged()) return false;
         int error = 0;
         if (SameAudio(original_.get(), copy_.fd(), format_, error)) return true;
         if (error == EIO || error == ENOMEM) return Fail("reading the copy back failed", error);

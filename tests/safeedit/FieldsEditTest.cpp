@@ -109,7 +109,7 @@ protected:
         for (const std::string& a : assignments) Apply(expected, a);
         ExpectSameTags(after.tags, expected, context);
         ExpectSameStreams(after, before, context);
-        EXPECT_EQ(NamesIn(dir_.path().string()).size(), 1u) << context;
+        EXPECT_EQ(NamesIn(dir_.path().string()), std::vector<std::string>{path.substr(path.rfind('/') + 1)}) << context;
         unlink(path.c_str());
     }
     TempDir dir_;
@@ -142,7 +142,7 @@ TEST_F(FieldsEdit, TheDryRunListsTheTagsThatChangeAsReadBackAndTouchesNothing) {
               "  title: \"Chord in A\" -> \"New\"\n"
               "  track: \"7\" -> \"3/12\"\n");
     EXPECT_FALSE(r.difference.GoesBeyond(Edits({"title=New", "track=3/12"})));
-    EXPECT_EQ(ReadFile(path), ReadFile(kFixtures + "/mp3/tagged-id3v2.mp3"));
+    EXPECT_TRUE(ReadFile(path) == ReadFile(kFixtures + "/mp3/tagged-id3v2.mp3"));
     EXPECT_EQ(NamesIn(dir_.path().string()), std::vector<std::string>{"song.mp3"});
 }
 
@@ -166,7 +166,7 @@ TEST_F(FieldsEdit, AValueThatWouldNotReadBackAsGivenIsRefusedAndTheFileUnchanged
     EXPECT_EQ(r.reason, "the edit would change more than the fields given, or not read back as given");
     ASSERT_EQ(r.difference.mismatches.size(), 1u) << fileinfo::DescribeDifference(r.difference);
     EXPECT_EQ(r.difference.mismatches[0].given, "2021-05-01");
-    EXPECT_EQ(ReadFile(path), ReadFile(kFixtures + "/mp3/tagged-id3v2.mp3"));
+    EXPECT_TRUE(ReadFile(path) == ReadFile(kFixtures + "/mp3/tagged-id3v2.mp3"));
     EXPECT_EQ(NamesIn(dir_.path().string()), std::vector<std::string>{"song.mp3"});
 }
 
@@ -182,7 +182,7 @@ TEST_F(FieldsEdit, AiffTagsInTextChunksAreRefusedAndTheFileUnchanged) {
     const std::string aif = Copy(kFixtures + "/aiff/ffmpeg-tagged-11k.aif", "tone.aif");
     const fileinfo::EditResult r = fileinfo::EditTags(aif, Edits({"title=New"}), fileinfo::EditOptions());
     EXPECT_EQ(r.status, EditStatus::Refused);
-    EXPECT_EQ(ReadFile(aif), ReadFile(kFixtures + "/aiff/ffmpeg-tagged-11k.aif"));
+    EXPECT_TRUE(ReadFile(aif) == ReadFile(kFixtures + "/aiff/ffmpeg-tagged-11k.aif"));
     EXPECT_EQ(NamesIn(dir_.path().string()), std::vector<std::string>{"tone.aif"});
 }
 
