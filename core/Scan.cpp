@@ -58,6 +58,21 @@ std::string LowerExtension(std::string_view path) {
     return extension;
 }
 
+// Whether a walk reads a file: its extension is one a library reader takes
+// or one of the other names of those formats, which the readings read by
+// their bytes (.aiff, .m4b, .mp2, ...), or it has none at all.
+bool TakesFile(const std::string& path) {
+    static const char* const kOtherNames[] = {"aiff", "aifc", "wave", "bwf", "mpga", "mp2", "mp1",
+                                              "m4b",  "m4r",  "qt",   "3gpp", "3g2", "adts"};
+    if (MediaFileHasReader(path.c_str())) return true;
+    const std::string extension = LowerExtension(path);
+    if (extension.empty()) return true;
+    for (const char* name : kOtherNames) {
+        if (extension == name) return true;
+    }
+    return false;
+}
+
 // One unit of the scan's work: a path to load, or an item already decided
 // (skipped, or an error) that only keeps its place in the order. Small: the
 // walk may run far ahead, and a record is made only once a worker takes it.
@@ -87,6 +102,12 @@ ScanItem::ScanItem() { memset(static_cast<void*>(&record), 0, sizeof record); }
 bool ScanItem::Identified() const {
     return outcome == Outcome::kLoaded && status == MFI_OK && hasRecord &&
            (record.fileType[0] != '\0' || isAudio || isVideo);
+}
+
+bool ScanItem::LoadFailed() const {
+    if (outcome != Outcome::kLoaded) return false;
+    if (readingError != 0) return true;
+    return status != MFI_OK && MediaFileHasReader(path.c_str());
 }
 
 std::string TypeLabel(const ScanItem& item) {
@@ -123,18 +144,9 @@ void LoadInto(const std::string& path, ScanItem& item) {
 }
 
 std::string ExtensionAdvice(const std::string& path) {
-    static const struct {
-        const char* given;
-        const char* read;
-    } kAliases[] = {{"aiff", "aif"}, {"aifc", "aif"}, {"mpga", "mp3"}, {"m4b", "m4a"}, {"qt", "mov"},
-                    {"3gpp", "3gp"}, {"wave", "wav"}, {"adts", "aac"}};
     const std::string extension = LowerExtension(path);
-    if (extension.empty()) return "no extension: the reader is chosen by the file's extension";
-    std::string advice = "extension ." + extension + " is not read";
-    for (const auto& alias : kAliases) {
-        if (extension == alias.given) advice += std::string("; .") + alias.read + " is";
-    }
-    return advice;
+    if (extension.empty()) return "no extension";
+    return "extension ." + extension + " is not read";
 }
 
 // The walk, one task at a time in walk order, kept as an explicit stack of
@@ -216,7 +228,7 @@ private:
 
     // A regular file found in a walk.
     void File(const std::string& path, Task& task) const {
-        if (!MediaFileHasReader(path.c_str())) {
+        if (!TakesFile(path)) {
             Decided(task, path, false, Outcome::kSkipped, SkipReason::kExtension, 0, ExtensionAdvice(path));
         } else if (!Selected(path)) {
             Decided(task, path, false, Outcome::kSkipped, SkipReason::kNotSelected, 0, "extension not selected");
@@ -308,7 +320,7 @@ private:
         if (S_ISDIR(st.st_mode)) return EnterFolder(path, true, task);
         if (!S_ISREG(st.st_mode)) {
             Decided(task, path, true, Outcome::kSkipped, SkipReason::kSpecialFile, 0, SpecialFileKind(st.st_mode));
-        } else if (!MediaFileHasReader(path.c_str())) {
+        } else if (!TakesFile(path)) {
             Decided(task, path, true, Outcome::kSkipped, SkipReason::kExtension, 0, ExtensionAdvice(path));
         } else {
             Load(task, path, true);

@@ -40,7 +40,7 @@ enum class Outcome : unsigned char {
 
 enum class SkipReason : unsigned char {
     kNone,
-    kExtension,     // no reader takes its extension
+    kExtension,     // its extension is not one of a media format
     kNotSelected,   // its extension is not among ScanOptions::extensions
     kHidden,        // a hidden file or folder, and hidden ones are not walked
     kSpecialFile,   // a FIFO, device or socket: opening it could block
@@ -81,6 +81,11 @@ struct ScanItem {
     // neither means no reader recognised the bytes (a misnamed file is
     // taken by the AIFF reader, which accepts anything, with only a title).
     bool Identified() const;
+    // The file could not be loaded: it could not be read at all, or the
+    // library failed on a name it has a reader for. A name the library has
+    // no reader for (".aiff", no extension) is read by its bytes alone, and
+    // is then at worst unidentified.
+    bool LoadFailed() const;
 };
 
 // The file's type for people and for totals by type: the record's fileType;
@@ -92,8 +97,8 @@ std::string TypeLabel(const ScanItem& item);
 // Loads one regular file the way the scan does, in the calling thread.
 void LoadInto(const std::string& path, ScanItem& item);
 
-// Why a named file whose extension no reader takes is not read, in words:
-// "extension .aiff is not read; .aif is".
+// Why a file whose extension is not one of a media format is not read:
+// "extension .txt is not read". Files without an extension are read.
 std::string ExtensionAdvice(const std::string& path);
 
 class Scan {

@@ -65,7 +65,7 @@ void Report(const ScanItem& item, Progress& progress, RunState& state) {
     }
     if (item.error != 0) progress.Say(item.path + ": " + item.reason);
     for (const std::string& warning : Warnings(item)) progress.Say(item.path + ": " + warning);
-    state.failed |= item.status != MFI_OK;
+    state.failed |= item.LoadFailed();
 }
 
 bool Shown(const Options& o, const DeviceVerdict* verdict) {
@@ -119,7 +119,7 @@ int RunScanCommand(Options o, bool terminal, unsigned width) {
             std::optional<DeviceVerdict> verdict;
             if (item.outcome == Outcome::kLoaded) {
                 if (device) verdict = device->Judge(item);
-                state.failed |= o.strict && item.status == MFI_OK && !item.Identified();
+                state.failed |= o.strict && !item.LoadFailed() && !item.Identified();
                 state.unplayable |= verdict && !verdict->playable;
                 if (Shown(o, verdict ? &*verdict : nullptr)) {
                     const FileView file{item, verdict ? &*verdict : nullptr};

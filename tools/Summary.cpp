@@ -82,7 +82,7 @@ void Summary::Count(const ScanItem& item, const DeviceVerdict* verdict) {
         TypeTotal& type = types[TypeLabel(item)];
         ++type.files;
         type.durationMs += item.record.durationMs;
-    } else if (item.status == MFI_OK) {
+    } else if (!item.LoadFailed()) {
         ++unidentified;
     } else {
         ++failed[MediaFileStatusText(item.status)];

@@ -79,11 +79,16 @@ def mutagen_tags(path):
     mutagen reads no tags from the file."""
     try:
         f = mutagen.File(path)
-    except Exception:  # mutagen refuses some files outright
-        return None
-    if f is None or f.tags is None:
-        return None
-    tags = f.tags
+        tags = f.tags if f is not None else None
+    except Exception:  # mutagen's file types refuse some files outright
+        tags = None
+    if tags is None:
+        # An ADTS stream with an ID3v2 tag in front is no file type of
+        # mutagen's; its ID3 reader still reads the tag.
+        try:
+            tags = mutagen.id3.ID3(path)
+        except Exception:
+            return None
     out = {}
     if isinstance(tags, mutagen.id3.ID3):
         def text(frame_id):

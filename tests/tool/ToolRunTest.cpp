@@ -93,10 +93,12 @@ TEST_F(Tool, UnreadableFolderAndFileAreReportedAsPermissionDenied) {
     chmod(dir.file("locked").c_str(), 0);
     chmod(dir.file("secret.wav").c_str(), 0);
     int status = -1;
-    const std::string out = Shell(AsUser() + kTool + " --json " + dir.path().string() + " 2>" + dir.file("err"), &status);
+    TempDir logs;
+    chmod(logs.path().c_str(), 0777);
+    const std::string out = Shell(AsUser() + kTool + " --json " + dir.path().string() + " 2>" + logs.file("err"), &status);
     chmod(dir.file("locked").c_str(), 0755);
     EXPECT_EQ(status, 1);
-    const Bytes err = ReadAll(dir.file("err"));
+    const Bytes err = ReadAll(logs.file("err"));
     EXPECT_EQ(std::string(err.begin(), err.end()), "fileinfo: " + dir.file("locked") + ": Permission denied\n"
                                                    "fileinfo: " + dir.file("secret.wav") + ": Permission denied\n");
     // The file the library could not open keeps its line, with status 5.
@@ -128,12 +130,13 @@ TEST_F(Tool, CompressedMovieThatCannotBeInflatedIsWarnedAboutWithTheReason) {
 
 TEST_F(Tool, WalkPassesOverOtherExtensionsAndHiddenNamesInSilence) {
     TempDir dir;
+    TempDir logs;
     CopyExamples(dir);
     CopyExamples(dir, ".cache");
-    dir.write("README", Bytes(3, 'x'));
-    dir.write("song.aiff", Bytes(64, 'x'));
+    dir.write("notes.txt", Bytes(3, 'x'));
+    dir.write("cover.jpg", Bytes(3, 'x'));
     fs::copy_file(Example("tone-mono.wav"), dir.file(".hidden.wav"));
-    const ToolRun run = RunTool("--json " + dir.path().string(), dir.file("err"));
+    const ToolRun run = RunTool("--json " + dir.path().string(), logs.file("err"));
     EXPECT_EQ(run.exitCode, 0);
     EXPECT_EQ(run.err, "");
     EXPECT_EQ(PathsOf(run.out), (std::vector<std::string>{dir.file("chord-8s.wav"), dir.file("chord-vbr.mp3"),
@@ -207,14 +210,15 @@ TEST_F(Tool, FifoAndDeviceLinkInATreeAreReportedAndTheWalkGoesOn) {
     ASSERT_EQ(mkfifo(dir.file("b-pipe.wav").c_str(), 0600), 0);
     fs::create_symlink("/dev/zero", dir.file("c-zero.mp3"));
     int status = -1;
-    Shell("timeout 20 " + kTool + " --json " + dir.path().string() + " >" + dir.file("out") + " 2>" + dir.file("err"),
+    TempDir logs;
+    Shell("timeout 20 " + kTool + " --json " + dir.path().string() + " >" + logs.file("out") + " 2>" + logs.file("err"),
           &status);
     EXPECT_EQ(status, 0);
-    const Bytes err = ReadAll(dir.file("err"));
+    const Bytes err = ReadAll(logs.file("err"));
     EXPECT_EQ(std::string(err.begin(), err.end()),
               "fileinfo: " + dir.file("b-pipe.wav") + ": a FIFO, not a regular file: skipped\n"
               "fileinfo: " + dir.file("c-zero.mp3") + ": a character device, not a regular file: skipped\n");
-    const Bytes out = ReadAll(dir.file("out"));
+    const Bytes out = ReadAll(logs.file("out"));
     EXPECT_EQ(PathsOf(std::string(out.begin(), out.end())).size(), 3u);
 }
 
