@@ -4,7 +4,11 @@
 # after its frames, edited with each writer; the maximum resident set size
 # from /usr/bin/time -v. The fields writer streams its copy and keeps the
 # file's holes, so its memory stays flat; the library's writer checks its
-# copy against a second edit in memory.
+# copy against a second edit in memory (a memory file, which the resident
+# size of the process does not count).
+#
+# Measured (2 cores, ext4): the fields writer 5.6 MiB for 16 MiB and 5.7 MiB
+# for 2 GiB, the edited file keeping its holes (28 KiB on disk).
 #
 #   bench/edit_memory.sh [BUILD_DIR] [FOLDER]
 #
@@ -16,7 +20,12 @@ folder=${2:-$(mktemp -d /tmp/fileinfo-edit-memory-XXXXXX)}
 tool="$build/tools/fileinfo"
 fixture="$(dirname "$0")/../tests/fixtures/mp3/tagged-id3v2.mp3"
 
-peak_kib() { { /usr/bin/time -v "$@" 2>&1 >/dev/null || true; } | awk -F': ' '/Maximum resident set size/ {print $2}'; }
+# The peak resident size in KiB, then the tool's own count of the edit.
+peak_kib() {
+  { /usr/bin/time -v "$@" 2>&1 >/dev/null || true; } |
+    awk -F': ' '/Maximum resident set size/ {kib = $2} /^fileinfo: [0-9]+ changed/ {sub(/^fileinfo: /, ""); edit = $0}
+                END {print kib " KiB (" edit ")"}'
+}
 
 for size in 16M 2G; do
   for writer in fields library; do
@@ -25,9 +34,9 @@ for size in 16M 2G; do
     truncate -s "$size" "$file"
     force=""
     [ "$writer" = library ] && force="--force"
-    kib=$(peak_kib "$tool" --set title=Measured --set track=2 --writer "$writer" $force --no-backup "$file")
+    peak=$(peak_kib "$tool" --set title=Measured --set track=2 --writer "$writer" $force --no-backup "$file")
     status=$("$tool" --json "$file" >/dev/null 2>&1 && echo loads || echo "does not load")
-    echo "$size $writer: max RSS ${kib} KiB ($(du -k "$file" | cut -f1) KiB on disk, $status)"
+    echo "$size $writer: max RSS $peak, $(du -k "$file" | cut -f1) KiB on disk after, $status"
     rm -f "$file"
   done
 done
