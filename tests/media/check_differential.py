@@ -158,6 +158,7 @@ def main():
             expect(path, "audio_codec", r["audio_codec"], codec_name(audio))
             expect(path, "sample_rate", r["sample_rate"], int(audio.get("sample_rate", 0)))
             expect(path, "channels", r["channels"], audio.get("channels", 0))
+            # Bits of compressed sound (ADPCM) are the codec's business.
             if r["audio_codec"] in ("PCM", "ALAC"):
                 bits = audio.get("bits_per_raw_sample") or audio.get("bits_per_sample") or 0
                 expect(path, "bits_per_sample", r["bits_per_sample"], int(bits))
@@ -180,8 +181,11 @@ def main():
             # mutagen reads neither RIFF INFO nor AIFF text chunks: ffprobe does.
             probe_tags = {k.lower(): v for k, v in fmt.get("tags", {}).items()}
             if r["type"] in ("WAV", "AIFF", "AIFC") and probe_tags:
-                for ours_name, their_name in (("title", "title"), ("artist", "artist"), ("comment", "comment")):
-                    expect(path, ours_name, r["tags"][ours_name], probe_tags.get(their_name, ""))
+                # ffprobe calls an AIFF's AUTH chunk "author".
+                artist = probe_tags.get("artist", probe_tags.get("author", ""))
+                for ours_name, theirs_value in (("title", probe_tags.get("title", "")), ("artist", artist),
+                                                ("comment", probe_tags.get("comment", ""))):
+                    expect(path, ours_name, r["tags"][ours_name], theirs_value)
             continue
         for name, value in theirs.items():
             expect(path, name, r["tags"][name], value)
