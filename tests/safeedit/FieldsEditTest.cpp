@@ -5,6 +5,10 @@
 // unchanged. No --force is needed for an ordinary edit.
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
+
+#include <cstdio>
+
 #include "Child.h"
 #include "SafeEdit.h"
 #include "TestFiles.h"
@@ -194,6 +198,70 @@ TEST_F(FieldsEdit, TheToolEditsWithoutForceAndPrintsTheDifferenceOfADryRun) {
     const ToolResult run = RunToolIn(dir_.path().string(), {"--set", "title=\xE6\x97\xA5\xE6\x9C\xAC", "--no-backup", path});
     EXPECT_EQ(run.exitCode, 0) << run.err;
     EXPECT_EQ(ReadingOf(path).tags.title, "\xE6\x97\xA5\xE6\x9C\xAC");
+}
+
+// compare_edit.py's account of a file before and after an edit.
+nlohmann::json CompareFiles(const std::string& before, const std::string& after) {
+    const std::string command =
+        std::string(FILEINFO_PYTHON3) + " " + FILEINFO_COMPARE_EDIT + " '" + before + "' '" + after + "'";
+    std::string out;
+    if (FILE* pipe = popen(command.c_str(), "r")) {
+        char buffer[4096];
+        size_t n;
+        while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) out.append(buffer, n);
+        pclose(pipe);
+    }
+    return nlohmann::json::parse(out, nullptr, false);
+}
+
+// An example rewritten by ffmpeg (the samples copied) with a title: a
+// LIST/INFO chunk in a WAV file, an ID3 chunk in an AIFF file.
+std::string Tagged(const TempDir& dir, const std::string& from, const std::string& name) {
+    const std::string path = dir.file("made-" + name);
+    const std::string command = "ffmpeg -v error -y -i '" + from + "' -c copy -write_id3v2 1 -metadata title=Old '" +
+                                path + "'";
+    EXPECT_EQ(system(command.c_str()), 0);
+    return path;
+}
+
+TEST_F(FieldsEdit, WavInfoChunksTakeLatin1TextsAndRefuseOthers) {
+    TempDir made;
+    const std::string original = Tagged(made, kExamples + "/tone-mono.wav", "tone.wav");
+    ASSERT_EQ(ReadingOf(original).tags.title, "Old");
+    const std::string path = Copy(original, "tone.wav");
+    fileinfo::EditOptions options;
+    options.backup = false;
+    fileinfo::EditResult r = fileinfo::EditTags(path, Edits({"title=Caf\xC3\xA9"}), options);
+    ASSERT_EQ(r.status, EditStatus::Changed) << r.reason << fileinfo::DescribeDifference(r.difference);
+    EXPECT_EQ(ReadingOf(path).tags.title, "Caf\xC3\xA9");
+    const nlohmann::json c = CompareFiles(original, path);
+    EXPECT_TRUE(c["same_audio"].get<bool>());
+    EXPECT_TRUE(c["same_samples"].get<bool>());
+    // INFO texts are 8-bit: a Japanese title cannot be written there, and
+    // the edit that would not read back is refused.
+    const std::string before = ReadFile(path);
+    r = fileinfo::EditTags(path, Edits({"title=\xE6\x97\xA5\xE6\x9C\xAC"}), options);
+    EXPECT_EQ(r.status, EditStatus::Refused);
+    ASSERT_EQ(r.difference.mismatches.size(), 1u);
+    EXPECT_EQ(r.difference.mismatches[0].readBack, "Caf\xC3\xA9");
+    EXPECT_TRUE(ReadFile(path) == before);
+}
+
+TEST_F(FieldsEdit, AiffId3ChunksTakeUnicodeTextsAndKeepTheSamples) {
+    TempDir made;
+    const std::string original = Tagged(made, kFixtures + "/aiff/sox-mono-8k.aif", "tone.aif");
+    ASSERT_EQ(ReadingOf(original).tags.title, "Old");
+    const std::string path = Copy(original, "tone.aif");
+    fileinfo::EditOptions options;
+    options.backup = false;
+    const fileinfo::EditResult r =
+        fileinfo::EditTags(path, Edits({"title=\xE6\x97\xA5\xE6\x9C\xAC", "track=2/9"}), options);
+    ASSERT_EQ(r.status, EditStatus::Changed) << r.reason << fileinfo::DescribeDifference(r.difference);
+    EXPECT_EQ(ReadingOf(path).tags.title, "\xE6\x97\xA5\xE6\x9C\xAC");
+    const nlohmann::json c = CompareFiles(original, path);
+    EXPECT_EQ(c["changed_keys"], nlohmann::json({"TIT2", "TRCK"}));
+    EXPECT_TRUE(c["same_audio"].get<bool>());
+    EXPECT_TRUE(c["same_samples"].get<bool>());
 }
 
 }  // namespace
