@@ -250,6 +250,15 @@ TEST_P(SafeEditUnderFault, KillingA50MegabyteEditAtAnyMomentLeavesTheOldOrTheNew
         EXPECT_EQ(TempFilesIn(folder_).size(), copyExists ? 1u : 0u) << point;
         Cleanup();
         ExpectIntact(original, result, point);
+        // A killed edit that never replaced the file leaves no backup, and
+        // the next edit of the file goes through.
+        if (ReadFile(path_) == original) {
+            EXPECT_EQ(BackupsIn(folder_), std::vector<std::string>()) << point << ": a stray backup";
+            std::vector<std::string> next = EditOf(path_);
+            next.insert(next.begin(), "--no-backup");
+            EXPECT_EQ(RunToolIn(logs_, next).exitCode, 0) << point;
+            EXPECT_TRUE(ReadFile(path_) == result) << point;
+        }
     }
 
     // And at moments spread over a whole edit.
