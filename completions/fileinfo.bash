@@ -2,10 +2,26 @@
 
 _fileinfo_fields="path status is_audio is_video has_tags identified playable refused_by isVbr trackNumber level profile profileLevelId bitsPerSample height width fileSize frameRate sampleRate bitRate peakBitRate durationMs fileType audioCodec audioFormat videoFormat spareText channelMode title artist album genre lyrics year comment composer"
 
+# The subcommands, and each one's options: one line each to add.
+_fileinfo_subcommands="report"
+_fileinfo_options_report="-o --output --device --title -j --jobs --ext --hidden --help"
+
+# Device lists by name, as --device finds them (share/fileinfo/devices).
+_fileinfo_devices() {
+    local dir names=""
+    for dir in ${FILEINFO_DEVICES//:/ } /usr/local/share/fileinfo/devices /usr/share/fileinfo/devices; do
+        [[ -d $dir ]] && names+=" $(cd "$dir" && compgen -G '*.plist' | sed 's/\.plist$//')"
+    done
+    echo "$names"
+}
+
 _fileinfo() {
-    local cur prev
+    local cur prev sub=""
     cur=${COMP_WORDS[COMP_CWORD]}
     prev=${COMP_WORDS[COMP_CWORD-1]}
+    if ((COMP_CWORD > 1)) && [[ " $_fileinfo_subcommands " == *" ${COMP_WORDS[1]} "* ]]; then
+        sub=${COMP_WORDS[1]}
+    fi
     case $prev in
         --format)
             COMPREPLY=($(compgen -W "list json csv tsv table" -- "$cur"))
@@ -26,20 +42,30 @@ _fileinfo() {
             COMPREPLY=($(compgen -S = -W "title artist album genre year comment composer lyrics track" -- "$cur"))
             compopt -o nospace 2>/dev/null || :
             return ;;
-        --device|--from)
+        --device)
+            COMPREPLY=($(compgen -W "$(_fileinfo_devices)" -- "$cur") $(compgen -f -- "$cur"))
+            compopt -o filenames 2>/dev/null || :
+            return ;;
+        --from|--summary-file|-o|--output)
             COMPREPLY=($(compgen -f -- "$cur"))
             compopt -o filenames 2>/dev/null || :
             return ;;
-        -j|--jobs|--ext)
+        -j|--jobs|--ext|--title)
             return ;;
     esac
     if [[ $cur == -* ]]; then
-        COMPREPLY=($(compgen -W "--format --json --fields --all-fields --summary --summary-only --progress
-            --no-progress --from -0 --null --ext --hidden --strict --jobs --device --explain --only
-            --fail-unplayable --set --dry-run --force --no-backup --writer --id3v2.3 --restore --version --help" -- "$cur"))
+        if [[ -n $sub ]]; then
+            local options="_fileinfo_options_$sub"
+            COMPREPLY=($(compgen -W "${!options}" -- "$cur"))
+        else
+            COMPREPLY=($(compgen -W "--format --json --fields --all-fields --summary --summary-only --summary-file
+                --progress --no-progress --from -0 --null --ext --hidden --strict --jobs --device --explain --only
+                --fail-unplayable --set --dry-run --force --no-backup --writer --id3v2.3 --restore --version --help" -- "$cur"))
+        fi
         return
     fi
     COMPREPLY=($(compgen -f -- "$cur"))
+    ((COMP_CWORD == 1)) && COMPREPLY+=($(compgen -W "$_fileinfo_subcommands" -- "$cur"))
     compopt -o filenames 2>/dev/null || :
 }
 

@@ -27,6 +27,11 @@ export PKG_CONFIG_PATH="$prefix/lib/pkgconfig"
 c++ -std=c++17 -o "$work/host-pc" "$root/examples/host/main.cpp" $(pkg-config --cflags --libs fileinfo)
 LD_LIBRARY_PATH="$prefix/lib" "$work/host-pc" "$root/devices/player-caps.plist" "${media[@]}" >/dev/null
 
+echo "== the installed tool finds the installed device lists by name"
+test -f "$prefix/share/fileinfo/devices/player-caps.plist"
+(cd "$work" && env -u FILEINFO_DEVICES LD_LIBRARY_PATH="$prefix/lib" "$prefix/bin/fileinfo" --device player-caps \
+  --summary-only "$root/examples" | grep -q "device:     5 playable, 1 unplayable")
+
 echo "== every installed header in one translation unit"
 for h in "$prefix"/include/FileInfo/*.h; do echo "#include \"$(basename "$h")\""; done >"$work/all.cpp"
 echo "int main() { return 0; }" >>"$work/all.cpp"
@@ -61,6 +66,11 @@ maps = open("/proc/self/maps").read().split()
 library = [p for p in maps if os.path.basename(p).startswith("libFileInfo.so")]
 assert library and all(os.path.realpath(p).startswith(prefix) for p in library), library
 record = fileinfo.load(sys.argv[1])
+import subprocess
+# python -m fileinfo finds the prefix's device lists by name too.
+done = subprocess.run([sys.executable, "-m", "fileinfo", "--device", "player-caps", "--json", "--fields", "playable",
+                       sys.argv[1]], capture_output=True, cwd="/")
+assert done.stdout == b'{"playable":true}\n', done
 assert record.status == 1 and record.fileType == "MP3", record
 print(f"  fileinfo {fileinfo.__version__} from {os.path.dirname(fileinfo.__file__)}")
 EOF

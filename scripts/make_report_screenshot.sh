@@ -8,12 +8,12 @@ cd "$(dirname "$0")/.."
 build=${BUILD:-build}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-"$build/tools/fileinfo" report examples --device devices/player-caps.plist \
+"$build/tools/fileinfo" report examples --device player-caps \
   --title "My examples on the Pocket Player" -o "$work/report.html"
 chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run \
   --disable-background-networking --disable-component-update --disable-sync \
   --user-data-dir="$work/profile" --proxy-server=127.0.0.1:9 --hide-scrollbars \
-  --force-device-scale-factor=1 --window-size=1100,1180 \
+  --force-device-scale-factor=1 --window-size=1280,1300 \
   --screenshot="$work/shot.png" "file://$work/report.html" 2>/dev/null
 /usr/bin/python3 - "$work/shot.png" docs/report.png <<'PY'
 import sys

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# From a fresh clone: installs what is missing, builds, and runs every test.
+# From a fresh clone: installs what is missing, builds everything (the tests,
+# the Python package, the benchmark), and runs every test.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh

@@ -44,6 +44,26 @@ std::vector<std::string> ExtensionList(const std::vector<std::string>& given) {
     return extensions;
 }
 
+std::string Lower(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return static_cast<char>(tolower(c)); });
+    return text;
+}
+
+// The field nearest to a mistyped one: the same name in other case
+// ("durationms"), else one within two edits; empty when none is near.
+std::string NearestField(const std::string& given) {
+    std::string best;
+    size_t bestDistance = 3;
+    for (const std::string& name : ColumnNames()) {
+        const size_t d = Lower(name) == Lower(given) ? 0 : EditDistance(Lower(given), Lower(name));
+        if (d < bestDistance) {
+            bestDistance = d;
+            best = name;
+        }
+    }
+    return best;
+}
+
 void UsageError(const std::string& message) {
     std::cerr << "fileinfo: " << message << "\nRun with --help for more information.\n";
 }
@@ -107,8 +127,12 @@ void DeclareOptions(CLI::App& app, Options& o) {
         ->allow_extra_args(false)
         ->group(output);
     app.add_flag("--all-fields", o.allFields, "list: keep the video fields of audio files")->group(output);
-    app.add_flag("--summary", o.summary, "add totals after the files")->group(output);
+    app.add_flag("--summary", o.summary,
+                 "add totals after the files (csv, tsv: on standard error, so the rows stay a table)")
+        ->group(output);
     app.add_flag("--summary-only", o.summaryOnly, "print the totals alone")->group(output);
+    app.add_option("--summary-file", o.summaryFile, "FILE: write the totals into FILE (implies --summary)")
+        ->group(output);
     app.add_flag_callback("--progress", [&o] { o.progress = ProgressMode::kAlways; },
                           "show progress on standard error, even when it is no terminal")
         ->group(output);
@@ -200,7 +224,10 @@ int ParseCommandLine(CLI::App& app, Options& o, int argc, char** argv) {
     for (const std::string& list : o.fieldLists) {
         std::string unknown;
         if (!ParseColumns(list, o.columns, unknown)) {
-            UsageError("--fields: no field is called \"" + unknown + "\"; the fields are " + Joined(ColumnNames()));
+            const std::string nearest = NearestField(unknown);
+            UsageError("--fields: no field is called \"" + unknown + "\"; " +
+                       (nearest.empty() ? "the" : "did you mean " + nearest + "? The") + " fields are " +
+                       Joined(ColumnNames()));
             return kExitUsage;
         }
     }

@@ -35,6 +35,7 @@ struct Options {
     bool allFields = false;
     bool summary = false;
     bool summaryOnly = false;
+    std::string summaryFile;  // --summary-file FILE: the summary goes there
     std::string devicePath;
     bool explain = false;
     Only only = Only::kAll;

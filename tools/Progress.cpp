@@ -12,6 +12,9 @@ namespace fileinfo {
 namespace {
 
 volatile std::sig_atomic_t interrupted = 0;
+// The handler in place before ours, put back by RestoreInterruptHandler.
+struct sigaction previousAction {};
+bool installed = false;
 
 void OnInterrupt(int) { interrupted = 1; }
 
@@ -47,7 +50,13 @@ void InstallInterruptHandler() {
     action.sa_handler = OnInterrupt;
     sigemptyset(&action.sa_mask);
     action.sa_flags = SA_RESTART;
-    sigaction(SIGINT, &action, nullptr);
+    if (sigaction(SIGINT, &action, installed ? nullptr : &previousAction) == 0) installed = true;
+}
+
+void RestoreInterruptHandler() {
+    if (installed) sigaction(SIGINT, &previousAction, nullptr);
+    installed = false;
+    interrupted = 0;
 }
 
 Progress::Progress(ProgressMode mode)

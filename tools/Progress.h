@@ -28,6 +28,8 @@ enum class ProgressMode : unsigned char {
 // Set by SIGINT once the handler is installed.
 bool Interrupted();
 void InstallInterruptHandler();
+// Puts back the handler that was in place before, and forgets a Ctrl-C.
+void RestoreInterruptHandler();
 
 class Progress {
 public:

@@ -4,7 +4,10 @@
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <sstream>
 
+#include "AtomicWrite.h"
+#include "DeviceLists.h"
 #include "JsonLine.h"
 #include "PathList.h"
 #include "Progress.h"
@@ -64,6 +67,8 @@ void Report(const ScanItem& item, Progress& progress, RunState& state) {
         case Outcome::kLoaded: break;
     }
     if (item.error != 0) progress.Say(item.path + ": " + item.reason);
+    const std::string note = FailureNote(item);
+    if (!note.empty()) progress.Say(item.path + ": " + note);
     for (const std::string& warning : Warnings(item)) progress.Say(item.path + ": " + warning);
     state.failed |= item.LoadFailed();
 }
@@ -74,6 +79,31 @@ bool Shown(const Options& o, const DeviceVerdict* verdict) {
     return verdict->playable == (o.only == Only::kPlayable);
 }
 
+// The summary: into --summary-file, else after the rows, except for csv
+// and tsv, whose output must stay one table for its readers: there it
+// goes to standard error. False when the file could not be written.
+bool WriteSummary(const Options& o, const Summary& summary, double seconds, bool device) {
+    std::ostringstream text;
+    if (o.format == Format::kJson) {
+        summary.WriteJson(text, seconds, device);
+    } else {
+        summary.WriteText(text, seconds, device);
+    }
+    if (!o.summaryFile.empty()) {
+        std::string error;
+        if (WriteFileAtomically(o.summaryFile, text.str(), error)) return true;
+        std::cerr << "fileinfo: " << o.summaryFile << ": " << error << "\n";
+        return false;
+    }
+    if (o.format == Format::kCsv || o.format == Format::kTsv) {
+        std::cout.flush();
+        std::cerr << text.str() << std::flush;
+    } else {
+        std::cout << text.str();
+    }
+    return true;
+}
+
 }  // namespace
 
 int RunScanCommand(Options o, bool terminal, unsigned width) {
@@ -82,7 +112,7 @@ int RunScanCommand(Options o, bool terminal, unsigned width) {
     if (!o.devicePath.empty()) {
         Device loaded("");
         std::string error;
-        if (!Device::FromFile(o.devicePath, loaded, error)) {
+        if (!LoadDeviceList(o.devicePath, loaded, error)) {
             std::cerr << "fileinfo: " << o.devicePath << ": " << error << "\n";
             return kExitUsage;
         }
@@ -136,18 +166,15 @@ int RunScanCommand(Options o, bool terminal, unsigned width) {
         }
         progress.Stop();
     }
-    if (Interrupted()) {
+    summary.interrupted = Interrupted();
+    if (o.summary || o.summaryOnly || !o.summaryFile.empty()) {
+        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+        if (!WriteSummary(o, summary, seconds, device.has_value())) state.failed = true;
+    }
+    if (summary.interrupted) {
         std::cout.flush();
         progress.Say("interrupted");
         return kExitInterrupted;
-    }
-    if (o.summary || o.summaryOnly) {
-        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
-        if (o.format == Format::kJson) {
-            summary.WriteJson(std::cout, seconds, device.has_value());
-        } else {
-            summary.WriteText(std::cout, seconds, device.has_value());
-        }
     }
     std::cout.flush();
     if (state.failed) return kExitFailure;

@@ -85,7 +85,8 @@ void Summary::Count(const ScanItem& item, const DeviceVerdict* verdict) {
     } else if (!item.LoadFailed()) {
         ++unidentified;
     } else {
-        ++failed[MediaFileStatusText(item.status)];
+        const std::string note = FailureNote(item);
+        ++failed[note.empty() ? std::string(MediaFileStatusText(item.status)) : note];
     }
     if (verdict == nullptr) return;
     if (verdict->playable) {
@@ -97,7 +98,7 @@ void Summary::Count(const ScanItem& item, const DeviceVerdict* verdict) {
 }
 
 void Summary::WriteText(std::ostream& out, double seconds, bool device) const {
-    out << "summary:\n";
+    out << (interrupted ? "summary (interrupted):\n" : "summary:\n");
     out << "  files:      " << loaded << " loaded, " << unidentified << " unidentified, " << Total(failed)
         << " failed, " << Total(skipped) << " skipped, " << Total(unreadable) << " unreadable\n";
     if (!failed.empty()) out << "  failed:     " << Counts(failed) << "\n";
@@ -117,7 +118,8 @@ void Summary::WriteText(std::ostream& out, double seconds, bool device) const {
 }
 
 void Summary::WriteJson(std::ostream& out, double seconds, bool device) const {
-    std::string line = "{\"summary\":{\"loaded\":" + std::to_string(loaded) +
+    std::string line = std::string("{\"summary\":{") + (interrupted ? "\"interrupted\":true," : "") +
+                       "\"loaded\":" + std::to_string(loaded) +
                        ",\"unidentified\":" + std::to_string(unidentified);
     AppendCounts(line, "failed", failed);
     AppendCounts(line, "skipped", skipped);

@@ -26,6 +26,7 @@ public:
         unsigned long long durationMs = 0;
     };
 
+    bool interrupted = false;        // Ctrl-C ended the run: the totals are of what was done
     unsigned long loaded = 0;        // loaded and identified
     unsigned long unidentified = 0;  // status 1, but no reader identified the bytes
     std::map<std::string, unsigned long> failed;      // by status text

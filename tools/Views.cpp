@@ -34,12 +34,23 @@ std::string MachineText(const Value& v) {
     return v.text;
 }
 
+}  // namespace
+
+std::string FailureNote(const ScanItem& item) {
+    if (item.status == MFI_SHORT_FILE && item.hasRecord && item.record.fileSize == 0) return "empty file";
+    return std::string();
+}
+
+namespace {
+
 // ---- list: today's labelled listing --------------------------------------
 
 void WriteStatusLine(std::ostream& out, const ScanItem& item) {
     out << "  status: " << item.status << " (" << MediaFileStatusText(item.status);
     // The library calls a load it could not place a success; say so.
     if (item.status == MFI_OK && !item.Identified()) out << ", but no reader identified the file";
+    const std::string note = FailureNote(item);
+    if (!note.empty()) out << ": " << note;
     out << ")\n";
 }
 

@@ -50,6 +50,11 @@ void WriteListing(std::ostream& out, const FileView& file, bool allFields, bool 
 // `json`: what --set shows of a file it edited. False when it did not load.
 bool ShowReadBack(std::ostream& out, const std::string& path, bool json);
 
+// Why a file did not load, in words a person acts on, where the status
+// alone misleads: "empty file" for a 0-byte file (status 6 says "cannot
+// stat, or file too short"). Empty when the status says it all.
+std::string FailureNote(const ScanItem& item);
+
 // Durations for people: h:mm:ss, and m:ss.mmm in the listing.
 std::string HoursMinutesSeconds(unsigned long ms);
 

@@ -80,7 +80,7 @@ def _extensions(ext: Union[None, str, Iterable[str]]) -> list:
     if ext is None:
         return []
     if isinstance(ext, str):
-        ext = [ext]
+        ext = ext.split(",")  # "mp3,m4a", as the tool's --ext takes it
     out = []
     for e in ext:
         e = e.lower().lstrip(".")
@@ -122,7 +122,12 @@ def scan(
     A path that cannot be reached (a named path that does not exist, a
     folder that cannot be listed, a file that cannot be opened) raises its
     OSError subclass, which ends the iteration; with `on_error`, the error
-    is passed to it instead and the scan goes on.
+    is passed to it instead and the scan goes on. So does a FIFO, device or
+    socket, named or found in a walk (OSError EINVAL, "not a regular file
+    (FIFO)"): it is never opened, and never dropped in silence. The paths a
+    walk passes over by choice (extensions no reader takes or not in `ext`,
+    hidden names, links to folders) are counted by reason in the
+    iterator's `skipped` dict, as the tool's summary counts them.
     """
     if jobs is None:
         jobs = 0
@@ -147,8 +152,9 @@ class Verdict(NamedTuple):
 class Device:
     """A device, from its capability list (a property-list text).
 
-    `caps_text_or_path` is the list's text (str or bytes holding a "<"), or
-    the path of a file holding it. judge(record) gives the library's own
+    `caps_text_or_path` is the list's text (str or bytes holding a "<"),
+    the path of a file holding it, or the name of an installed list
+    ("player-caps"), found as `fileinfo --device` finds it. judge(record) gives the library's own
     verdict, with a fresh filter for every record.
     """
 
@@ -160,9 +166,12 @@ class Device:
         elif isinstance(caps_text_or_path, str) and "<" in caps_text_or_path:
             text = caps_text_or_path.encode("utf-8", "surrogateescape")
         else:
-            with open(caps_text_or_path, "rb") as f:
+            # A path, or the name of an installed list ("player-caps"), as
+            # fileinfo --device takes it.
+            path = os.fsdecode(_fileinfo.find_device_list(os.fsencode(caps_text_or_path)))
+            with open(path, "rb") as f:
                 text = f.read()
-            self.path = os.fsdecode(caps_text_or_path)
+            self.path = path
         self._device = _fileinfo.Device(text)
 
     path: Optional[str] = None

@@ -15,7 +15,9 @@ same place everywhere), and must be able to import fileinfo.
 
 from __future__ import annotations
 
+import errno
 import os
+import stat
 from typing import Any, Iterable, List, Optional, Union
 
 import dask
@@ -64,6 +66,25 @@ def _raise(error: OSError) -> None:
     raise error
 
 
+def _with_text_paths(error: OSError) -> OSError:
+    """The same error with its paths as text: the walk works on bytes, and
+    a message shows b'/music/x.mp3' otherwise."""
+    if not isinstance(error.filename, bytes) and not isinstance(error.filename2, bytes):
+        return error
+    names = [os.fsdecode(n) if isinstance(n, bytes) else n for n in (error.filename, error.filename2)]
+    args = (error.errno, error.strerror, names[0]) + ((None, names[1]) if names[1] is not None else ())
+    return type(error)(*args)
+
+
+def _special_file(path: bytes, st_mode: int) -> OSError:
+    """What fileinfo.scan reports for a FIFO, device or socket found in a
+    walk."""
+    kind = ("FIFO" if stat.S_ISFIFO(st_mode) else "character device" if stat.S_ISCHR(st_mode)
+            else "block device" if stat.S_ISBLK(st_mode) else "socket" if stat.S_ISSOCK(st_mode)
+            else "special file")
+    return OSError(errno.EINVAL, f"not a regular file ({kind})", os.fsdecode(path))
+
+
 def list_files(
     paths_or_dirs: Union[PathLike, Iterable[PathLike]],
     ext: Union[None, str, Iterable[str]] = None,
@@ -80,7 +101,10 @@ def list_files(
     in fileinfo.scan.
     """
     wanted = set(fileinfo._extensions(ext))
-    report = on_error or _raise
+    handler = on_error or _raise
+
+    def report(error: OSError) -> None:
+        handler(_with_text_paths(error))
     out: List[str] = []
 
     def walk(folder: bytes) -> None:
@@ -100,7 +124,10 @@ def list_files(
                     walk(e.path)
                     continue
                 if not e.is_file(follow_symlinks=True):
-                    continue  # a special file, a link to a folder, a dangling link
+                    mode = e.stat(follow_symlinks=True).st_mode
+                    if not stat.S_ISDIR(mode):  # a link to a folder is passed over
+                        report(_special_file(e.path, mode))
+                    continue
             except OSError as error:
                 report(error)
                 continue

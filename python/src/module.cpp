@@ -13,18 +13,23 @@
 #include <cstdio>
 #include <cstring>
 #include <algorithm>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "DeviceLists.h"
 #include "FileInfoVersion.h"
 #include "MediaFileInfo.h"
 #include "RecordFields.h"
 #include "SafeEdit.h"
 #include "Scan.h"
 #include "Verdict.h"
+#ifdef FILEINFO_PYTHON_WITH_TOOL
+#include "Tool.h"
+#endif
 
 
 namespace py = pybind11;
@@ -276,9 +281,15 @@ public:
                     break;
                 case fileinfo::Outcome::kSkipped:
                     // Files found in a walk that no reader takes, hidden or
-                    // not selected are no media files: not listed. A named
-                    // file is answered for, like load() would.
-                    if (!item.named) continue;
+                    // not selected, and links to folders, are passed over
+                    // as the tool does: counted in `skipped`, not listed. A
+                    // FIFO, device or socket may have been meant to be
+                    // read: reported like an unreachable path, as the tool
+                    // reports it. A named file is answered for, like load().
+                    if (!item.named) {
+                        ++skipped_[SkipName(item.skip)];
+                        if (item.skip != fileinfo::SkipReason::kSpecialFile) continue;
+                    }
                     if (item.skip == fileinfo::SkipReason::kExtension) {
                         const std::string path = item.path;
                         py::gil_scoped_release release;
@@ -350,11 +361,26 @@ public:
     }
 
     size_t Found() const { return scan_ ? scan_->Found() : 0; }
+    const std::map<std::string, size_t>& Skipped() const { return skipped_; }
 
 private:
     static constexpr size_t kLargestBatch = 64;
 
+    // Paths a walk passed over, by reason, as the tool's summary counts them.
+    static const char* SkipName(fileinfo::SkipReason reason) {
+        switch (reason) {
+            case fileinfo::SkipReason::kExtension: return "extension not read";
+            case fileinfo::SkipReason::kNotSelected: return "extension not selected";
+            case fileinfo::SkipReason::kHidden: return "hidden";
+            case fileinfo::SkipReason::kSpecialFile: return "special file";
+            case fileinfo::SkipReason::kLinkedFolder: return "link to a folder";
+            case fileinfo::SkipReason::kNone: break;
+        }
+        return "skipped";
+    }
+
     py::object onError_;
+    std::map<std::string, size_t> skipped_;
     std::vector<std::unique_ptr<Record>> batch_;
     size_t next_ = 0;
     size_t batchSize_ = 1;
@@ -452,6 +478,22 @@ py::dict RestoreBackup(const std::string& backupPath, const std::string& origina
     return out;
 }
 
+#ifdef FILEINFO_PYTHON_WITH_TOOL
+// `fileinfo ARGS...` in this process: the tool's own code, with the GIL
+// released while it runs (it calls no Python). Arguments are bytes, as the
+// program gets them. The tool moves the process's standard output
+// descriptor while it runs, so runs from several threads take turns.
+int RunTool(std::vector<std::string> args) {
+    static std::mutex oneAtATime;
+    std::vector<char*> argv;
+    for (std::string& a : args) argv.push_back(&a[0]);
+    argv.push_back(nullptr);
+    py::gil_scoped_release release;
+    std::lock_guard<std::mutex> lock(oneAtATime);
+    return fileinfo::RunTool(static_cast<int>(args.size()), argv.data());
+}
+#endif
+
 }  // namespace
 
 PYBIND11_MODULE(_fileinfo, m) {
@@ -532,7 +574,9 @@ has_tags and identified.)");
             s.Stop();
             return false;
         })
-        .def_property_readonly("found", &PyScan::Found, "Paths the walk found so far.");
+        .def_property_readonly("found", &PyScan::Found, "Paths the walk found so far.")
+        .def_property_readonly("skipped", &PyScan::Skipped,
+                               "Paths a walk passed over so far, by reason ({'extension not read': 3, ...}).");
 
     py::class_<fileinfo::Device>(m, "Device")
         .def(py::init([](const py::bytes& text) {
@@ -553,7 +597,14 @@ has_tags and identified.)");
         .def("limit", &fileinfo::Device::Limit, py::arg("file_type"), py::arg("key"))
         .def_property_readonly("text", [](const fileinfo::Device& d) { return py::bytes(d.Text()); });
 
+    m.def(
+        "find_device_list", [](const std::string& given) { return py::bytes(fileinfo::FindDeviceList(given)); },
+        py::arg("name"), "The path of the device list a name or path gives, as fileinfo --device finds it.");
     m.def("set_tags", &SetTags, py::arg("path"), py::arg("assignments"), py::arg("dry_run"), py::arg("force"),
           py::arg("backup"), py::arg("writer"), py::arg("id3v23"));
     m.def("restore_backup", &RestoreBackup, py::arg("backup_path"), py::arg("original_path"));
+#ifdef FILEINFO_PYTHON_WITH_TOOL
+    m.def("run_tool", &RunTool, py::arg("argv"),
+          "Runs the fileinfo command line (argv[0] first, bytes); returns its exit status.");
+#endif
 }

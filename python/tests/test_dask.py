@@ -1,5 +1,6 @@
 """fileinfo.dask.scan on a LocalCluster of two worker processes."""
 
+import os
 import subprocess
 import sys
 
@@ -94,3 +95,28 @@ def test_a_cluster_given_by_its_schedulers_address(client):
     finally:
         fileinfo.dask.disconnect()
     assert not fileinfo.dask._connected
+
+
+def test_listing_errors_name_paths_as_text_and_report_what_the_scan_reports(tmp_path):
+    tree = tmp_path / "tree"
+    (tree / "locked").mkdir(parents=True)
+    os.mkfifo(tree / "pipe.mp3")
+    (tree / "link").symlink_to(tmp_path)
+    (tree / "gone.mp3").symlink_to(tmp_path / "nowhere.mp3")
+    os.chmod(tree / "locked", 0)
+    try:
+        listed, scanned = [], []
+        fileinfo.dask.list_files(tree, on_error=listed.append)
+        list(fileinfo.scan(tree, on_error=scanned.append))
+    finally:
+        os.chmod(tree / "locked", 0o755)
+    described = [(type(e), e.filename, e.strerror) for e in listed]
+    assert all(isinstance(e.filename, str) for e in listed)
+    if os.geteuid() != 0:  # root lists any folder
+        assert (PermissionError, str(tree / "locked"), "Permission denied") in described
+    assert (FileNotFoundError, str(tree / "gone.mp3"), "No such file or directory") in described
+    assert (OSError, str(tree / "pipe.mp3"), "not a regular file (FIFO)") in described
+    assert sorted(described, key=str) == sorted([(type(e), e.filename, e.strerror) for e in scanned], key=str)
+    with pytest.raises(FileNotFoundError) as caught:
+        fileinfo.dask.list_files(tmp_path / "missing")
+    assert str(caught.value) == f"[Errno 2] No such file or directory: '{tmp_path / 'missing'}'"

@@ -81,3 +81,19 @@ def test_files_that_did_not_load_are_never_playable(tmp_path):
     notes.write_text("x")
     verdict = fileinfo.Device(CAPS).judge(fileinfo.load(notes))
     assert verdict == (False, None, "the file did not load")
+
+
+def test_a_device_list_is_found_by_name_as_the_tool_finds_it(tmp_path, monkeypatch):
+    caps = CAPS.resolve()
+    # From the build tree, the source tree's devices/ is searched.
+    monkeypatch.chdir(tmp_path)
+    by_name = fileinfo.Device("player-caps")
+    assert by_name.text == caps.read_bytes()
+    assert os.path.samefile(by_name.path, caps)
+    (tmp_path / "mine.plist").write_bytes(caps.read_bytes())
+    monkeypatch.setenv("FILEINFO_DEVICES", f"{tmp_path / 'elsewhere'}:{tmp_path}")
+    monkeypatch.chdir("/")
+    assert fileinfo.Device("mine").path == str(tmp_path / "mine.plist")
+    with pytest.raises(FileNotFoundError) as caught:
+        fileinfo.Device("no-such-player")
+    assert caught.value.filename == "no-such-player"

@@ -195,3 +195,27 @@ def test_close_from_another_thread_wakes_a_waiting_scan(tmp_path):
     assert not reader.is_alive()
     assert len(got) < 20
     assert list(records) == []
+
+
+def test_special_files_found_in_a_walk_are_reported_and_passed_over_paths_counted(tmp_path):
+    tree = tmp_path / "tree"
+    tree.mkdir()
+    shutil.copy(EXAMPLES / "chord-vbr.mp3", tree / "a.mp3")
+    os.mkfifo(tree / "b.mp3")
+    (tmp_path / "elsewhere").mkdir()
+    (tree / "c").symlink_to(tmp_path / "elsewhere")
+    (tree / "d.txt").write_text("notes")
+    errors = []
+    with fileinfo.scan(tree, on_error=errors.append) as records:
+        paths = [r.path for r in records]
+        skipped = dict(records.skipped)
+    assert paths == [str(tree / "a.mp3")]
+    assert [(type(e), e.filename, e.strerror) for e in errors] == [
+        (OSError, str(tree / "b.mp3"), "not a regular file (FIFO)"),
+    ]
+    assert errors[0].errno == errno.EINVAL
+    assert skipped == {"extension not read": 1, "special file": 1, "link to a folder": 1}
+    # Without a handler, the first of them ends the iteration, as an unreachable path does.
+    with pytest.raises(OSError) as caught:
+        list(fileinfo.scan(tree))
+    assert caught.value.filename == str(tree / "b.mp3")

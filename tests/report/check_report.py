@@ -209,7 +209,7 @@ READ_PAGE = r"""(() => {
     rows: document.querySelectorAll('#file-rows tr').length,
     problems: [...document.querySelectorAll('#problem-list tbody tr')].map(tr => [...tr.cells].map(c => c.textContent)),
     scripts: document.scripts.length, images: document.images.length,
-    svgs: [...document.querySelectorAll('svg')].map(s => ({label: s.getAttribute('aria-labelledby'),
+    svgs: [...document.querySelectorAll('svg:not([aria-hidden])')].map(s => ({label: s.getAttribute('aria-labelledby'),
         title: (s.querySelector('title') || {}).textContent, desc: (s.querySelector('desc') || {}).textContent})),
     limits: [...document.querySelectorAll('#scatter-size [data-limit]')].map(l => l.getAttribute('data-limit') + '=' + l.getAttribute('data-value')),
     boxes: boxes, viewport: innerWidth, scrollWidth: document.documentElement.scrollWidth,
@@ -225,6 +225,47 @@ TIMINGS = r"""(() => {
   return {load: performance.getEntriesByType('navigation')[0].loadEventEnd, sort: t1 - t0, filter: t2 - t1,
           rows: document.querySelectorAll('#file-rows tr').length,
           files: Number(document.getElementById('fig-files').getAttribute('data-value'))};
+})()"""
+
+# What a reader sees: columns on screen, texts that fit their boxes, chart
+# text at a readable size, points clear of the limits' labels.
+LAYOUT = r"""(() => {
+  const wrap = document.getElementById('file-table-wrap');
+  const wr = wrap.getBoundingClientRect();
+  const shown = e => { const s = getComputedStyle(e); const r = e.getBoundingClientRect();
+      return s.display !== 'none' && s.visibility !== 'hidden' && r.width > 0 && r.left >= -1; };
+  const heads = {};
+  document.querySelectorAll('#file-head th').forEach(th => { const r = th.getBoundingClientRect();
+      heads[th.getAttribute('data-key')] = shown(th) && r.right <= wr.right + 1 && r.left >= wr.left - 1; });
+  const cut = [];
+  document.querySelectorAll('td, th, h1, h2, h3, .figure .label, .figure .value, .note, .meta, option').forEach(e => {
+      if (e.closest('[hidden]') || getComputedStyle(e).display === 'none' || e.tagName === 'OPTION') return;
+      if (e.scrollWidth > e.clientWidth + 1) cut.push(e.tagName + ': ' + e.textContent.slice(0, 60)); });
+  const svgText = [], small = [], ellipsis = [];
+  document.querySelectorAll('svg:not([aria-hidden])').forEach(svg => {
+      const box = svg.getBoundingClientRect(), scale = box.width / svg.viewBox.baseVal.width;
+      svg.querySelectorAll('text').forEach(t => {
+          const r = t.getBoundingClientRect();
+          if (r.left < box.left - 1 || r.right > box.right + 1 || r.top < box.top - 1 || r.bottom > box.bottom + 1)
+              svgText.push(t.textContent + ' ' + JSON.stringify([r.left, r.right, box.left, box.right]));
+          const px = parseFloat(getComputedStyle(t).fontSize) * scale;
+          if (px < 11 - 0.01) small.push(t.textContent + ': ' + px.toFixed(1) + 'px');
+          if (t.textContent.indexOf('\u2026') >= 0) ellipsis.push(t.textContent);
+      }); });
+  const labels = [...document.querySelectorAll('#scatter-size .limit-label tspan')].map(t => t.getBoundingClientRect());
+  const covered = [...document.querySelectorAll('#scatter-size circle')].filter(c => { const a = c.getBoundingClientRect();
+      return labels.some(b => a.left < b.right && b.left < a.right && a.top < b.bottom && b.top < a.bottom); }).length;
+  const rows = [...document.querySelectorAll('#file-rows tr')];
+  const rates = [...document.querySelectorAll('#hist-samplerate .bar-item')].map(g => g.getAttribute('data-label'));
+  const whys = [...document.querySelectorAll('#file-rows .why')].map(w => ({text: w.textContent,
+      lines: Math.round(w.getBoundingClientRect().height / parseFloat(getComputedStyle(w).lineHeight || 16))}));
+  return {heads: heads, tableScroll: wrap.scrollWidth - wrap.clientWidth, cut: cut, svgText: svgText, small: small,
+      ellipsis: ellipsis, limitLabels: labels.length, covered: covered,
+      cards: rows.length > 0 && rows.every(tr => getComputedStyle(tr).display === 'block' &&
+          tr.getBoundingClientRect().right <= innerWidth + 1),
+      theadShown: getComputedStyle(document.querySelector('#file-table thead')).position !== 'absolute',
+      rates: rates, rateNote: (document.querySelector('#hist-samplerate .note') || {}).textContent || '',
+      firstPath: rows.length ? rows[0].cells[0].textContent : '', whys: whys};
 })()"""
 
 TABLE = r"""[...document.querySelectorAll('#file-rows tr')].map(tr => [...tr.cells].map(c => c.textContent))"""
@@ -251,7 +292,9 @@ def expected_figures(lines, tree_files):
             else:
                 by_why[d["explanation"]] = by_why.get(d["explanation"], 0) + 1
         if identified(d):
-            t = d["record"]["fileType"] or "(no file type)"
+            # As the summary names types: an ADTS stream (.aac) is "AAC".
+            t = d["record"]["fileType"] or ("AAC" if d["path"].lower().endswith(".aac")
+                                            else "video" if d["is_video"] else "audio")
             by_type[t] = by_type.get(t, 0) + 1
     listed = {d["path"] for d in lines}
     return {
@@ -284,6 +327,12 @@ def make_hostile_files(fileinfo, source, folder):
     with open(os.path.join(folder, "random-bytes.mp3"), "wb") as f:
         f.write(bytes((k * 131 + 17) % 251 for k in range(4096)))
     open(os.path.join(folder, "empty.mp3"), "wb").close()
+    # A WAV header whose sample rate reads as 4,076,822,644 Hz.
+    with open(os.path.join(source, "examples", "tone-mono.wav"), "rb") as f:
+        wav = bytearray(f.read())
+    wav[24:28] = (4076822644).to_bytes(4, "little")
+    with open(os.path.join(folder, "odd-rate.wav"), "wb") as f:
+        f.write(bytes(wav))
     with open(os.path.join(folder, "notes.txt"), "w") as f:
         f.write("not media\n")
 
@@ -334,6 +383,31 @@ def check_page(browser, url, exp, lines, width, height, mobile, scheme, shots):
         check(b and b["shown"] and b["w"] > 0 and b["h"] > 0 and b["left"] >= -1 and b["right"] <= p["viewport"] + 1,
               "%s: #%s is shown on the page (%s)" % (what, name, b))
     check(p["scrollWidth"] <= p["viewport"], what + ": nothing spills sideways")
+
+    page.js("location.hash = 'view=files'")
+    page.b.settle(0.3)
+    lay = page.js(LAYOUT)
+    print("layout at %s: %s" % (what, json.dumps({k: lay[k] for k in ("heads", "tableScroll", "rates", "limitLabels",
+                                                                      "covered", "cards", "firstPath")})))
+    check(not lay["cut"], "%s: no text is cut by its box: %s" % (what, lay["cut"][:5]))
+    check(not lay["svgText"], "%s: every chart text lies inside its chart: %s" % (what, lay["svgText"][:5]))
+    check(not lay["ellipsis"], "%s: no chart label is shortened with an ellipsis: %s" % (what, lay["ellipsis"][:5]))
+    check(not lay["small"], "%s: chart text is at least 11 px: %s" % (what, lay["small"][:5]))
+    check(lay["limitLabels"] >= 1 and lay["covered"] == 0, what + ": no point of the scatter covers the limits' labels")
+    real = {"4", "8", "11.025", "12", "16", "22.05", "24", "32", "44.1", "48", "96", "other"}
+    check(set(lay["rates"]) <= real and "other" in lay["rates"],
+          "%s: the sample-rate bins are real rates and one for the others: %s" % (what, lay["rates"]))
+    check("4,076,822.644 kHz (1 file)" in lay["rateNote"], "%s: the outlier rate is named: %s" % (what, lay["rateNote"]))
+    long_whys = [w for w in lay["whys"] if len(w["text"]) > 60]
+    check(long_whys and all(w["lines"] >= 2 for w in long_whys),
+          "%s: long reasons are shown whole, wrapped onto more lines: %s" % (what, long_whys[:2]))
+    if width >= 1280:
+        wanted = ["path", "type", "duration", "title", "artist", "playable"]
+        check(all(lay["heads"].get(k) for k in wanted) and lay["tableScroll"] <= 0,
+              "%s: path, type, duration, title, artist and verdict show without a sideways scroll: %s, scroll %s"
+              % (what, lay["heads"], lay["tableScroll"]))
+    else:
+        check(lay["cards"] and not lay["theadShown"], what + ": the table is one card per file")
 
     png = page.screenshot()
     shots.append((what, png))
@@ -412,6 +486,13 @@ def main():
         try:
             check_page(browser, "file://" + out, exp, lines, 1280, 900, False, "light", shots)
             check_page(browser, "file://" + out, exp, lines, 390, 844, True, "dark", shots)
+            # One root named by its absolute path: paths show relative to it.
+            single = os.path.join(work, "single.html")
+            run([fileinfo, "report", os.path.join(source, "examples"), "-o", single])
+            page = Page(browser, 1280, 900, False, "light")
+            page.open("file://" + single)
+            paths = page.js("[...document.querySelectorAll('#file-rows td.path')].map(td => td.textContent)")
+            check(paths[:2] == ["chord-8s.wav", "chord-vbr.mp3"], "paths show relative to the scanned root: %s" % paths[:2])
         finally:
             browser.close()
         keep = os.environ.get("REPORT_SHOTS")

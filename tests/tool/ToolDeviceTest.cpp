@@ -8,6 +8,7 @@
 #include "MediaFileInfo.h"
 #include "Mutation.h"
 #include "TestFiles.h"
+#include "ToolParse.h"
 #include "ToolRun.h"
 
 namespace {
@@ -34,6 +35,32 @@ TEST_F(Tool, ExamplePlayerPlaysTheExampleFiles) {
     const ToolRun run = RunTool("--device " + PlayerCapsPath() + " " + Example("tone-mono.wav"));
     EXPECT_EQ(run.exitCode, 0);
     EXPECT_NE(run.out.find("\n  device: playable\n"), std::string::npos) << run.out;
+}
+
+TEST_F(Tool, DeviceListIsFoundByNameFromAnyFolder) {
+    // From the build tree the source tree's devices/ is searched.
+    TempDir dir;
+    const std::string command = "cd " + dir.path().string() + " && " + FILEINFO_TOOL_PATH;
+    const std::string byName = Shell(command + " --device player-caps --json --fields playable " + Example("tone-mono.wav"));
+    EXPECT_EQ(byName, "{\"playable\":true}\n");
+    EXPECT_EQ(Shell(command + " --device player-caps.plist --json --fields playable " + Example("tone-mono.wav")),
+              byName);
+}
+
+TEST_F(Tool, DeviceListFolderCanBeNamedInTheEnvironment) {
+    TempDir dir;
+    const std::string caps = SlowWavDevice();
+    dir.write("slow.plist", Bytes(caps.begin(), caps.end()));
+    EXPECT_EQ(Shell("FILEINFO_DEVICES=/nonexistent:" + dir.path().string() + " " + FILEINFO_TOOL_PATH +
+                    " --json --fields playable --device slow " + Example("tone-mono.wav")),
+              "{\"playable\":false}\n");
+}
+
+TEST_F(Tool, UnknownDeviceNameIsAUsageErrorNamingTheKnownLists) {
+    TempDir dir;
+    const ToolRun run = RunTool("--device no-such-player " + Example("tone-mono.wav"), dir.file("err"));
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_EQ(run.err, "fileinfo: no-such-player: No such file or directory; device lists by name: player-caps\n");
 }
 
 TEST_F(Tool, JsonGainsPlayable) {

@@ -4,6 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <filesystem>
 #include <map>
 #include <string>
 #include <vector>
@@ -15,6 +17,8 @@
 #include "ToolRun.h"
 
 namespace {
+
+namespace fs = std::filesystem;
 
 std::string Example(const char* name) { return std::string(FILEINFO_EXAMPLES_DIR) + "/" + name; }
 const std::string kExamples = FILEINFO_EXAMPLES_DIR;
@@ -87,7 +91,8 @@ TEST_F(Tool, UnknownFieldIsAUsageErrorListingTheValidOnes) {
     const ToolRun run = RunTool("--fields path,bitrate " + Example("chord-8s.wav"), dir.file("err"));
     EXPECT_EQ(run.exitCode, 2);
     EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.err.rfind("fileinfo: --fields: no field is called \"bitrate\"; the fields are path, status, is_audio, "
+    EXPECT_EQ(run.err.rfind("fileinfo: --fields: no field is called \"bitrate\"; did you mean bitRate? The fields are "
+                            "path, status, is_audio, "
                             "is_video, has_tags, identified, playable, refused_by, isVbr, ",
                             0),
               0u)
@@ -236,10 +241,76 @@ TEST_F(Tool, SummaryOnlyPrintsTheSummaryAlone) {
     EXPECT_NE(text.out.find("\n  time:       "), std::string::npos);
 }
 
-TEST_F(Tool, SummaryFollowsTheRowsOfTextFormats) {
-    const ToolRun run = RunTool("--format csv --summary " + Example("chord-8s.wav"));
-    EXPECT_EQ(run.out.rfind("path,", 0), 0u);
-    EXPECT_NE(run.out.find("\r\nsummary:\n  files:      1 loaded,"), std::string::npos) << run.out;
+TEST_F(Tool, SummaryOfCsvAndTsvGoesToStandardErrorSoTheRowsStayOneTable) {
+    TempDir dir;
+    for (const char* format : {"csv", "tsv"}) {
+        const ToolRun run = RunTool(std::string("--format ") + format + " --summary " + Example("chord-8s.wav"),
+                                    dir.file("err"));
+        EXPECT_EQ(run.exitCode, 0);
+        const std::string rowEnd = std::string(format) == "csv" ? "\r\n" : "\n";
+        EXPECT_EQ(std::count(run.out.begin(), run.out.end(), '\n'), 2) << run.out;  // the heading and one row
+        EXPECT_EQ(run.out.find("summary"), std::string::npos) << run.out;
+        EXPECT_EQ(run.err.rfind("summary:\n  files:      1 loaded, 0 unidentified, 0 failed, 0 skipped, 0 unreadable\n", 0),
+                  0u)
+            << run.err;
+    }
+}
+
+TEST_F(Tool, SummaryFollowsTheRowsOfTheListingAndTheTable) {
+    for (const char* format : {"list", "table"}) {
+        const ToolRun run = RunTool(std::string("--format ") + format + " --summary " + Example("chord-8s.wav"));
+        EXPECT_NE(run.out.find("\nsummary:\n  files:      1 loaded,"), std::string::npos) << run.out;
+    }
+}
+
+TEST_F(Tool, SummaryFileHoldsTheSummaryAndTheOutputOnlyTheRows) {
+    TempDir dir;
+    const ToolRun csv = RunTool("--format csv --summary-file " + dir.file("sum.txt") + " " + kExamples, dir.file("err"));
+    EXPECT_EQ(csv.exitCode, 0);
+    EXPECT_EQ(csv.err, "");
+    EXPECT_EQ(std::count(csv.out.begin(), csv.out.end(), '\n'), 7) << csv.out;  // heading and six files
+    const Bytes text = ReadAll(dir.file("sum.txt"));
+    EXPECT_EQ(std::string(text.begin(), text.end())
+                  .rfind("summary:\n  files:      6 loaded, 0 unidentified, 0 failed, 3 skipped, 0 unreadable\n", 0),
+              0u);
+    const ToolRun json = RunTool("--json --summary-only --summary-file " + dir.file("sum.json") + " " + kExamples);
+    EXPECT_EQ(json.out, "");
+    const Bytes line = ReadAll(dir.file("sum.json"));
+    EXPECT_EQ(nlohmann::json::parse(std::string(line.begin(), line.end()))["summary"]["loaded"], 6);
+    // Written under a temporary name and renamed: nothing else is left.
+    size_t entries = 0;
+    for (const auto& e : fs::directory_iterator(dir.path())) entries += e.path().filename() != "err";
+    EXPECT_EQ(entries, 2u);
+}
+
+TEST_F(Tool, SummaryFileThatCannotBeWrittenIsReportedAndFailsTheRun) {
+    TempDir dir;
+    const ToolRun run =
+        RunTool("--format csv --summary-file " + dir.file("missing/sum.txt") + " " + Example("chord-8s.wav"),
+                dir.file("err"));
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.err, "fileinfo: " + dir.file("missing/sum.txt") + ": No such file or directory\n");
+}
+
+TEST_F(Tool, EmptyFileIsCalledAnEmptyFile) {
+    TempDir dir;
+    dir.write("empty.mp3", Bytes());
+    const ToolRun run = RunTool("--summary " + dir.file("empty.mp3"), dir.file("err"));
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_NE(run.out.find("\n  status: 6 (cannot stat, or file too short: empty file)\n"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("\n  failed:     1 empty file\n"), std::string::npos) << run.out;
+    EXPECT_EQ(run.err, "fileinfo: " + dir.file("empty.mp3") + ": empty file\n");
+}
+
+TEST_F(Tool, FieldInTheWrongCaseSuggestsTheRightOne) {
+    TempDir dir;
+    const ToolRun run = RunTool("--fields path,durationms " + Example("chord-8s.wav"), dir.file("err"));
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_EQ(run.err.rfind("fileinfo: --fields: no field is called \"durationms\"; did you mean durationMs? The fields "
+                            "are path, ",
+                            0),
+              0u)
+        << run.err;
 }
 
 // A device whose WAV entry allows at most 4000 Hz: chord-8s.wav plays,

@@ -121,7 +121,8 @@ void ReportData::Add(const ScanItem& item) {
     static const MediaFileInfo_st kEmpty{};
     const MediaFileInfo_st& r = item.hasRecord ? item.record : kEmpty;
     const int flags = (item.isAudio ? 1 : 0) | (item.isVideo ? 2 : 0) | (item.hasTags ? 4 : 0) | (item.hasRecord ? 8 : 0);
-    const std::string type = item.hasRecord ? Text(r.fileType) : std::string();
+    // The type as the summary and the table name it (ADTS streams: "AAC").
+    const std::string type = TypeLabel(item);
     if (item.isVideo && std::find(videoTypes_.begin(), videoTypes_.end(), type) == videoTypes_.end()) {
         videoTypes_.push_back(type);
     }

@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "AtomicWrite.h"
+#include "DeviceLists.h"
 #include "Report.h"
 #include "Scan.h"
 #include "Verdict.h"
@@ -34,46 +36,6 @@ std::vector<std::string> SplitExtensions(const std::string& list) {
         start = end + 1;
     }
     return out;
-}
-
-bool WriteAll(int fd, const std::string& text) {
-    size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t n = write(fd, text.data() + done, text.size() - done);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        done += static_cast<size_t>(n);
-    }
-    return true;
-}
-
-// Writes the page beside its destination and renames it over it, so a
-// reader never sees half a page and a failed run leaves any old one.
-bool WriteAtomically(const std::string& path, const std::string& text, std::string& error) {
-    const size_t slash = path.rfind('/');
-    const std::string folder = slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
-    const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
-    std::string temp = folder + "." + name + ".XXXXXX";
-    const int fd = mkstemp(&temp[0]);
-    if (fd < 0) {
-        error = std::strerror(errno);
-        return false;
-    }
-    // mkstemp makes the file private; a page is as readable as any new file.
-    const mode_t mask = umask(0);
-    umask(mask);
-    bool ok = fchmod(fd, 0666 & ~mask) == 0 && WriteAll(fd, text) && fsync(fd) == 0;
-    if (!ok) error = std::strerror(errno != 0 ? errno : EIO);
-    if (close(fd) != 0 && ok) {
-        error = std::strerror(errno);
-        ok = false;
-    }
-    if (ok && rename(temp.c_str(), path.c_str()) != 0) {
-        error = std::strerror(errno);
-        ok = false;
-    }
-    if (!ok) unlink(temp.c_str());
-    return ok;
 }
 
 }  // namespace
@@ -105,7 +67,7 @@ int RunReportCommand(int argc, char** argv) {
     const bool withDevice = !devicePath.empty();
     if (withDevice) {
         std::string error;
-        if (!fileinfo::Device::FromFile(devicePath, device, error)) {
+        if (!fileinfo::LoadDeviceList(devicePath, device, error)) {
             std::cerr << "fileinfo: " << devicePath << ": " << error << "\n";
             return 2;
         }
@@ -144,7 +106,7 @@ int RunReportCommand(int argc, char** argv) {
         return 1;
     }
     std::string error;
-    if (!WriteAtomically(output, page, error)) {
+    if (!fileinfo::WriteFileAtomically(output, page, error)) {
         std::cerr << "fileinfo: " << output << ": " << error << "\n";
         return 1;
     }
