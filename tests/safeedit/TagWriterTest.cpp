@@ -251,6 +251,26 @@ TEST(TagWriter, TheId3v1TagTakesOnlyWhatFitsIt) {
     EXPECT_EQ(v1[126], v1Before[126]) << "the track stays";
 }
 
+TEST(TagWriter, ATagThatStillFitsKeepsItsSizeAndTheAudioItsPlace) {
+    // The fixture's frames twelve times over: its 1,990-byte tag body is
+    // then padding TagLib keeps (under 1% of the file).
+    TempDir dir;
+    const std::string fixture = ReadFile(kFixtures + "/mp3/tagged-id3v2.mp3");
+    const size_t tagEnd = 10 + 1990;
+    const std::string audio = fixture.substr(tagEnd, fixture.size() - tagEnd - 128);
+    std::string bytes = fixture.substr(0, tagEnd);
+    for (int k = 0; k < 12; ++k) bytes += audio;
+    bytes += fixture.substr(fixture.size() - 128);
+    const std::string original = dir.file("long.mp3");
+    WriteFile(original, bytes);
+    const std::string path = CopyTo(dir, original, "song.mp3");
+    ASSERT_TRUE(Write(path, TagFormat::Id3, Edits({"title=A longer title than before", "comment=Kept in place"})).written);
+    const std::string after = ReadFile(path);
+    ASSERT_EQ(after.size(), bytes.size());
+    EXPECT_TRUE(after.compare(tagEnd, after.size() - tagEnd - 128, bytes, tagEnd, bytes.size() - tagEnd - 128) == 0);
+    EXPECT_TRUE(Compare(original, path)["same_samples"].get<bool>());
+}
+
 TEST(TagWriter, EmptyValuesRemoveTheirFrames) {
     TempDir dir;
     const std::string original = kFixtures + "/mp3/tagged-id3v2.mp3";
