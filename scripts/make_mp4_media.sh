@@ -38,5 +38,12 @@ ff $video $tone -c:v libx264 -profile:v main -level 2.1 -b:v 40k -pix_fmt yuv420
 ff -f lavfi -i color=c=blue:size=64x64:rate=100:duration=10 -c:v libx264 -profile:v baseline \
    -pix_fmt yuv420p -movflags +faststart many-frames.mp4
 
+# MPEG-1 Layer II sound in MP4 (object type 0x6B), 32 kHz mono, 64 kbit/s.
+ff -f lavfi -i sine=frequency=440:sample_rate=32000 -c:a mp2 -b:a 64k -t 1 mp2-sound.mp4
+# AAC Main with UTF-8 texts, an album artist and no artist, and a track total.
+ff $tone -c:a aac -profile:a aac_main -b:a 24k -movflags +faststart \
+   -metadata title="Żółw ♫ Main" -metadata album_artist="The Ensemble" -metadata track=3/12 \
+   -metadata genre=Jazz -metadata date=1987 aac-main-tagged.m4a
+
 cp aac-tagged.m4a "$root/examples/tone-tagged.m4a"
 ls -l "$out" "$root/examples/tone-tagged.m4a"

@@ -7,6 +7,8 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <cstring>
+#include <utility>
 #include <initializer_list>
 #include <stdexcept>
 #include <string>
@@ -287,6 +289,88 @@ inline Bytes Iods(unsigned visualProfile) {
     ByteWriter w;
     w.u8(0x10).u8(7).be16(0x004F).u8(0xFF).u8(0xFF).u8(0xFE).u8(visualProfile).u8(0xFF);
     return FullAtom("iods", w.data());
+}
+
+// ftyp with the given major brand and compatible brands.
+inline Bytes FtypBrands(const std::string& major, std::initializer_list<std::string> compatible) {
+    ByteWriter w;
+    w.fixed(major, 4).be32(0);
+    for (const std::string& brand : compatible) w.fixed(brand, 4);
+    return Atom("ftyp", w.data());
+}
+
+// An atom with a 64-bit size: size field 1, the type, then the whole size.
+inline Bytes LargeAtom(const std::string& type, const Bytes& payload = {}) {
+    ByteWriter w;
+    w.be32(1).fixed(type, 4).be64(payload.size() + 16).bytes(payload);
+    return w.take();
+}
+
+// Version-1 movie and media headers: 64-bit times, time scale at +28.
+inline Bytes MvhdV1(uint32_t timeScale, uint64_t duration) {
+    ByteWriter w;
+    w.u8(1).be24(0).be64(0).be64(0).be32(timeScale).be64(duration).be32(0x00010000).be16(0x0100).fill(10);
+    const uint32_t matrix[9] = {0x10000, 0, 0, 0, 0x10000, 0, 0, 0, 0x40000000};
+    for (uint32_t m : matrix) w.be32(m);
+    w.fill(24).be32(2);
+    return Atom("mvhd", w.data());
+}
+
+inline Bytes MdhdV1(uint32_t timeScale, uint64_t duration) {
+    ByteWriter w;
+    w.u8(1).be24(0).be64(0).be64(0).be32(timeScale).be64(duration).be16(0x55C4).be16(0);
+    return Atom("mdhd", w.data());
+}
+
+// Time to sample: (sample count, duration) runs.
+inline Bytes Stts(const std::vector<std::pair<uint32_t, uint32_t>>& runs) {
+    ByteWriter w;
+    w.be32(static_cast<uint32_t>(runs.size()));
+    for (const auto& run : runs) w.be32(run.first).be32(run.second);
+    return FullAtom("stts", w.data());
+}
+
+// Chunk offsets, 32-bit (stco) or 64-bit (co64).
+inline Bytes Stco(const std::vector<uint64_t>& offsets, bool wide = false) {
+    ByteWriter w;
+    w.be32(static_cast<uint32_t>(offsets.size()));
+    for (uint64_t o : offsets) {
+        if (wide) {
+            w.be64(o);
+        } else {
+            w.be32(static_cast<uint32_t>(o));
+        }
+    }
+    return FullAtom(wide ? "co64" : "stco", w.data());
+}
+
+// Bits packed most significant first, as (value, width) pairs; the last
+// byte is padded with zeros.
+inline Bytes Bits(std::initializer_list<std::pair<uint32_t, unsigned>> fields) {
+    Bytes out;
+    unsigned used = 0;
+    for (const auto& f : fields) {
+        for (unsigned i = f.second; i-- > 0;) {
+            if (used % 8 == 0) out.push_back(0);
+            if ((f.first >> i) & 1u) out.back() = static_cast<uint8_t>(out.back() | (0x80u >> (used % 8)));
+            ++used;
+        }
+    }
+    return out;
+}
+
+// QuickTime version-2 sound entry: a 64-bit float rate, 32-bit channels,
+// bits per channel and the format flags (bit 0: float samples).
+inline Bytes SoundEntryV2(const std::string& type, double sampleRate, uint32_t channels, uint32_t bits,
+                          uint32_t flags, const Bytes& children = {}) {
+    uint64_t rateBits = 0;
+    static_assert(sizeof rateBits == sizeof sampleRate, "64-bit double");
+    std::memcpy(&rateBits, &sampleRate, sizeof rateBits);
+    ByteWriter w;
+    w.fill(6).be16(1).be16(2).be16(0).be32(0).be16(3).be16(16).be16(0xFFFE).be16(0).be32(0x00010000);
+    w.be32(72).be64(rateBits).be32(channels).be32(0x7F000000).be32(bits).be32(flags);
+    w.be32(channels * bits / 8).be32(1).bytes(children);
+    return Atom(type, w.data());
 }
 
 // The offset of the first atom of the given type (its size field).

@@ -276,22 +276,23 @@ TEST_F(Tool, InterruptStopsAfterAWholeJsonLine) {
 
 TEST_F(Tool, InterruptWithSummaryPrintsTheSummaryOfWhatWasDoneMarkedInterrupted) {
     TempDir dir;
+    TempDir logs;  // apart: files without an extension in the tree are read
     for (int k = 0; k < 400; ++k) fs::copy_file(Example("tone-mono.wav"), dir.file("f" + std::to_string(1000 + k) + ".wav"));
-    const std::string script = "mkfifo " + dir.file("pipe") + "\n" +
-                               "(exec 3<" + dir.file("pipe") + "; sleep 1; cat <&3 >" + dir.file("out") + ") &\n" +
-                               kTool + " --json --summary --jobs 2 " + dir.path().string() + " >" + dir.file("pipe") +
-                               " 2>" + dir.file("err") + " &\n"
+    const std::string script = "mkfifo " + logs.file("pipe") + "\n" +
+                               "(exec 3<" + logs.file("pipe") + "; sleep 1; cat <&3 >" + logs.file("out") + ") &\n" +
+                               kTool + " --json --summary --jobs 2 " + dir.path().string() + " >" + logs.file("pipe") +
+                               " 2>" + logs.file("err") + " &\n"
                                "tool=$!\nsleep 0.3\nkill -INT $tool\nwait $tool\necho $?\nwait\n";
-    dir.write("run.sh", Bytes(script.begin(), script.end()));
-    EXPECT_EQ(Shell("bash " + dir.file("run.sh")), "130\n");
-    const Bytes out = ReadAll(dir.file("out"));
+    logs.write("run.sh", Bytes(script.begin(), script.end()));
+    EXPECT_EQ(Shell("bash " + logs.file("run.sh")), "130\n");
+    const Bytes out = ReadAll(logs.file("out"));
     const auto lines = JsonLines(std::string(out.begin(), out.end()));
     ASSERT_GT(lines.size(), 1u);
     const nlohmann::json summary = lines.back()["summary"];
     EXPECT_EQ(summary["interrupted"], true);
     EXPECT_EQ(summary["loaded"], lines.size() - 1);  // every file shown, and no other, is counted
     EXPECT_LT(lines.size() - 1, 400u);
-    const Bytes err = ReadAll(dir.file("err"));
+    const Bytes err = ReadAll(logs.file("err"));
     EXPECT_EQ(std::string(err.begin(), err.end()), "fileinfo: interrupted\n");
 }
 
