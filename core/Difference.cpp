@@ -148,7 +148,6 @@ std::vector<std::pair<const char*, std::string>> StreamFields(const media::Readi
         {"sample_rate", Number(r.sample_rate)},
         {"channels", Number(r.channels)},
         {"bits_per_sample", Number(r.bits_per_sample)},
-        {"bit_rate", Number(r.bit_rate)},
         {"audio_bit_rate", Number(r.audio_bit_rate)},
         {"vbr", Flag(r.vbr)},
         {"width", Number(r.width)},
@@ -159,7 +158,9 @@ std::vector<std::pair<const char*, std::string>> StreamFields(const media::Readi
         {"profile", r.profile},
         {"profile_id", Number(r.profile_id)},
         {"level", Number(r.level)},
-        // Not the file's size: it follows the tag's.
+        // Not the file's size, nor the whole file's bit rate (some readers
+        // count it from the size): they follow the tag's size. The streams'
+        // own rates above must stay.
     };
 }
 
