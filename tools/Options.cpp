@@ -184,6 +184,17 @@ void DeclareOptions(CLI::App& app, Options& o) {
                  "with --set --writer library: write also when more than the fields given changes")
         ->needs(set)
         ->group(tags);
+    app.add_flag("--no-backup", o.noBackup, "with --set: keep no backup (song.orig.mp3) of the original")
+        ->needs(set)
+        ->group(tags);
+    app.add_flag("--restore", o.restore, "put the backups given as paths back in place of their originals")
+        ->excludes(set)
+        ->excludes(device)
+        ->group(tags);
+    // Declared after --restore: CLI11 lists an option's exclusions in the
+    // order of the options' addresses in memory, and --set and --restore
+    // then stay allocated one after the other, so that --help reads the same
+    // from the tool and from Python.
     app.add_option("--writer", o.writer,
                    "with --set: fields (the default: only the fields given change) or library (the library's "
                    "writer, as hosts get it)")
@@ -192,13 +203,6 @@ void DeclareOptions(CLI::App& app, Options& o) {
         ->group(tags);
     app.add_flag("--id3v2.3", o.id3v23, "with --set: write an ID3v2.4 tag as ID3v2.3, for older players")
         ->needs(set)
-        ->group(tags);
-    app.add_flag("--no-backup", o.noBackup, "with --set: keep no backup (song.orig.mp3) of the original")
-        ->needs(set)
-        ->group(tags);
-    app.add_flag("--restore", o.restore, "put the backups given as paths back in place of their originals")
-        ->excludes(set)
-        ->excludes(device)
         ->group(tags);
 }
 
