@@ -1,6 +1,6 @@
 # bash completion for fileinfo
 
-_fileinfo_fields="path status is_audio is_video has_tags identified playable refused_by isVbr trackNumber level profile profileLevelId bitsPerSample height width fileSize frameRate sampleRate bitRate peakBitRate durationMs fileType audioCodec audioFormat videoFormat spareText channelMode title artist album genre lyrics year comment composer"
+_fileinfo_fields="path status is_audio is_video has_tags identified playable refused_by library_playable library_refused_by record_differs type aac_format audio_codec pcm_format video_codec duration_ms duration_estimated sample_rate channels bits_per_sample bit_rate audio_bit_rate vbr width height frame_rate video_bit_rate video_peak_bit_rate profile profile_id level size title artist album genre year track track_total comment composer isVbr trackNumber profileLevelId bitsPerSample fileSize frameRate sampleRate bitRate peakBitRate durationMs fileType audioCodec audioFormat videoFormat spareText channelMode lyrics record.level record.profile record.height record.width record.title record.artist record.album record.genre record.year record.comment record.composer"
 
 # The subcommands, and each one's options: one line each to add.
 _fileinfo_subcommands="report"
@@ -58,7 +58,7 @@ _fileinfo() {
             local options="_fileinfo_options_$sub"
             COMPREPLY=($(compgen -W "${!options}" -- "$cur"))
         else
-            COMPREPLY=($(compgen -W "--format --json --fields --all-fields --summary --summary-only --summary-file
+            COMPREPLY=($(compgen -W "--format --json --fields --all-fields --record --summary --summary-only --summary-file
                 --progress --no-progress --from -0 --null --ext --hidden --strict --jobs --device --explain --only
                 --fail-unplayable --set --dry-run --force --no-backup --writer --id3v2.3 --restore --version --help" -- "$cur"))
         fi

@@ -110,6 +110,8 @@ bool ScanItem::LoadFailed() const {
     return status != MFI_OK && MediaFileHasReader(path.c_str());
 }
 
+bool WalkTakes(const std::string& path) { return TakesFile(path); }
+
 std::string TypeLabel(const ScanItem& item) {
     if (!item.Identified()) return std::string();
     if (item.record.fileType[0] != '\0') return std::string(item.record.fileType, strnlen(item.record.fileType, MEDIA_TEXT_SIZE));

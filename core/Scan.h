@@ -94,6 +94,11 @@ struct ScanItem {
 // fileType.
 std::string TypeLabel(const ScanItem& item);
 
+// Whether a walk loads a regular file of this name: its extension is one a
+// library reader takes or another name of those formats (.aiff, .m4b, .mp2,
+// ...), or it has none. Other front ends that list files walk the same way.
+bool WalkTakes(const std::string& path);
+
 // Loads one regular file the way the scan does, in the calling thread.
 void LoadInto(const std::string& path, ScanItem& item);
 

@@ -5,6 +5,8 @@
 #include <iterator>
 
 #include "JsonText.h"
+#include "ReadingFields.h"
+#include "RecordDiffers.h"
 #include "RecordFields.h"
 
 namespace fileinfo {
@@ -75,8 +77,126 @@ char* PutWarnings(char* out, const std::vector<std::string>& warnings) {
     return out;
 }
 
+void AppendReadingValue(std::string& out, const ReadingValue& v) {
+    if (!v.present) {
+        out += "null";
+    } else if (v.kind == ReadingKind::kText) {
+        AppendJsonString(out, v.text);
+    } else {
+        out += ReadingValueText(v);
+    }
+}
+
+// "media":{...} with the tags under "tags".
+void AppendMedia(std::string& out, const ScanItem& item) {
+    if (item.readingError != 0) {
+        out += ",\"media\":null,\"reading_error\":";
+        AppendJsonString(out, std::strerror(item.readingError));
+        return;
+    }
+    out += ",\"media\":{";
+    bool first = true;
+    for (const ReadingField& f : kReadingFields) {
+        if (f.tag) continue;
+        if (!first) out += ',';
+        first = false;
+        AppendJsonString(out, f.name);
+        out += ':';
+        AppendReadingValue(out, f.get(item.reading));
+    }
+    out += ",\"tags\":{";
+    first = true;
+    for (const ReadingField& f : kReadingFields) {
+        if (!f.tag) continue;
+        if (!first) out += ',';
+        first = false;
+        AppendJsonString(out, f.name);
+        out += ':';
+        AppendReadingValue(out, f.get(item.reading));
+    }
+    out += "}}";
+}
+
+void AppendDiffValue(std::string& out, const DiffValue& v) {
+    if (v.null) {
+        out += "null";
+    } else if (v.isNumber) {
+        out += std::to_string(v.number);
+    } else {
+        AppendJsonString(out, v.text);
+    }
+}
+
+void AppendRecordDiffers(std::string& out, const ScanItem& item) {
+    out += ",\"record_differs\":";
+    if (!RecordComparable(item)) {
+        out += "null";
+        return;
+    }
+    out += '[';
+    bool first = true;
+    for (const RecordDifference& d : RecordDiffers(item)) {
+        if (!first) out += ',';
+        first = false;
+        out += "{\"field\":";
+        AppendJsonString(out, d.field);
+        out += ",\"record\":";
+        AppendDiffValue(out, d.record);
+        out += ",\"reading\":";
+        AppendDiffValue(out, d.reading);
+        out += '}';
+    }
+    out += ']';
+}
+
+void AppendTextOrNull(std::string& out, const std::string& text) {
+    if (text.empty()) {
+        out += "null";
+    } else {
+        AppendJsonString(out, text);
+    }
+}
+
+// The reading's keys after the record: media, record_differs, and with a
+// device the top-level verdict (the reading's), "verdict" and
+// "library_verdict".
+void AppendReadingKeys(std::string& out, const FileView& file, bool explain) {
+    out.clear();
+    AppendMedia(out, file.item);
+    AppendRecordDiffers(out, file.item);
+    const ReadingVerdict* v = file.readingVerdict;
+    if (v == nullptr) return;
+    out += ",\"playable\":";
+    out += v->playable ? "true" : "false";
+    if (explain) {
+        out += ",\"refused_by\":";
+        AppendTextOrNull(out, v->refusedBy.empty() ? std::string() : v->refusedBy.front());
+        out += ",\"explanation\":";
+        AppendTextOrNull(out, v->explanation);
+    }
+    out += ",\"verdict\":{\"playable\":";
+    out += v->playable ? "true" : "false";
+    out += ",\"refused_by\":[";
+    for (size_t k = 0; k < v->refusedBy.size(); ++k) {
+        if (k != 0) out += ',';
+        AppendJsonString(out, v->refusedBy[k]);
+    }
+    out += "],\"explanation\":";
+    AppendTextOrNull(out, v->explanation);
+    out += '}';
+    if (file.verdict != nullptr) {
+        out += ",\"library_verdict\":{\"playable\":";
+        out += file.verdict->playable ? "true" : "false";
+        out += ",\"refused_by\":";
+        AppendTextOrNull(out, file.verdict->refusedBy);
+        out += '}';
+    }
+}
+
 // Writes the JSON line of one load, line end included, and returns its end.
-char* PutJsonLine(char* out, const FileView& file, bool explain, const std::vector<std::string>& warnings) {
+// `tail`: the reading's keys, or null for the record's line alone.
+char* PutJsonLine(char* out, const FileView& file, bool explain, const std::vector<std::string>& warnings,
+                  const std::string* tail) {
     const ScanItem& item = file.item;
     out = PutLiteral(out, "{\"path\":");
     out = PutJsonString(out, item.path);
@@ -100,7 +220,9 @@ char* PutJsonLine(char* out, const FileView& file, bool explain, const std::vect
     out = PutBool(out, item.Identified());
     out = PutLiteral(out, ",\"record\":");
     out = item.hasRecord ? PutRecordJson(out, item.record) : PutLiteral(out, "null");
-    if (file.verdict != nullptr) {
+    if (tail != nullptr) {
+        out = PutBytes(out, *tail);
+    } else if (file.verdict != nullptr) {
         out = PutLiteral(out, ",\"playable\":");
         out = PutBool(out, file.verdict->playable);
         if (explain) {
@@ -114,9 +236,9 @@ char* PutJsonLine(char* out, const FileView& file, bool explain, const std::vect
     return PutLiteral(out, "}\n");
 }
 
-size_t JsonLineBound(const FileView& file, const std::vector<std::string>& warnings) {
+size_t JsonLineBound(const FileView& file, const std::vector<std::string>& warnings, const std::string* tail) {
     size_t bound = kLineFrameBound + JsonStringBound(file.item.path.size()) + 2 * file.item.path.size() +
-                   RecordJsonBound();
+                   RecordJsonBound() + (tail != nullptr ? tail->size() : 0);
     if (file.verdict != nullptr) {
         bound += JsonStringBound(file.verdict->refusedBy.size()) + JsonStringBound(file.verdict->explanation.size());
     }
@@ -131,6 +253,8 @@ void AppendValue(std::string& out, const Value& v) {
         out += std::to_string(v.number);
     } else if (v.kind == ValueKind::kFlag) {
         out += v.flag ? "true" : "false";
+    } else if (v.kind == ValueKind::kReal) {
+        out += RealText(v.real);
     } else {
         AppendJsonString(out, v.text);
     }
@@ -147,23 +271,29 @@ std::vector<std::string> Warnings(const ScanItem& item) {
     return warnings;
 }
 
-void JsonLineWriter::Write(std::ostream& out, const FileView& file, bool explain) {
+void JsonLineWriter::Write(std::ostream& out, const FileView& file, bool explain, bool record) {
     const std::vector<std::string> warnings = Warnings(file.item);
-    const size_t bound = JsonLineBound(file, warnings);
+    const std::string* tail = nullptr;
+    if (!record) {
+        AppendReadingKeys(tail_, file, explain);
+        tail = &tail_;
+    }
+    const size_t bound = JsonLineBound(file, warnings, tail);
     if (line_.size() < bound) line_.resize(std::max(bound, 2 * line_.size()));
-    const char* end = PutJsonLine(&line_[0], file, explain, warnings);
+    const char* end = PutJsonLine(&line_[0], file, explain, warnings, tail);
     assert(static_cast<size_t>(end - line_.data()) <= bound);
     out.write(line_.data(), end - line_.data());
 }
 
-void JsonLineWriter::WriteColumns(std::ostream& out, const FileView& file, const std::vector<std::string>& columns) {
+void JsonLineWriter::WriteColumns(std::ostream& out, const FileView& file, const std::vector<std::string>& columns,
+                                  bool record) {
     line_.clear();
     line_ += '{';
     for (size_t k = 0; k < columns.size(); ++k) {
         if (k != 0) line_ += ',';
         AppendJsonString(line_, columns[k]);
         line_ += ':';
-        AppendValue(line_, ColumnValue(columns[k], file));
+        AppendValue(line_, ColumnValue(columns[k], file, record));
         if (columns[k] == "path" && !IsUtf8(file.item.path)) line_ += ",\"path_bytes\":\"" + Hex(file.item.path) + "\"";
     }
     const std::vector<std::string> warnings = Warnings(file.item);

@@ -25,15 +25,25 @@ std::vector<std::string> Warnings(const ScanItem& item);
 class JsonLineWriter {
 public:
     // The whole line: path (and path_bytes when the path is no UTF-8),
-    // status, status_text, is_audio, is_video, has_tags, identified, record;
-    // with a verdict "playable", and with `explain` "refused_by" and
-    // "explanation" too; "warnings" when there are any.
-    void Write(std::ostream& out, const FileView& file, bool explain);
+    // status, status_text, is_audio, is_video, has_tags, identified, record,
+    // then media (the reading: null, with reading_error, when the file could
+    // not be read) and record_differs (null when there is no record or no
+    // identified reading to compare); with a device "playable" (the
+    // reading's verdict), with `explain` "refused_by" (its first refusing
+    // key) and "explanation" too, and "verdict" and "library_verdict";
+    // "warnings" when there are any.
+    //
+    // `record`: the line of the record alone, as it was before readings:
+    // no media, record_differs or verdicts, and "playable", "refused_by" and
+    // "explanation" the library's.
+    void Write(std::ostream& out, const FileView& file, bool explain, bool record = false);
     // Only the chosen columns, flat, in their order.
-    void WriteColumns(std::ostream& out, const FileView& file, const std::vector<std::string>& columns);
+    void WriteColumns(std::ostream& out, const FileView& file, const std::vector<std::string>& columns,
+                      bool record = false);
 
 private:
     std::string line_;  // room for the longest line so far; only its start is used
+    std::string tail_;  // the reading's keys of the line being written
 };
 
 }  // namespace fileinfo

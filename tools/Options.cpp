@@ -11,12 +11,6 @@ namespace fileinfo {
 
 namespace {
 
-std::string Joined(const std::vector<std::string>& names) {
-    std::string text;
-    for (const std::string& n : names) text += (text.empty() ? "" : ", ") + n;
-    return text;
-}
-
 // Edits (insert, delete, replace) that turn a into b.
 size_t EditDistance(const std::string& a, const std::string& b) {
     std::vector<size_t> row(b.size() + 1);
@@ -123,10 +117,13 @@ void DeclareOptions(CLI::App& app, Options& o) {
            },
            "the same as --format json: one JSON object per line")
         ->group(output);
-    app.add_option("--fields", o.fieldLists, "a,b,c: the columns to show; " + Joined(ColumnNames()))
+    app.add_option("--fields", o.fieldLists, "a,b,c: the columns to show: " + ColumnHelp())
         ->allow_extra_args(false)
         ->group(output);
     app.add_flag("--all-fields", o.allFields, "list: keep the video fields of audio files")->group(output);
+    app.add_flag("--record", o.record,
+                 "show the library's record (its fields, texts and verdict) instead of the reading of each file")
+        ->group(output);
     app.add_flag("--summary", o.summary,
                  "add totals after the files (csv, tsv: on standard error, so the rows stay a table)")
         ->group(output);
@@ -231,7 +228,7 @@ int ParseCommandLine(CLI::App& app, Options& o, int argc, char** argv) {
             const std::string nearest = NearestField(unknown);
             UsageError("--fields: no field is called \"" + unknown + "\"; " +
                        (nearest.empty() ? "the" : "did you mean " + nearest + "? The") + " fields are " +
-                       Joined(ColumnNames()));
+                       ColumnHelp());
             return kExitUsage;
         }
     }

@@ -33,6 +33,7 @@ struct Options {
     std::vector<std::string> fieldLists;  // --fields as given
     std::vector<std::string> columns;     // and checked
     bool allFields = false;
+    bool record = false;  // --record: the library's record, as the tool showed it before readings
     bool summary = false;
     bool summaryOnly = false;
     std::string summaryFile;  // --summary-file FILE: the summary goes there

@@ -70,13 +70,27 @@ void Report(const ScanItem& item, Progress& progress, RunState& state) {
     const std::string note = FailureNote(item);
     if (!note.empty()) progress.Say(item.path + ": " + note);
     for (const std::string& warning : Warnings(item)) progress.Say(item.path + ": " + warning);
-    state.failed |= item.LoadFailed();
 }
 
-bool Shown(const Options& o, const DeviceVerdict* verdict) {
+// Whether nothing could read the loaded file: under --record the library's
+// load failed; otherwise the reading failed too, or found nothing where the
+// library's load failed.
+bool Failed(const Options& o, const ScanItem& item) {
+    if (o.record) return item.LoadFailed();
+    return item.readingError != 0 || (!item.reading.Identified() && item.LoadFailed());
+}
+
+// Whether --strict counts the file as a failure: it loaded, but was not
+// identified (by the library under --record, otherwise by the reading).
+bool Unidentified(const Options& o, const ScanItem& item) {
+    if (o.record) return !item.LoadFailed() && !item.Identified();
+    return !Failed(o, item) && !item.reading.Identified();
+}
+
+bool Shown(const Options& o, const std::optional<bool>& playable) {
     if (o.summaryOnly) return false;
-    if (o.only == Only::kAll || verdict == nullptr) return true;
-    return verdict->playable == (o.only == Only::kPlayable);
+    if (o.only == Only::kAll || !playable) return true;
+    return *playable == (o.only == Only::kPlayable);
 }
 
 // The summary: into --summary-file, else after the rows, except for csv
@@ -128,12 +142,15 @@ int RunScanCommand(Options o, bool terminal, unsigned width) {
     viewOptions.allFields = o.allFields;
     viewOptions.device = device.has_value();
     viewOptions.explain = o.explain;
-    viewOptions.width = terminal ? width : 0;
+    viewOptions.record = o.record;
+    // The record's table keeps its fixed width off a terminal; the
+    // reading's fits the width of $COLUMNS there, or 80.
+    viewOptions.width = o.record ? (terminal ? width : 0) : width;
     const std::unique_ptr<View> view = MakeView(viewOptions, std::cout);
 
     InstallInterruptHandler();
     Progress progress(o.progress);
-    Summary summary;
+    Summary summary(!o.record);
     RunState state;
     {
         ScanOptions scanOptions;
@@ -147,12 +164,20 @@ int RunScanCommand(Options o, bool terminal, unsigned width) {
         while (!Interrupted() && scan.Next(item)) {
             Report(item, progress, state);
             std::optional<DeviceVerdict> verdict;
+            std::optional<ReadingVerdict> readingVerdict;
             if (item.outcome == Outcome::kLoaded) {
-                if (device) verdict = device->Judge(item);
-                state.failed |= o.strict && !item.LoadFailed() && !item.Identified();
-                state.unplayable |= verdict && !verdict->playable;
-                if (Shown(o, verdict ? &*verdict : nullptr)) {
-                    const FileView file{item, verdict ? &*verdict : nullptr};
+                state.failed |= Failed(o, item) || (o.strict && Unidentified(o, item));
+                if (device) {
+                    verdict = device->Judge(item);
+                    if (!o.record) readingVerdict = device->JudgeReading(item.reading);
+                }
+                // The verdict that counts: on the reading, or under --record the library's.
+                std::optional<bool> playable;
+                if (readingVerdict) playable = readingVerdict->playable;
+                else if (verdict) playable = verdict->playable;
+                state.unplayable |= playable && !*playable;
+                if (Shown(o, playable)) {
+                    const FileView file{item, verdict ? &*verdict : nullptr, readingVerdict ? &*readingVerdict : nullptr};
                     // On a terminal the line is written at once, where the
                     // progress line may stand.
                     if (terminal) {
@@ -162,7 +187,7 @@ int RunScanCommand(Options o, bool terminal, unsigned width) {
                     }
                 }
             }
-            summary.Count(item, verdict ? &*verdict : nullptr);
+            summary.Count(item, verdict ? &*verdict : nullptr, readingVerdict ? &*readingVerdict : nullptr);
         }
         progress.Stop();
     }

@@ -7,8 +7,8 @@
 
 namespace fileinfo {
 
-// `terminal`: standard output is a terminal `width` columns wide (0 when
-// unknown). Returns the exit status.
+// `terminal`: standard output is a terminal. `width`: the terminal's
+// columns, or $COLUMNS, 0 when neither is known. Returns the exit status.
 int RunScanCommand(Options options, bool terminal, unsigned width);
 
 }  // namespace fileinfo

@@ -1,8 +1,10 @@
 #include "Summary.h"
 
 #include <cstdio>
+#include <cstring>
 
 #include "JsonText.h"
+#include "RecordDiffers.h"
 #include "Views.h"
 
 namespace fileinfo {
@@ -67,13 +69,17 @@ const char* SkipReasonText(SkipReason reason) {
     return "skipped";
 }
 
-void Summary::Count(const ScanItem& item, const DeviceVerdict* verdict) {
+void Summary::Count(const ScanItem& item, const DeviceVerdict* verdict, const ReadingVerdict* readingVerdict) {
     if (item.outcome == Outcome::kSkipped) {
         ++skipped[SkipReasonText(item.skip)];
         return;
     }
     if (item.outcome == Outcome::kError) {
         ++unreadable[item.reason];
+        return;
+    }
+    if (byReading_) {
+        CountReading(item, readingVerdict);
         return;
     }
     if (item.hasRecord) bytes += item.record.fileSize;
@@ -97,6 +103,37 @@ void Summary::Count(const ScanItem& item, const DeviceVerdict* verdict) {
     ++refusals[verdict->refusedBy.empty() ? verdict->explanation : verdict->refusedBy];
 }
 
+void Summary::CountReading(const ScanItem& item, const ReadingVerdict* verdict) {
+    const media::Reading& m = item.reading;
+    if (item.readingError == 0) {
+        bytes += m.size;
+    } else if (item.hasRecord) {
+        bytes += item.record.fileSize;
+    }
+    if (item.readingError == 0 && m.Identified()) {
+        ++loaded;
+        TypeTotal& type = types[m.type];
+        ++type.files;
+        type.durationMs += m.duration_ms;
+    } else if (item.LoadFailed()) {
+        const std::string note = FailureNote(item);
+        ++failed[note.empty() ? std::string(MediaFileStatusText(item.status)) : note];
+    } else if (item.readingError != 0) {
+        ++failed[std::strerror(item.readingError)];
+    } else {
+        ++unidentified;
+    }
+    for (const RecordDifference& d : RecordDiffers(item)) ++differs[d.field];
+    if (verdict == nullptr) return;
+    if (verdict->playable) {
+        ++playable;
+        return;
+    }
+    ++unplayable;
+    if (verdict->refusedBy.empty()) ++refusals[verdict->explanation.empty() ? "refused" : verdict->explanation];
+    for (const std::string& key : verdict->refusedBy) ++refusals[key];
+}
+
 void Summary::WriteText(std::ostream& out, double seconds, bool device) const {
     out << (interrupted ? "summary (interrupted):\n" : "summary:\n");
     out << "  files:      " << loaded << " loaded, " << unidentified << " unidentified, " << Total(failed)
@@ -109,6 +146,7 @@ void Summary::WriteText(std::ostream& out, double seconds, bool device) const {
             << HoursMinutesSeconds(static_cast<unsigned long>(total.durationMs)) << "\n";
     }
     out << "  size:       " << Bytes(bytes) << "\n";
+    if (!differs.empty()) out << "  record differs: " << Counts(differs) << "\n";
     char time[32];
     snprintf(time, sizeof time, "%.2f s", seconds);
     out << "  time:       " << time << "\n";
@@ -133,6 +171,7 @@ void Summary::WriteJson(std::ostream& out, double seconds, bool device) const {
         line += ":{\"files\":" + std::to_string(total.files) + ",\"duration_ms\":" + std::to_string(total.durationMs) + "}";
     }
     line += "},\"bytes\":" + std::to_string(bytes);
+    if (byReading_) AppendCounts(line, "record_differs", differs);
     char time[32];
     snprintf(time, sizeof time, "%.3f", seconds);
     line += ",\"seconds\":";

@@ -21,7 +21,8 @@ namespace fileinfo {
 
 namespace {
 
-// The terminal's width, from the saved standard output or $COLUMNS.
+// The terminal's width, from the saved standard output or $COLUMNS; 0 when
+// neither gives one.
 unsigned TerminalWidth(int fd) {
     winsize size{};
     if (ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
@@ -60,7 +61,7 @@ int RunMain(int argc, char** argv, const ToolOutput& output) {
         set.listFile = [json](const std::string& path) { return ShowReadBack(std::cout, path, json); };
         return RunSetCommand(set);
     }
-    return RunScanCommand(options, output.Terminal(), output.Terminal() ? TerminalWidth(output.Fd()) : 0);
+    return RunScanCommand(options, output.Terminal(), TerminalWidth(output.Fd()));
 }
 
 }  // namespace

@@ -6,6 +6,8 @@
 #include <cstring>
 
 #include "JsonLine.h"
+#include "ReadingFields.h"
+#include "RecordDiffers.h"
 #include "RecordFields.h"
 #include "Text.h"
 
@@ -31,6 +33,7 @@ std::string MachineText(const Value& v) {
     if (!v.present) return std::string();
     if (v.kind == ValueKind::kNumber) return std::to_string(v.number);
     if (v.kind == ValueKind::kFlag) return v.flag ? "true" : "false";
+    if (v.kind == ValueKind::kReal) return RealText(v.real);
     return v.text;
 }
 
@@ -82,7 +85,11 @@ class ListView : public View {
 public:
     ListView(const ViewOptions& options, std::ostream& out) : options_(options), out_(out) {}
     void File(const FileView& file) override {
-        WriteListing(out_, file, options_.allFields, options_.explain, options_.columns);
+        if (options_.record) {
+            WriteListing(out_, file, options_.allFields, options_.explain, options_.columns);
+        } else {
+            WriteReadingListing(out_, file, options_.allFields, options_.explain, options_.columns);
+        }
     }
 
 private:
@@ -97,9 +104,9 @@ public:
     JsonView(const ViewOptions& options, std::ostream& out) : options_(options), out_(out) {}
     void File(const FileView& file) override {
         if (options_.columns.empty()) {
-            writer_.Write(out_, file, options_.explain);
+            writer_.Write(out_, file, options_.explain, options_.record);
         } else {
-            writer_.WriteColumns(out_, file, options_.columns);
+            writer_.WriteColumns(out_, file, options_.columns, options_.record);
         }
     }
 
@@ -144,7 +151,8 @@ std::string TsvField(const std::string& text) {
 class SeparatedView : public View {
 public:
     SeparatedView(const ViewOptions& options, std::ostream& out)
-        : columns_(options.columns.empty() ? DefaultColumns(options.device) : options.columns),
+        : columns_(options.columns.empty() ? DefaultColumns(options.device, options.record) : options.columns),
+          record_(options.record),
           csv_(options.format == Format::kCsv),
           out_(out) {}
     void Begin() override {
@@ -154,7 +162,7 @@ public:
     void File(const FileView& file) override {
         std::vector<std::string> row;
         row.reserve(columns_.size());
-        for (const std::string& c : columns_) row.push_back(MachineText(ColumnValue(c, file)));
+        for (const std::string& c : columns_) row.push_back(MachineText(ColumnValue(c, file, record_)));
         WriteRow(row);
     }
 
@@ -170,6 +178,7 @@ private:
     }
 
     std::vector<std::string> columns_;
+    bool record_;
     bool csv_;
     std::ostream& out_;
     std::string line_;
@@ -264,9 +273,9 @@ std::vector<std::string> ReadableCells(const FileView& file, bool explain) {
     return cells;
 }
 
-class TableView : public View {
+class RecordTableView : public View {
 public:
-    TableView(const ViewOptions& options, std::ostream& out) : options_(options), out_(out) {
+    RecordTableView(const ViewOptions& options, std::ostream& out) : options_(options), out_(out) {
         if (options.columns.empty()) {
             columns_ = {{"PATH", 1},     {"TYPE", 12},        {"CODEC", 16},        {"DURATION", 8, true},
                         {"KBIT/S", 7, true}, {"KHZ", 6, true}, {"CH", 6},           {"W\xC3\x97H", 9},
@@ -296,7 +305,9 @@ public:
             cells = ReadableCells(file, options_.explain);
             cells.insert(cells.begin(), ForTerminal(file.item.path));
         } else {
-            for (const std::string& c : options_.columns) cells.push_back(ForTerminal(MachineText(ColumnValue(c, file))));
+            for (const std::string& c : options_.columns) {
+                cells.push_back(ForTerminal(MachineText(ColumnValue(c, file, true))));
+            }
         }
         WriteRow(cells);
     }
@@ -332,6 +343,208 @@ private:
     size_t path_ = SIZE_MAX;  // the path's column, cut at its start rather than its end
 };
 
+// ---- table of the readings ------------------------------------------------------
+
+// Decodes the character at text[i] and moves i past it; a byte that is no
+// part of UTF-8 is one character of its own.
+uint32_t NextCharacter(const std::string& text, size_t& i) {
+    const unsigned char c = static_cast<unsigned char>(text[i]);
+    const size_t extra = c < 0x80 ? 0 : (c & 0xE0) == 0xC0 ? 1 : (c & 0xF0) == 0xE0 ? 2 : (c & 0xF8) == 0xF0 ? 3 : 4;
+    if (extra == 0 || extra == 4 || i + extra >= text.size()) {
+        ++i;
+        return c;
+    }
+    uint32_t code = c & (0x3Fu >> extra);
+    for (size_t k = 1; k <= extra; ++k) {
+        const unsigned char next = static_cast<unsigned char>(text[i + k]);
+        if ((next & 0xC0) != 0x80) {
+            ++i;
+            return c;
+        }
+        code = (code << 6) | (next & 0x3Fu);
+    }
+    i += extra + 1;
+    return code;
+}
+
+// Terminal columns of one character: combining marks and zero-width ones
+// take none, East Asian wide and fullwidth forms and emoji two.
+size_t CharacterWidth(uint32_t code) {
+    static const struct {
+        uint32_t first, last;
+    } kNone[] = {{0x0300, 0x036F}, {0x200B, 0x200F}, {0x20D0, 0x20FF}, {0xFE00, 0xFE0F}},
+      kWide[] = {{0x1100, 0x115F},  {0x2E80, 0x303E},  {0x3041, 0x33FF},   {0x3400, 0x4DBF},
+                 {0x4E00, 0x9FFF},  {0xA000, 0xA4CF},  {0xAC00, 0xD7A3},   {0xF900, 0xFAFF},
+                 {0xFE30, 0xFE4F},  {0xFF00, 0xFF60},  {0xFFE0, 0xFFE6},   {0x1F300, 0x1F64F},
+                 {0x1F900, 0x1F9FF}, {0x20000, 0x3FFFD}};
+    for (const auto& r : kNone)
+        if (code >= r.first && code <= r.last) return 0;
+    for (const auto& r : kWide)
+        if (code >= r.first && code <= r.last) return 2;
+    return 1;
+}
+
+// A column of the table: it never grows past its width, and the widths
+// are laid out once for the terminal.
+struct FitColumn {
+    std::string heading;
+    size_t least;       // the narrowest it is shown
+    size_t wanted;      // what it is given before the path takes the rest
+    int drop = 0;       // 0: always shown; else left out, lowest first, when the least widths do not fit
+    bool right = false; // numbers line up on the right
+    bool path = false;  // cut at its start, and takes what the others leave
+    size_t width = 0;
+    bool shown = true;
+};
+
+constexpr size_t kGap = 2;  // spaces between columns
+
+// Gives each column its width in `total` terminal columns: columns are left
+// out in their drop order while even their least widths do not fit; then
+// every column but the path grows to its wanted width, in order; the path
+// takes the rest. So a narrower terminal takes from the path first. The
+// headings are cut like any cell.
+void LayOut(std::vector<FitColumn>& columns, size_t total) {
+    const auto used = [&] {
+        size_t sum = 0, count = 0;
+        for (const FitColumn& c : columns) {
+            if (!c.shown) continue;
+            sum += c.width;
+            ++count;
+        }
+        return sum + (count > 0 ? (count - 1) * kGap : 0);
+    };
+    for (FitColumn& c : columns) c.width = c.least;
+    while (used() > total) {
+        FitColumn* next = nullptr;
+        for (FitColumn& c : columns)
+            if (c.shown && c.drop > 0 && (next == nullptr || c.drop < next->drop)) next = &c;
+        if (next == nullptr) break;
+        next->shown = false;
+    }
+    // Narrower still (under 60 columns): the path, then the texts, give up
+    // their least widths too, down to a few columns each.
+    constexpr size_t kNarrowest = 4;
+    for (FitColumn& c : columns) {
+        if (used() <= total) break;
+        if (!c.shown || !(c.path || c.heading == "TITLE" || c.heading == "ARTIST")) continue;
+        c.width -= std::min(used() - total, c.width - std::min(c.width, kNarrowest));
+    }
+    size_t spare = total > used() ? total - used() : 0;
+    for (FitColumn& c : columns) {
+        if (!c.shown || c.path || c.wanted <= c.width) continue;
+        const size_t more = std::min(spare, c.wanted - c.width);
+        c.width += more;
+        spare -= more;
+    }
+    for (FitColumn& c : columns)
+        if (c.shown && c.path) c.width += spare;
+}
+
+std::string FitCell(const std::string& text, const FitColumn& c) {
+    const std::string kept = FitText(text, c.width, c.path);
+    const std::string fill(c.width - std::min(c.width, DisplayWidth(kept)), ' ');
+    return c.right ? fill + kept : kept + fill;
+}
+
+// The readable cells of the table's default columns, after the path: type,
+// codec, duration, kbit/s, kHz, channels, W×H, title, artist, and with a
+// device the verdict on the reading.
+std::vector<std::string> ReadingCells(const FileView& file, bool explain) {
+    const ScanItem& item = file.item;
+    const media::Reading& m = item.reading;
+    std::vector<std::string> cells;
+    if (item.readingError != 0) {
+        cells = {"", "unreadable: " + ForTerminal(std::strerror(item.readingError)), "", "", "", "", "", "", ""};
+    } else if (!m.Identified() && item.LoadFailed()) {
+        cells = {"", std::string("failed: ") + MediaFileStatusText(item.status), "", "", "", "", "", "", ""};
+    } else if (!m.Identified()) {
+        cells = {"", "unidentified", "", "", "", "", "", ForTerminal(m.tags.title), ForTerminal(m.tags.artist)};
+    } else {
+        const std::string codec = m.HasVideo() ? m.video_codec : m.audio_codec;
+        cells = {ForTerminal(m.type),
+                 ForTerminal(codec),
+                 m.duration_ms ? (m.duration_estimated ? "~" : "") + HoursMinutesSeconds(m.duration_ms) : "",
+                 m.bit_rate ? Decimal(m.bit_rate, 1000, m.bit_rate >= 1000000 ? 0 : 1) : "",
+                 m.sample_rate ? Decimal(m.sample_rate, 1000, 3) : "",
+                 ChannelsText(m.channels),
+                 m.HasVideo() && m.width ? std::to_string(m.width) + "\xC3\x97" + std::to_string(m.height) : "",
+                 ForTerminal(m.tags.title),
+                 ForTerminal(m.tags.artist)};
+    }
+    if (file.readingVerdict != nullptr) {
+        const ReadingVerdict& v = *file.readingVerdict;
+        std::string device = v.playable ? "yes" : "no";
+        if (explain && !v.playable) device += ": " + (v.refusedBy.empty() ? v.explanation : CommaJoined(v.refusedBy));
+        cells.push_back(ForTerminal(device));
+    }
+    return cells;
+}
+
+// The table of readings: one line per file that never wraps, laid out for
+// the terminal's width (80 columns when it is not known).
+class ReadingTableView : public View {
+public:
+    ReadingTableView(const ViewOptions& options, std::ostream& out) : options_(options), out_(out) {
+        if (options.columns.empty()) {
+            columns_ = {{"PATH", 16, 16, 0, false, true},
+                        {"TYPE", 4, 4},
+                        {"CODEC", 12, 13, 5},
+                        {"DURATION", 8, 8, 0, true},
+                        {"KBIT/S", 6, 6, 3, true},
+                        {"KHZ", 6, 6, 2, true},
+                        {"CH", 6, 6, 4},
+                        {"W\xC3\x97H", 9, 9, 1},
+                        {"TITLE", 12, 30},
+                        {"ARTIST", 10, 20}};
+            if (options.device) columns_.push_back({"DEVICE", 6, options.explain ? size_t{30} : size_t{6}});
+        } else {
+            for (const std::string& c : options.columns) {
+                const bool path = c == "path";
+                const bool text = c == "title" || c == "artist" || c == "album" || c == "comment" ||
+                                  c == "composer" || c == "genre" || c == "explanation" || c.find('.') != std::string::npos;
+                const size_t least = std::max<size_t>(c.size(), path ? 16 : 4);
+                columns_.push_back({c, least, path ? least : std::max<size_t>(least, text ? 24 : 10), 0, false, path});
+            }
+        }
+        LayOut(columns_, options.width != 0 ? options.width : 80);
+    }
+    void Begin() override {
+        std::vector<std::string> headings;
+        for (const FitColumn& c : columns_) headings.push_back(c.heading);
+        WriteRow(headings);
+    }
+    void File(const FileView& file) override {
+        std::vector<std::string> cells;
+        if (options_.columns.empty()) {
+            cells = ReadingCells(file, options_.explain);
+            cells.insert(cells.begin(), ForTerminal(file.item.path));
+        } else {
+            for (const std::string& c : options_.columns) cells.push_back(ForTerminal(MachineText(ColumnValue(c, file))));
+        }
+        WriteRow(cells);
+    }
+
+private:
+    void WriteRow(const std::vector<std::string>& cells) {
+        std::string line;
+        bool first = true;
+        for (size_t k = 0; k < columns_.size() && k < cells.size(); ++k) {
+            if (!columns_[k].shown) continue;
+            if (!first) line += std::string(kGap, ' ');
+            first = false;
+            line += FitCell(cells[k], columns_[k]);
+        }
+        while (!line.empty() && line.back() == ' ') line.pop_back();
+        line += '\n';
+        out_.write(line.data(), static_cast<std::streamsize>(line.size()));
+    }
+
+    ViewOptions options_;
+    std::ostream& out_;
+    std::vector<FitColumn> columns_;
+};
+
 }  // namespace
 
 bool ParseFormat(const std::string& name, Format& format) {
@@ -354,7 +567,9 @@ std::unique_ptr<View> MakeView(const ViewOptions& options, std::ostream& out) {
         case Format::kJson: return std::make_unique<JsonView>(options, out);
         case Format::kCsv:
         case Format::kTsv: return std::make_unique<SeparatedView>(options, out);
-        case Format::kTable: return std::make_unique<TableView>(options, out);
+        case Format::kTable:
+            if (options.record) return std::make_unique<RecordTableView>(options, out);
+            return std::make_unique<ReadingTableView>(options, out);
         case Format::kList: break;
     }
     return std::make_unique<ListView>(options, out);
@@ -403,13 +618,109 @@ void WriteListing(std::ostream& out, const FileView& file, bool allFields, bool 
     }
 }
 
+void WriteReadingListing(std::ostream& out, const FileView& file, bool allFields, bool explain,
+                         const std::vector<std::string>& columns) {
+    const ScanItem& item = file.item;
+    const media::Reading& m = item.reading;
+    out << ForTerminal(item.path) << "\n";
+    WriteStatusLine(out, item);
+    for (const std::string& warning : Warnings(item)) out << "  warning: " << warning << "\n";
+    if (!columns.empty()) {
+        // The chosen columns alone, in their order, of the reading and the record alike.
+        for (const std::string& c : columns) {
+            if (c == "path") continue;
+            const Value v = ColumnValue(c, file);
+            const bool quoted = v.present && v.kind == ValueKind::kText;
+            out << "  " << c << ": " << (quoted ? "\"" : "") << (v.present ? ForTerminal(MachineText(v)) : "none")
+                << (quoted ? "\"" : "") << "\n";
+        }
+        return;
+    }
+    if (item.readingError != 0) {
+        out << "  reading: the file could not be read: " << std::strerror(item.readingError) << "\n";
+    } else {
+        if (!m.Identified()) out << "  type: none (no reader identified the file)\n";
+        for (const ReadingField& f : kReadingFields) {
+            const ReadingValue v = f.get(m);
+            if (!allFields && (!v.present || (f.kind == ReadingKind::kNumber && v.number == 0) ||
+                               (f.kind == ReadingKind::kReal && v.real == 0) ||
+                               (f.kind == ReadingKind::kFlag && !v.flag) || (f.video && !m.HasVideo()))) {
+                continue;  // what the file does not hold, or is not known
+            }
+            out << "  " << f.name << ": ";
+            if (f.kind == ReadingKind::kText) {
+                out << (v.present ? "\"" + ForTerminal(v.text) + "\"" : std::string("none"));
+            } else {
+                out << (v.present ? ReadingValueText(v) : std::string("none"));
+            }
+            const std::string name = f.name;
+            if (name == "duration_ms" && v.number) {
+                out << " (" << MinutesSeconds(v.number) << (m.duration_estimated ? ", estimated from the size" : "")
+                    << ")";
+            }
+            if ((name == "bit_rate" || name == "audio_bit_rate" || name.find("video_") == 0) &&
+                f.kind == ReadingKind::kNumber && v.number) {
+                out << " (" << Kbits(v.number) << ")";
+            }
+            if (name == "channels" && v.number) out << " (" << ChannelsText(static_cast<uint32_t>(v.number)) << ")";
+            out << "\n";
+        }
+    }
+    for (const RecordDifference& d : RecordDiffers(item)) {
+        out << "  record differs: " << d.field << " " << (d.record.isNumber || d.record.null ? "" : "\"")
+            << ForTerminal(d.record.Shown()) << (d.record.isNumber || d.record.null ? "" : "\"") << ", read "
+            << (d.reading.isNumber || d.reading.null ? "" : "\"") << ForTerminal(d.reading.Shown())
+            << (d.reading.isNumber || d.reading.null ? "" : "\"") << "\n";
+    }
+    if (file.readingVerdict != nullptr) {
+        const ReadingVerdict& v = *file.readingVerdict;
+        out << "  device: " << (v.playable ? "playable" : "not playable");
+        if (explain && !v.explanation.empty()) out << ": " << ForTerminal(v.explanation);
+        out << "\n";
+    }
+    if (file.verdict != nullptr) {
+        out << "  library's verdict: " << (file.verdict->playable ? "playable" : "not playable");
+        if (explain && !file.verdict->explanation.empty()) out << ": " << ForTerminal(file.verdict->explanation);
+        out << "\n";
+    }
+}
+
+size_t DisplayWidth(const std::string& utf8) {
+    size_t width = 0;
+    for (size_t i = 0; i < utf8.size();) width += CharacterWidth(NextCharacter(utf8, i));
+    return width;
+}
+
+std::string FitText(const std::string& text, size_t width, bool keepEnd) {
+    if (DisplayWidth(text) <= width) return text;
+    if (width == 0) return std::string();
+    const std::string ellipsis = "\xE2\x80\xA6";
+    // Where each character starts, and its width.
+    std::vector<std::pair<size_t, size_t>> characters;
+    for (size_t i = 0; i < text.size();) {
+        const size_t start = i;
+        characters.emplace_back(start, CharacterWidth(NextCharacter(text, i)));
+    }
+    size_t room = width - 1;  // the ellipsis takes one
+    if (!keepEnd) {
+        // Keep the characters that fit, in order.
+        size_t used = 0, k = 0;
+        for (; k < characters.size() && used + characters[k].second <= room; ++k) used += characters[k].second;
+        const size_t cut = k < characters.size() ? characters[k].first : text.size();
+        return text.substr(0, cut) + ellipsis;
+    }
+    size_t used = 0, k = characters.size();
+    while (k > 0 && used + characters[k - 1].second <= room) used += characters[--k].second;
+    return ellipsis + text.substr(k < characters.size() ? characters[k].first : text.size());
+}
+
 bool ShowReadBack(std::ostream& out, const std::string& path, bool json) {
     ScanItem item;
     item.path = path;
     LoadInto(path, item);
-    const FileView file{item, nullptr};
+    const FileView file{item, nullptr, nullptr};
     if (json) {
-        JsonLineWriter().Write(out, file, false);
+        JsonLineWriter().Write(out, file, false, true);
     } else {
         WriteListing(out, file, false, false, {});
     }

@@ -24,7 +24,10 @@ struct ViewOptions {
     bool allFields = false;            // the listing keeps video fields of audio files
     bool device = false;               // a verdict comes with every file
     bool explain = false;              // and its explanation is shown
-    unsigned width = 0;                // of the terminal, for the table; 0: none
+    bool record = false;               // --record: the library's record, as before readings
+    // Of the terminal, for the table. The record's table (--record) takes
+    // 0 as "no terminal"; the reading's table fits any width, 80 for 0.
+    unsigned width = 0;
 };
 
 class View {
@@ -49,6 +52,19 @@ void WriteListing(std::ostream& out, const FileView& file, bool allFields, bool 
 // Loads one file and shows it as a listing, or as a JSON line with
 // `json`: what --set shows of a file it edited. False when it did not load.
 bool ShowReadBack(std::ostream& out, const std::string& path, bool json);
+
+// The listing of one file's reading: its fields, where the record differs,
+// and the verdicts.
+void WriteReadingListing(std::ostream& out, const FileView& file, bool allFields, bool explain,
+                         const std::vector<std::string>& columns);
+
+// How many columns a UTF-8 text takes on a terminal: East Asian wide
+// characters take two, combining marks none, others one.
+size_t DisplayWidth(const std::string& utf8);
+
+// A text cut to at most `width` columns, with "…" where it was cut: its
+// end (titles), or with `keepEnd` its start (paths, whose names matter).
+std::string FitText(const std::string& utf8, size_t width, bool keepEnd);
 
 // Why a file did not load, in words a person acts on, where the status
 // alone misleads: "empty file" for a 0-byte file (status 6 says "cannot

@@ -15,7 +15,7 @@ namespace {
 // and no cover picture is ever read whole.
 constexpr size_t kMaxValueBytes = 64 * 1024;
 
-enum class Item { kTitle, kArtist, kAlbumArtist, kAlbum, kGenre, kGenreNumber, kYear, kTrack, kComment, kComposer };
+enum class Item { kTitle, kArtist, kAlbum, kGenre, kGenreNumber, kYear, kTrack, kComment, kComposer };
 
 struct ItemName {
     uint32_t type;
@@ -24,7 +24,7 @@ struct ItemName {
 
 const ItemName kItems[] = {
     {FourCc("\xA9nam"), Item::kTitle},    {FourCc("\xA9" "ART"), Item::kArtist},
-    {FourCc("aART"), Item::kAlbumArtist}, {FourCc("\xA9" "alb"), Item::kAlbum},
+    {FourCc("\xA9" "alb"), Item::kAlbum},
     {FourCc("\xA9gen"), Item::kGenre},    {FourCc("gnre"), Item::kGenreNumber},
     {FourCc("\xA9" "day"), Item::kYear},  {FourCc("trkn"), Item::kTrack},
     {FourCc("\xA9" "cmt"), Item::kComment}, {FourCc("\xA9wrt"), Item::kComposer},
@@ -94,13 +94,11 @@ void SetText(std::string& field, const std::string& text) {
     if (field.empty()) field = text;
 }
 
-void Apply(Item item, uint32_t dataType, const uint8_t* p, size_t length, Mp4Walk& walk,
-           std::string& albumArtist) {
+void Apply(Item item, uint32_t dataType, const uint8_t* p, size_t length, Mp4Walk& walk) {
     Tags& tags = walk.reading.tags;
     switch (item) {
         case Item::kTitle: SetText(tags.title, Text(dataType, p, length)); break;
         case Item::kArtist: SetText(tags.artist, Text(dataType, p, length)); break;
-        case Item::kAlbumArtist: SetText(albumArtist, Text(dataType, p, length)); break;
         case Item::kAlbum: SetText(tags.album, Text(dataType, p, length)); break;
         case Item::kComment: SetText(tags.comment, Text(dataType, p, length)); break;
         case Item::kComposer: SetText(tags.composer, Text(dataType, p, length)); break;
@@ -137,7 +135,7 @@ void Apply(Item item, uint32_t dataType, const uint8_t* p, size_t length, Mp4Wal
 
 // The first "data" box of an item: type (4: a version byte, then 24 bits),
 // locale (4), value. A value that runs past its box is cut at the box.
-void ReadItem(const BoxBytes& bytes, const Box& itemBox, Item item, Mp4Walk& walk, std::string& albumArtist) {
+void ReadItem(const BoxBytes& bytes, const Box& itemBox, Item item, Mp4Walk& walk) {
     BoxIterator children(bytes, itemBox.body, itemBox.end);
     Box data;
     while (children.Next(data)) {
@@ -148,7 +146,7 @@ void ReadItem(const BoxBytes& bytes, const Box& itemBox, Item item, Mp4Walk& wal
             return;
         }
         const uint32_t dataType = BigEndian32(value.data()) & 0xFFFFFF;
-        Apply(item, dataType, value.data() + 8, value.size() - 8, walk, albumArtist);
+        Apply(item, dataType, value.data() + 8, value.size() - 8, walk);
         return;
     }
 }
@@ -187,12 +185,11 @@ void ReadQuickTimeText(const BoxBytes& bytes, const Box& box, Mp4Walk& walk) {
     const uint8_t* text = body.data() + 4;
     for (const ItemName& name : kItems) {
         if (name.type != box.type) continue;
-        std::string unused;
         if (language < 0x400) {
             const std::string utf8 = MacRomanToUtf8(text, length);
-            Apply(name.item, 1, reinterpret_cast<const uint8_t*>(utf8.data()), utf8.size(), walk, unused);
+            Apply(name.item, 1, reinterpret_cast<const uint8_t*>(utf8.data()), utf8.size(), walk);
         } else {
-            Apply(name.item, 1, text, length, walk, unused);
+            Apply(name.item, 1, text, length, walk);
         }
         return;
     }
@@ -201,18 +198,15 @@ void ReadQuickTimeText(const BoxBytes& bytes, const Box& box, Mp4Walk& walk) {
 void ReadItems(const BoxBytes& bytes, const Box& ilst, Mp4Walk& walk) {
     BoxIterator items(bytes, ilst.body, ilst.end);
     Box item;
-    std::string albumArtist;
     while (walk.boxes < kMaxBoxes && items.Next(item)) {
         ++walk.boxes;
         for (const ItemName& name : kItems) {
             if (name.type == item.type) {
-                ReadItem(bytes, item, name.item, walk, albumArtist);
+                ReadItem(bytes, item, name.item, walk);
                 break;
             }
         }
     }
-    // The album's artist stands in for a track that names none.
-    SetText(walk.reading.tags.artist, albumArtist);
 }
 
 }  // namespace media

@@ -53,15 +53,16 @@ def main() -> int:
         table.to_csv(args.out, index=False)
     print(f"{len(table)} files in {seconds:.2f} s ({len(table) / max(seconds, 1e-9):,.0f} files/s), "
           f"{df.npartitions} partitions")
-    kind = table["fileType"].fillna("").where(table["fileType"].fillna("") != "", None)
-    kind = kind.fillna(table["identified"].map({True: "(audio, no type)", False: "(not identified)"}))
+    # Counted by the reading's type, as the tool's summary counts them.
+    kind = table["type"].astype(object).where(table["type"].notna(), "(not identified)")
     print("by type:")
     for name, count in kind.value_counts().sort_index().items():
         print(f"  {name}: {count}")
     if device is not None:
-        playable = int(table["playable"].sum())
+        playable = int(table["playable"].fillna(False).sum())
         print(f"device: {playable} playable, {len(table) - playable} not playable")
-        refused = table.loc[~table["playable"], "refused_by"].fillna("(no requirement: not identified or type not listed)")
+        refused = table.loc[~table["playable"].fillna(False), "refused_by"].fillna(
+            "(no requirement: not identified or type not listed)")
         for name, count in refused.value_counts().items():
             print(f"  refused by {name}: {count}")
     if args.out:

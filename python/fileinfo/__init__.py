@@ -13,6 +13,13 @@ names, and path, status, status_text, is_audio, is_video, has_tags and
 identified. A path that cannot be opened raises the OSError subclass of its
 errno; every other outcome is in `status` (1 is success).
 
+Beside the library's record, every Record carries the reading of what the
+file really holds, `media` (a Media: type, audio_codec, duration_ms, ...,
+and `tags`), with the names of the tool's JSON lines, and `record_differs`:
+where the record says what a person would read otherwise. With a device,
+`verdict` is its verdict on the reading and `library_verdict` the
+library's own on the record.
+
 The library prints "ReadWord warning!" on C's standard output; while this
 package loads files, C's stdout is pointed at standard error, so the
 warning never mixes with a script's own output (Python's print is not
@@ -26,7 +33,17 @@ from dataclasses import dataclass
 from typing import Any, Callable, Iterable, Iterator, NamedTuple, Optional, Tuple, Union
 
 from . import _fileinfo
-from ._fileinfo import FIELDS, NUMBER_FIELDS, TEXT_FIELDS, Record
+from ._fileinfo import (
+    FIELDS,
+    NUMBER_FIELDS,
+    READING_FIELDS,
+    RECORD_DIFFERS_FIELDS,
+    TAG_FIELDS,
+    TEXT_FIELDS,
+    Media,
+    Record,
+    Tags,
+)
 
 __version__: str = _fileinfo.__version__
 
@@ -37,10 +54,17 @@ __all__ = [
     "FIELDS",
     "FieldChange",
     "FrameChange",
+    "Media",
     "NUMBER_FIELDS",
+    "READING_FIELDS",
+    "RECORD_DIFFERS_FIELDS",
     "ReadBackMismatch",
+    "ReadingVerdict",
     "Record",
+    "RecordDifference",
+    "TAG_FIELDS",
     "TEXT_FIELDS",
+    "Tags",
     "TagEditResult",
     "Verdict",
     "__version__",
@@ -64,8 +88,18 @@ def status_text(status: int) -> str:
     return _fileinfo.status_text(status)
 
 
-def load(path: PathLike) -> Record:
-    """Loads one file and returns its Record.
+def _native_device(device: Union[None, PathLike, "Device"]) -> Any:
+    if device is None:
+        return None
+    return (device if isinstance(device, Device) else Device(device))._device
+
+
+def load(path: PathLike, device: Union[None, PathLike, "Device"] = None) -> Record:
+    """Loads one file and returns its Record: the library's record and,
+    beside it, the reading of what the file holds (`media`).
+
+    With `device` (a Device, or a capability list's text or path) the
+    record carries `verdict` (on the reading) and `library_verdict`.
 
     Raises the OSError subclass of the system's reason when the path cannot
     be opened: FileNotFoundError, PermissionError, IsADirectoryError,
@@ -73,7 +107,7 @@ def load(path: PathLike) -> Record:
     socket, which is never opened). Any other outcome, a file of no known
     format included, comes back in the record's status.
     """
-    return _fileinfo.load(_path_bytes(path))
+    return _fileinfo.load(_path_bytes(path), _native_device(device))
 
 
 def _extensions(ext: Union[None, str, Iterable[str]]) -> list:
@@ -103,6 +137,7 @@ def scan(
     *,
     hidden: bool = False,
     on_error: Optional[Callable[[OSError], Any]] = None,
+    device: Union[None, PathLike, "Device"] = None,
 ) -> "_fileinfo.Scan":
     """Records for files, and for every file below folders, in walk order.
 
@@ -114,7 +149,8 @@ def scan(
     memory stays flat over any number of files; `close()` (or leaving a
     `with` block) stops the scan early.
 
-    In folders, only files whose extension a reader takes are loaded, and
+    In folders, only files of a media format's extension (.mp3, .aiff,
+    .m4b, ...) or of none are loaded, by their bytes, and
     with `ext` (say ["mp3", "m4a"]) only those; names starting with a dot
     are passed over unless `hidden`. Symbolic links to files are followed,
     to folders not. Files named directly are always loaded.
@@ -128,6 +164,9 @@ def scan(
     walk passes over by choice (extensions no reader takes or not in `ext`,
     hidden names, links to folders) are counted by reason in the
     iterator's `skipped` dict, as the tool's summary counts them.
+
+    With `device`, every record carries `verdict` and `library_verdict`,
+    judged on the loading threads.
     """
     if jobs is None:
         jobs = 0
@@ -135,7 +174,7 @@ def scan(
         raise ValueError("jobs must be at least 1 (or None: one per core)")
     if on_error is not None and not callable(on_error):
         raise TypeError("on_error must be callable")
-    return _fileinfo.Scan(_roots(paths_or_dirs), jobs, _extensions(ext), hidden, on_error)
+    return _fileinfo.Scan(_roots(paths_or_dirs), jobs, _extensions(ext), hidden, on_error, _native_device(device))
 
 
 # ---- Devices ----
@@ -147,6 +186,25 @@ class Verdict(NamedTuple):
     playable: bool
     refused_by: Optional[str]  # the requirement key that refused the file, if one did
     explanation: str  # why not, in words; empty when playable
+
+
+class ReadingVerdict(NamedTuple):
+    """Whether a device plays what the file really holds, and if not, every
+    requirement that refuses it."""
+
+    playable: bool
+    refused_by: Tuple[str, ...]  # every requirement key that refuses the file, in the list's order
+    explanation: str  # every refusal in words; empty when playable
+
+
+class RecordDifference(NamedTuple):
+    """A record field a person would read otherwise than the reading:
+    RecordDifference("durationMs", 8000, 15023). `record` and `reading` are
+    int, str, or None for a text or tag that is not there."""
+
+    field: str  # the record's field name
+    record: Union[int, str, None]
+    reading: Union[int, str, None]
 
 
 class Device:
@@ -187,6 +245,13 @@ class Device:
         if not isinstance(record, Record):
             raise TypeError(f"judge() takes a fileinfo.Record, not {type(record).__name__}")
         return Verdict(*self._device.judge(record))
+
+    def judge_reading(self, record: Record) -> ReadingVerdict:
+        """The verdict on what the file holds (record.media): every key the
+        filter checks, with its plain meaning."""
+        if not isinstance(record, Record):
+            raise TypeError(f"judge_reading() takes a fileinfo.Record, not {type(record).__name__}")
+        return ReadingVerdict(*self._device.judge_reading(record))
 
     def limit(self, file_type: str, key: str) -> int:
         """The number a requirement gives under a file type ("MaximumWidth"
@@ -383,10 +448,19 @@ def restore_backup(backup_path: PathLike, original_path: Optional[PathLike] = No
 
 
 def to_pandas(records: Iterable[Record]):
-    """A pandas DataFrame of the records, one row per file, typed columns:
-    path, status_text and the 14 texts as "string"; status as int; the
-    flags as bool; the 14 numbers as nullable unsigned integers (missing
-    where the library kept no record). Raises ImportError without pandas."""
+    """A pandas DataFrame of the records, one row per file, typed columns.
+
+    path, status, status_text, is_audio, is_video, has_tags and identified;
+    then the reading under its own names (type, audio_codec, duration_ms,
+    ..., and the tags flat: title, artist, ...; texts as "string", numbers
+    as nullable unsigned integers, frame_rate as Float64); record_differs
+    (the differing record fields, comma-separated; missing when nothing
+    could be compared); then the library's record, each field prefixed
+    with "record." ("record.durationMs"; texts "string", numbers UInt16 or
+    UInt32, missing where the library kept no record). Records judged
+    against a device add playable, refused_by and explanation (on the
+    reading), library_playable and library_refused_by. Raises ImportError
+    without pandas."""
     from ._pandas import to_pandas as convert
 
     return convert(records)

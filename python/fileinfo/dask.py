@@ -4,7 +4,7 @@
     >>> import fileinfo.dask
     >>> client = Client(LocalCluster(n_workers=4, processes=True))
     >>> df = fileinfo.dask.scan("/srv/music", client=client)
-    >>> df.groupby("fileType").size().compute()
+    >>> df.groupby("type").size().compute()
 
 The files are listed here, in the order fileinfo.scan gives, split into
 partitions of `partition_size` paths, and every partition is loaded on a
@@ -59,7 +59,6 @@ def disconnect() -> None:
         _, client = _connected.popitem()
         client.close()
 
-_VERDICT_COLUMNS = {"playable": "bool", "refused_by": "string", "explanation": "string"}
 
 
 def _raise(error: OSError) -> None:
@@ -96,7 +95,7 @@ def list_files(
 
     Named files are taken as they are; folders are walked as the scan walks
     them: entries sorted by name (bytewise), names with a leading dot passed
-    over unless `hidden`, files whose extension no reader takes (or not in
+    over unless `hidden`, files of no media format's extension (or not in
     `ext`) left out, links to files followed and to folders not. Errors as
     in fileinfo.scan.
     """
@@ -131,7 +130,7 @@ def list_files(
             except OSError as error:
                 report(error)
                 continue
-            if not _fileinfo.has_reader(e.path):
+            if not _fileinfo.walk_takes(e.path):
                 continue
             if wanted and os.path.splitext(e.name)[1][1:].lower().decode("latin-1") not in wanted:
                 continue
@@ -166,20 +165,18 @@ def _worker_jobs(jobs: Optional[int]) -> Optional[int]:
     return max(1, threads) if threads else None
 
 
-def _load_records(paths: List[str], jobs: Optional[int], on_error: str) -> List[fileinfo.Record]:
+def _load_records(
+    paths: List[str], jobs: Optional[int], on_error: str, caps: Optional[bytes] = None
+) -> List[fileinfo.Record]:
     handler = None if on_error == "raise" else (lambda e: None)
-    return list(fileinfo.scan(paths, jobs=_worker_jobs(jobs), on_error=handler))
+    device = Device(caps) if caps is not None else None
+    return list(fileinfo.scan(paths, jobs=_worker_jobs(jobs), on_error=handler, device=device))
 
 
 def _load_frame(paths: List[str], jobs: Optional[int], on_error: str, caps: Optional[bytes]):
-    records = _load_records(paths, jobs, on_error)
-    frame = _pandas.to_pandas(records)
-    if caps is not None:
-        device = Device(caps)
-        verdicts = [device.judge(r) for r in records]
-        frame["playable"] = pd.array([v.playable for v in verdicts], dtype="bool")
-        frame["refused_by"] = pd.array([v.refused_by for v in verdicts], dtype="string")
-        frame["explanation"] = pd.array([v.explanation for v in verdicts], dtype="string")
+    frame = _pandas.to_pandas(_load_records(paths, jobs, on_error, caps))
+    if caps is not None and len(frame) == 0:
+        frame = _pandas.empty_frame(_pandas.VERDICT_COLUMNS)
     return frame
 
 
@@ -199,7 +196,9 @@ def scan(
     One row per file, with the columns and dtypes of fileinfo.to_pandas, in
     the order of fileinfo.scan; partitions of `partition_size` files. With
     `device` (a Device, or a capability list's text or path) the columns
-    playable, refused_by and explanation hold the library's verdict.
+    playable, refused_by and explanation hold the verdict on the reading,
+    library_playable and library_refused_by the library's, as to_pandas
+    gives them for records judged against a device.
 
     `client`: a dask.distributed Client, or a scheduler's address
     ("tcp://host:8786") to connect to (that client becomes the default one,
@@ -235,7 +234,7 @@ def scan(
             tasks = [dask.delayed(_load_records, pure=False)(p, jobs, on_error) for p in parts]
         return dask.bag.from_delayed(tasks) if tasks else dask.bag.from_sequence([], npartitions=1)
 
-    meta = _pandas.empty_frame(_VERDICT_COLUMNS if caps is not None else None)
+    meta = _pandas.empty_frame(_pandas.VERDICT_COLUMNS if caps is not None else None)
     if not parts:
         return dd.from_pandas(meta, npartitions=1)
     if client is not None:

@@ -23,6 +23,8 @@
 #include "DeviceLists.h"
 #include "FileInfoVersion.h"
 #include "MediaFileInfo.h"
+#include "ReadingFields.h"
+#include "RecordDiffers.h"
 #include "RecordFields.h"
 #include "SafeEdit.h"
 #include "Scan.h"
@@ -123,7 +125,129 @@ py::object NotRegularFile(mode_t mode, const std::string& path) {
 // access. Immutable once made.
 struct Record {
     ScanItem item;
+    // With a device: its verdict on the reading, and the library's.
+    bool judged = false;
+    fileinfo::ReadingVerdict verdict;
+    fileinfo::DeviceVerdict libraryVerdict;
 };
+
+// Judges a loaded record (called without the GIL).
+void JudgeRecord(const fileinfo::Device* device, Record& record) {
+    if (device == nullptr || record.item.outcome != fileinfo::Outcome::kLoaded) return;
+    record.verdict = device->JudgeReading(record.item.reading);
+    record.libraryVerdict = device->Judge(record.item);
+    record.judged = true;
+}
+
+// ---- Readings ----
+
+// What the file holds, as the reading found it: Record.media.
+struct Media {
+    fileinfo::media::Reading reading;
+};
+
+// Its tags: Media.tags.
+struct MediaTags {
+    fileinfo::media::Reading reading;
+};
+
+py::object Utf8Object(const std::string& text);
+
+py::object ReadingObject(const fileinfo::ReadingValue& v) {
+    if (!v.present) return py::none();
+    switch (v.kind) {
+        case fileinfo::ReadingKind::kNumber: return py::int_(v.number);
+        case fileinfo::ReadingKind::kReal: return py::float_(v.real);
+        case fileinfo::ReadingKind::kFlag: return py::bool_(v.flag);
+        case fileinfo::ReadingKind::kText: break;
+    }
+    return Utf8Object(v.text);
+}
+
+py::dict TagsDict(const fileinfo::media::Reading& r) {
+    py::dict d;
+    for (const auto& f : fileinfo::kReadingFields)
+        if (f.tag) d[f.name] = ReadingObject(f.get(r));
+    return d;
+}
+
+py::dict MediaDict(const fileinfo::media::Reading& r) {
+    py::dict d;
+    for (const auto& f : fileinfo::kReadingFields)
+        if (!f.tag) d[f.name] = ReadingObject(f.get(r));
+    d["tags"] = TagsDict(r);
+    return d;
+}
+
+std::string MediaRepr(const fileinfo::media::Reading& r) {
+    std::string text = "Media(type=" + py::repr(ReadingObject(fileinfo::kReadingFields[0].get(r))).cast<std::string>();
+    for (const char* name : {"audio_codec", "video_codec", "duration_ms", "sample_rate", "channels"}) {
+        const fileinfo::ReadingValue v = fileinfo::FindReadingField(name)->get(r);
+        if (v.present && !(v.kind == fileinfo::ReadingKind::kNumber && v.number == 0))
+            text += std::string(", ") + name + "=" + py::repr(ReadingObject(v)).cast<std::string>();
+    }
+    if (!r.tags.title.empty()) text += ", title=" + py::repr(Utf8Object(r.tags.title)).cast<std::string>();
+    return text + ", ...)";
+}
+
+// The reading as a tuple for pickling, and back: its fields in the
+// table's order.
+py::tuple ReadingState(const ScanItem& i) {
+    const fileinfo::media::Reading& r = i.reading;
+    return py::make_tuple(i.readingError, r.type, r.aac_format, r.audio_codec, r.pcm_format, r.video_codec,
+                          r.duration_ms, r.duration_estimated, r.sample_rate, r.channels, r.bits_per_sample,
+                          r.bit_rate, r.audio_bit_rate, r.vbr, r.width, r.height, r.frame_rate, r.video_bit_rate,
+                          r.video_peak_bit_rate, r.profile, r.profile_id, r.level, r.size,
+                          py::make_tuple(r.tags.title, r.tags.artist, r.tags.album, r.tags.genre, r.tags.year,
+                                         r.tags.comment, r.tags.composer, r.tags.track, r.tags.track_total));
+}
+
+void SetReadingState(const py::tuple& t, ScanItem& i) {
+    if (t.size() != 24) throw std::runtime_error("fileinfo.Record: bad pickled reading");
+    fileinfo::media::Reading& r = i.reading;
+    size_t k = 0;
+    i.readingError = t[k++].cast<int>();
+    r.type = t[k++].cast<std::string>();
+    r.aac_format = t[k++].cast<std::string>();
+    r.audio_codec = t[k++].cast<std::string>();
+    r.pcm_format = t[k++].cast<std::string>();
+    r.video_codec = t[k++].cast<std::string>();
+    r.duration_ms = t[k++].cast<uint64_t>();
+    r.duration_estimated = t[k++].cast<bool>();
+    r.sample_rate = t[k++].cast<uint32_t>();
+    r.channels = t[k++].cast<uint32_t>();
+    r.bits_per_sample = t[k++].cast<uint32_t>();
+    r.bit_rate = t[k++].cast<uint64_t>();
+    r.audio_bit_rate = t[k++].cast<uint64_t>();
+    r.vbr = t[k++].cast<bool>();
+    r.width = t[k++].cast<uint32_t>();
+    r.height = t[k++].cast<uint32_t>();
+    r.frame_rate = t[k++].cast<double>();
+    r.video_bit_rate = t[k++].cast<uint64_t>();
+    r.video_peak_bit_rate = t[k++].cast<uint64_t>();
+    r.profile = t[k++].cast<std::string>();
+    r.profile_id = t[k++].cast<uint32_t>();
+    r.level = t[k++].cast<uint32_t>();
+    r.size = t[k++].cast<uint64_t>();
+    const py::tuple tags = t[k++].cast<py::tuple>();
+    if (tags.size() != 9) throw std::runtime_error("fileinfo.Record: bad pickled tags");
+    r.tags.title = tags[0].cast<std::string>();
+    r.tags.artist = tags[1].cast<std::string>();
+    r.tags.album = tags[2].cast<std::string>();
+    r.tags.genre = tags[3].cast<std::string>();
+    r.tags.year = tags[4].cast<std::string>();
+    r.tags.comment = tags[5].cast<std::string>();
+    r.tags.composer = tags[6].cast<std::string>();
+    r.tags.track = tags[7].cast<uint32_t>();
+    r.tags.track_total = tags[8].cast<uint32_t>();
+}
+
+// A side of a difference: an int, a str or None.
+py::object DiffObject(const fileinfo::DiffValue& v) {
+    if (v.null) return py::none();
+    if (v.isNumber) return py::int_(v.number);
+    return Utf8Object(v.text);
+}
 
 py::object Latin1(const char* text) {
     PyObject* s = PyUnicode_DecodeLatin1(text, static_cast<Py_ssize_t>(strnlen(text, MEDIA_TEXT_SIZE)), nullptr);
@@ -176,11 +300,11 @@ bool SameRecord(const Record& a, const Record& b) {
 py::tuple GetState(const Record& r) {
     const ScanItem& i = r.item;
     return py::make_tuple(py::bytes(i.path), i.status, i.isAudio, i.isVideo, i.hasTags, i.hasRecord,
-                          py::bytes(reinterpret_cast<const char*>(&i.record), sizeof i.record));
+                          py::bytes(reinterpret_cast<const char*>(&i.record), sizeof i.record), ReadingState(i));
 }
 
 Record SetState(const py::tuple& t) {
-    if (t.size() != 7) throw std::runtime_error("fileinfo.Record: bad pickled state");
+    if (t.size() != 7 && t.size() != 8) throw std::runtime_error("fileinfo.Record: bad pickled state");
     Record r;
     ScanItem& i = r.item;
     i.path = t[0].cast<std::string>();
@@ -193,6 +317,7 @@ Record SetState(const py::tuple& t) {
     const std::string bytes = t[6].cast<std::string>();
     if (bytes.size() != sizeof i.record) throw std::runtime_error("fileinfo.Record: bad pickled record");
     memcpy(static_cast<void*>(&i.record), bytes.data(), sizeof i.record);
+    if (t.size() == 8) SetReadingState(t[7].cast<py::tuple>(), i);
     return r;
 }
 
@@ -212,7 +337,8 @@ std::string Repr(const Record& r) {
 
 // Called without the GIL: fills `record`, or the errno and reason of the
 // failure (`special` for a file that is not regular, with its mode).
-void LoadPath(const std::string& path, Record& record, int& error, mode_t& special) {
+void LoadPath(const std::string& path, Record& record, int& error, mode_t& special,
+              const fileinfo::Device* device = nullptr) {
     struct stat st;
     if (stat(path.c_str(), &st) != 0) {
         error = errno;
@@ -230,15 +356,16 @@ void LoadPath(const std::string& path, Record& record, int& error, mode_t& speci
     fileinfo::LoadInto(path, record.item);
     record.item.path = path;
     if (record.item.status == MFI_OPEN_FAILED && record.item.error != 0) error = record.item.error;
+    JudgeRecord(device, record);
 }
 
-Record Load(const std::string& path) {
+Record Load(const std::string& path, const fileinfo::Device* device) {
     Record record;
     int error = 0;
     mode_t special = 0;
     {
         py::gil_scoped_release release;
-        LoadPath(path, record, error, special);
+        LoadPath(path, record, error, special, device);
     }
     if (error != 0) Raise(MakeOSError(error, std::string(), path));
     if (special != 0) Raise(NotRegularFile(special, path));
@@ -250,8 +377,8 @@ Record Load(const std::string& path) {
 class PyScan {
 public:
     PyScan(std::vector<std::string> roots, unsigned jobs, std::vector<std::string> extensions, bool hidden,
-           py::object onError)
-        : onError_(std::move(onError)) {
+           py::object onError, const fileinfo::Device* device)
+        : onError_(std::move(onError)), device_(device ? std::make_unique<fileinfo::Device>(*device) : nullptr) {
         fileinfo::ScanOptions options;
         options.jobs = jobs;
         options.extensions = std::move(extensions);
@@ -296,6 +423,7 @@ public:
                         QuietStdout quiet;
                         fileinfo::LoadInto(path, item);
                         item.path = path;
+                        JudgeRecord(device_.get(), *record);
                         break;
                     }
                     error = MakeOSError(EINVAL, "not a regular file (" + item.reason + ")", item.path);
@@ -328,6 +456,7 @@ public:
                     ended = true;
                     break;
                 }
+                JudgeRecord(device_.get(), *record);
                 batch_.push_back(std::move(record));
             }
         }
@@ -380,6 +509,7 @@ private:
     }
 
     py::object onError_;
+    std::unique_ptr<fileinfo::Device> device_;  // judges every record, when given
     std::map<std::string, size_t> skipped_;
     std::vector<std::unique_ptr<Record>> batch_;
     size_t next_ = 0;
@@ -401,6 +531,8 @@ py::str Utf8(const std::string& text) {
     if (s == nullptr) throw py::error_already_set();
     return py::reinterpret_steal<py::str>(s);
 }
+
+py::object Utf8Object(const std::string& text) { return Utf8(text); }
 
 py::dict DifferenceDict(const fileinfo::Difference& d) {
     py::list fields, frames, mismatches;
@@ -505,6 +637,9 @@ PYBIND11_MODULE(_fileinfo, m) {
     m.def(
         "has_reader", [](const std::string& path) { return MediaFileHasReader(path.c_str()) != 0; }, py::arg("path"),
         "Whether a reader takes the path's extension.");
+    m.def(
+        "walk_takes", [](const std::string& path) { return fileinfo::WalkTakes(path); }, py::arg("path"),
+        "Whether a scan's walk loads a regular file of this name (by its bytes, whatever the library reads).");
 
     py::list names;
     for (const std::string& n : FieldNames()) names.append(py::str(n));
@@ -512,6 +647,23 @@ PYBIND11_MODULE(_fileinfo, m) {
     for (const auto& f : fileinfo::kNumberFields) numberNames.append(py::str(f.name));
     for (const auto& f : fileinfo::kTextFields) textNames.append(py::str(f.name));
     m.attr("FIELDS") = py::tuple(names);
+    py::list readingNames, tagNames;
+    for (const auto& f : fileinfo::kReadingFields) (f.tag ? tagNames : readingNames).append(py::str(f.name));
+    m.attr("READING_FIELDS") = py::tuple(readingNames);
+    m.attr("TAG_FIELDS") = py::tuple(tagNames);
+    py::list differFields;
+    for (const auto& rule : fileinfo::kRecordDiffRules) differFields.append(py::str(rule.field));
+    m.attr("RECORD_DIFFERS_FIELDS") = py::tuple(differFields);
+    // Declared before Record, whose properties return them.
+    py::class_<Media> media(m, "Media",
+                            R"(What a file really holds, read from its bytes by the package's own readers.
+
+Immutable. The reading's fields under the names of the tool's JSON "media"
+object: type, audio_codec, video_codec, duration_ms, sample_rate, channels,
+bits_per_sample, bit_rate, width, height, frame_rate, profile, level, size,
+... (texts as str, None when the file holds none; numbers as int, 0 when
+not known), and its tags under `tags`.)");
+    py::class_<MediaTags> tags(m, "Tags", "The tags a reading found, as UTF-8 texts (None when absent) and numbers.");
     m.attr("NUMBER_FIELDS") = py::tuple(numberNames);
     m.attr("TEXT_FIELDS") = py::tuple(textNames);
 
@@ -544,6 +696,51 @@ has_tags and identified.)");
             return Latin1(get(r.item.record));
         });
     }
+    record
+        .def_property_readonly(
+            "media",
+            [](const Record& r) -> py::object {
+                if (r.item.outcome != fileinfo::Outcome::kLoaded || r.item.readingError != 0) return py::none();
+                return py::cast(Media{r.item.reading});
+            },
+            "What the file really holds, read from its bytes: a Media; None when the file could not be read.")
+        .def_property_readonly(
+            "reading_error",
+            [](const Record& r) -> py::object {
+                if (r.item.readingError == 0) return py::none();
+                return py::str(std::strerror(r.item.readingError));
+            },
+            "Why the file could not be read for its reading, or None.")
+        .def_property_readonly(
+            "record_differs",
+            [](const Record& r) -> py::object {
+                if (!fileinfo::RecordComparable(r.item)) return py::none();
+                py::object make = py::module_::import("fileinfo").attr("RecordDifference");
+                py::list out;
+                for (const fileinfo::RecordDifference& d : fileinfo::RecordDiffers(r.item))
+                    out.append(make(d.field, DiffObject(d.record), DiffObject(d.reading)));
+                return out;
+            },
+            "The record fields a person would read otherwise than the reading, as RecordDifference(field, "
+            "record, reading); None when there is no record or no identified reading to compare.")
+        .def_property_readonly(
+            "verdict",
+            [](const Record& r) -> py::object {
+                if (!r.judged) return py::none();
+                py::tuple keys(r.verdict.refusedBy.size());
+                for (size_t k = 0; k < r.verdict.refusedBy.size(); ++k) keys[k] = py::str(r.verdict.refusedBy[k]);
+                return py::module_::import("fileinfo").attr("ReadingVerdict")(r.verdict.playable, keys,
+                                                                               r.verdict.explanation);
+            },
+            "With a device: its verdict on the reading (ReadingVerdict); else None.")
+        .def_property_readonly(
+            "library_verdict",
+            [](const Record& r) -> py::object {
+                if (!r.judged) return py::none();
+                return py::module_::import("fileinfo").attr("Verdict")(
+                    r.libraryVerdict.playable, OrNone(r.libraryVerdict.refusedBy), r.libraryVerdict.explanation);
+            },
+            "With a device: the library's own verdict on the record (Verdict); else None.");
     record.def("as_dict", &AsDict, "Every field by name, in a fixed order.")
         .def("__eq__", [](const Record& a, const py::object& b) -> py::object {
             if (!py::isinstance<Record>(b)) return py::reinterpret_borrow<py::object>(Py_NotImplemented);
@@ -560,12 +757,37 @@ has_tags and identified.)");
     record.attr("_fields") = m.attr("FIELDS");
     record.attr("__match_args__") = m.attr("FIELDS");
 
-    m.def("load", &Load, py::arg("path"), "Loads one file; see fileinfo.load.");
+
+    for (const auto& f : fileinfo::kReadingFields) {
+        if (f.tag) continue;
+        const auto get = f.get;
+        media.def_property_readonly(f.name, [get](const Media& x) { return ReadingObject(get(x.reading)); });
+    }
+    media.def_property_readonly("tags", [](const Media& x) { return MediaTags{x.reading}; })
+        .def("as_dict", [](const Media& x) { return MediaDict(x.reading); }, "Every field by name, tags as a dict.")
+        .def("__eq__", [](const Media& a, const py::object& b) -> py::object {
+            if (!py::isinstance<Media>(b)) return py::reinterpret_borrow<py::object>(Py_NotImplemented);
+            return py::bool_(MediaDict(a.reading).equal(MediaDict(b.cast<const Media&>().reading)));
+        })
+        .def("__repr__", [](const Media& x) { return MediaRepr(x.reading); });
+    tags.def("as_dict", [](const MediaTags& x) { return TagsDict(x.reading); }, "Every tag by name.")
+        .def("__repr__", [](const MediaTags& x) { return "Tags(" + py::repr(TagsDict(x.reading)).cast<std::string>() + ")"; });
+    for (const auto& f : fileinfo::kReadingFields) {
+        if (!f.tag) continue;
+        const auto get = f.get;
+        tags.def_property_readonly(f.name, [get](const MediaTags& x) { return ReadingObject(get(x.reading)); });
+    }
+
+    m.def(
+        "load",
+        [](const std::string& path, const fileinfo::Device* device) { return Load(path, device); },
+        py::arg("path"), py::arg("device") = nullptr, "Loads one file; see fileinfo.load.");
 
     py::class_<PyScan>(m, "Scan", "An iterator over the records of a scan; see fileinfo.scan.")
-        .def(py::init<std::vector<std::string>, unsigned, std::vector<std::string>, bool, py::object>(),
+        .def(py::init<std::vector<std::string>, unsigned, std::vector<std::string>, bool, py::object,
+                      const fileinfo::Device*>(),
              py::arg("roots"), py::arg("jobs") = 0, py::arg("extensions") = std::vector<std::string>(),
-             py::arg("hidden") = false, py::arg("on_error") = py::none())
+             py::arg("hidden") = false, py::arg("on_error") = py::none(), py::arg("device") = nullptr)
         .def("__iter__", [](py::object self) { return self; })
         .def("__next__", &PyScan::Next)
         .def("close", &PyScan::Stop, "Stops the scan; the iterator ends.")
@@ -594,6 +816,17 @@ has_tags and identified.)");
             }
             return py::make_tuple(v.playable, OrNone(v.refusedBy), v.explanation);
         })
+        .def("judge_reading",
+             [](const fileinfo::Device& d, const Record& r) {
+                 fileinfo::ReadingVerdict v;
+                 {
+                     py::gil_scoped_release release;
+                     v = d.JudgeReading(r.item.reading);
+                 }
+                 py::tuple keys(v.refusedBy.size());
+                 for (size_t k = 0; k < v.refusedBy.size(); ++k) keys[k] = py::str(v.refusedBy[k]);
+                 return py::make_tuple(v.playable, keys, v.explanation);
+             })
         .def("limit", &fileinfo::Device::Limit, py::arg("file_type"), py::arg("key"))
         .def_property_readonly("text", [](const fileinfo::Device& d) { return py::bytes(d.Text()); });
 

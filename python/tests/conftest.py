@@ -37,11 +37,14 @@ def media_files():
     return [p for p in files if p.suffix.lower() in READ_EXTENSIONS]
 
 
-def tool_json(*args):
-    """The fileinfo tool's JSON lines for the arguments, parsed."""
+def tool_json(*args, record=True):
+    """The fileinfo tool's JSON lines for the arguments, parsed: of the
+    library's record alone (--record), or with `record=False` with the
+    reading beside it."""
     if not os.access(TOOL, os.X_OK):
         pytest.skip(f"the fileinfo tool is not built ({TOOL})")
-    done = subprocess.run([TOOL, "--json", *map(str, args)], capture_output=True, check=False)
+    options = ["--json", "--record"] if record else ["--json"]
+    done = subprocess.run([TOOL, *options, *map(str, args)], capture_output=True, check=False)
     assert done.returncode in (0, 1), done.stderr.decode()
     return [json.loads(line) for line in done.stdout.decode().splitlines()]
 

@@ -21,7 +21,7 @@ def test_lazy_without_a_client_and_empty_input(tmp_path):
     df = fileinfo.dask.scan(EXAMPLES, partition_size=2)
     pd.testing.assert_frame_equal(df.compute(scheduler="threads").reset_index(drop=True), single_process(EXAMPLES))
     empty = fileinfo.dask.scan(tmp_path).compute()
-    assert len(empty) == 0 and list(empty.columns) == list(fileinfo.FIELDS)
+    assert len(empty) == 0 and list(empty.columns) == list(fileinfo._pandas.COLUMNS)
 
 
 def test_without_pandas_a_bag_of_records():
@@ -47,14 +47,7 @@ def client():
 
 
 def single_process(paths, device=None):
-    records = list(fileinfo.scan(paths))
-    frame = fileinfo.to_pandas(records)
-    if device is not None:
-        verdicts = [device.judge(r) for r in records]
-        frame["playable"] = pd.array([v.playable for v in verdicts], dtype="bool")
-        frame["refused_by"] = pd.array([v.refused_by for v in verdicts], dtype="string")
-        frame["explanation"] = pd.array([v.explanation for v in verdicts], dtype="string")
-    return frame
+    return fileinfo.to_pandas(fileinfo.scan(paths, device=device))
 
 
 def test_rows_equal_the_single_process_scan(client, media_tree):

@@ -29,7 +29,7 @@ def test_the_order_is_the_sequential_walks_whatever_the_jobs(media_tree):
         dirs.sort()
         entries = sorted([(d, True) for d in dirs] + [(f, False) for f in files])
         for name, is_dir in entries:
-            if not is_dir and fileinfo._fileinfo.has_reader(name):
+            if not is_dir and fileinfo._fileinfo.walk_takes(name):
                 walked.append(os.path.join(folder, name))
     # os.walk visits subfolders after the files; the scan walks them in place.
     assert sorted(one) == sorted(walked)

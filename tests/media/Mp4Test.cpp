@@ -630,8 +630,8 @@ TEST(Mp4Items, Utf16TextBecomesUtf8) {
     EXPECT_EQ(ReadItems(IlstItem(Copyright("nam"), utf16, 2)).tags.title, "Caf\xC3\xA9\xF0\x9F\x98\x80");
 }
 
-TEST(Mp4Items, AlbumArtistStandsInForAMissingArtist) {
-    EXPECT_EQ(ReadItems(TextItem("aART", "Band")).tags.artist, "Band");
+TEST(Mp4Items, AlbumArtistIsNotTheArtist) {
+    EXPECT_EQ(ReadItems(TextItem("aART", "Band")).tags.artist, "");
     EXPECT_EQ(ReadItems(Cat({TextItem("aART", "Band"), TextItem(Copyright("ART"), "Singer")})).tags.artist, "Singer");
 }
 

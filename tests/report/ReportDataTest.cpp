@@ -2,9 +2,12 @@
 // fill, and the compact rows.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include <nlohmann/json.hpp>
 
 #include "Report.h"
+#include "Text.h"
 
 namespace fileinfo {
 namespace {
@@ -39,6 +42,8 @@ TEST(ReportTemplate, TheEmbeddedPageHoldsTheData) {
               std::string::npos);
 }
 
+// A loaded file whose record and reading agree. `title` is Latin-1 in the
+// record; the reading holds it as UTF-8.
 ScanItem Loaded(const std::string& path, const char* type, const char* title) {
     ScanItem item;
     item.path = path;
@@ -49,6 +54,11 @@ ScanItem Loaded(const std::string& path, const char* type, const char* title) {
     snprintf(item.record.title, MEDIA_TEXT_SIZE, "%s", title);
     item.record.durationMs = 61000;
     item.record.fileSize = 1234;
+    item.reading.type = type;
+    item.reading.audio_codec = type;
+    item.reading.duration_ms = 61000;
+    item.reading.size = 1234;
+    item.reading.tags.title = Latin1ToUtf8(title, MEDIA_TEXT_SIZE);
     return item;
 }
 
@@ -101,6 +111,57 @@ TEST(ReportData, RowsFollowTheColumns) {
     EXPECT_EQ(doc["errors"][0][0], "gone");
     EXPECT_EQ(doc["device"], nullptr);
     EXPECT_EQ(doc["statusTexts"]["1"], MediaFileStatusText(1));
+    // Every record agrees with its reading.
+    EXPECT_EQ(doc["differs"]["count"], 0);
+    EXPECT_EQ(doc["differs"]["files"], nlohmann::json::parse("[[],[],[],[],[],[],[],[],[]]"));
+}
+
+TEST(ReportData, RowsCarryTheReadingWhereTheRecordDiffers) {
+    ReportData data(nullptr);
+    ScanItem wav = Loaded("music/long.wav", "WAV", "long");
+    wav.reading.tags.title.clear();  // the record's title is the file's name
+    wav.reading.duration_ms = 15000;
+    wav.record.durationMs = 8000;
+    wav.reading.size = 5368709120ull;  // 5 GiB; the record keeps the low 32 bits
+    wav.record.fileSize = 1073741824u;
+    data.Add(Loaded("music/same.mp3", "MP3", "same"));
+    data.Add(wav);
+    ReportHeader header;
+    header.generated = "2026-01-01T00:00:00Z";
+    const nlohmann::json doc = nlohmann::json::parse(data.Json(header));
+    const auto& columns = doc["columns"];
+    const auto col = [&](const char* name) {
+        return static_cast<size_t>(std::find(columns.begin(), columns.end(), name) - columns.begin());
+    };
+    EXPECT_EQ(doc["files"][1][col("duration")], 15000);
+    EXPECT_EQ(doc["files"][1][col("size")], 5368709120ull);
+    EXPECT_EQ(doc["files"][1][col("title")], "");
+    EXPECT_EQ(doc["differs"]["count"], 1);
+    EXPECT_EQ(doc["differs"]["fields"][0], nlohmann::json::parse(R"({"field":"title","label":"title","count":1})"));
+    EXPECT_EQ(doc["differs"]["fields"][3],
+              nlohmann::json::parse(R"({"field":"durationMs","label":"duration","count":1})"));
+    EXPECT_EQ(doc["differs"]["fields"][1]["count"], 0);
+    EXPECT_EQ(doc["differs"]["fields"].size(), 9u);
+    // By field: the title taken from the file's name is the row alone.
+    EXPECT_EQ(doc["differs"]["files"],
+              nlohmann::json::parse(R"([[1], [], [], [[1, 8000, 15000]], [], [], [], [], [[1, 1073741824, 5368709120]]])"));
+}
+
+TEST(ReportData, ThePageListsTheFirstFiveHundredFilesOfAFieldAndCountsThemAll) {
+    ReportData data(nullptr);
+    for (int k = 0; k < 600; ++k) {
+        ScanItem item = Loaded("music/" + std::to_string(k) + ".wav", "WAV", "x");
+        item.reading.duration_ms = 15000;
+        item.record.durationMs = 8000;
+        data.Add(item);
+    }
+    ReportHeader header;
+    header.generated = "2026-01-01T00:00:00Z";
+    const nlohmann::json doc = nlohmann::json::parse(data.Json(header));
+    EXPECT_EQ(doc["differs"]["count"], 600);
+    EXPECT_EQ(doc["differs"]["fields"][3]["count"], 600);
+    ASSERT_EQ(doc["differs"]["files"][3].size(), 500u);
+    EXPECT_EQ(doc["differs"]["files"][3][499], nlohmann::json::parse("[499, 8000, 15000]"));
 }
 
 TEST(ReportData, PathsThatAreNotUtf8StillMakeADocument) {

@@ -198,7 +198,7 @@ READ_PAGE = r"""(() => {
               shown: s.display !== 'none' && s.visibility !== 'hidden' && !e.closest('[hidden]')}; };
   const ids = ['title', 'headline', 'fig-files', 'device', 'verdict-figure', 'fig-playable', 'chart-refusals',
       'chart-types', 'chart-codecs', 'hist-duration', 'hist-bitrate', 'hist-samplerate', 'scatter-size',
-      'file-table-wrap', 'filter-text', 'problem-list'];
+      'file-table-wrap', 'filter-text', 'problem-list', 'differs'];
   const boxes = {}; ids.forEach(id => boxes[id] = box(id));
   return {
     ready: document.body.getAttribute('data-ready'), title: document.title, h1: document.getElementById('title').textContent,
@@ -209,6 +209,9 @@ READ_PAGE = r"""(() => {
     rows: document.querySelectorAll('#file-rows tr').length,
     problems: [...document.querySelectorAll('#problem-list tbody tr')].map(tr => [...tr.cells].map(c => c.textContent)),
     scripts: document.scripts.length, images: document.images.length,
+    differsFiles: v('differs-summary'),
+    differs: Object.fromEntries([...document.querySelectorAll('#differs-list details')].map(d =>
+        [d.getAttribute('data-field'), Number(d.getAttribute('data-count'))])),
     svgs: [...document.querySelectorAll('svg:not([aria-hidden])')].map(s => ({label: s.getAttribute('aria-labelledby'),
         title: (s.querySelector('title') || {}).textContent, desc: (s.querySelector('desc') || {}).textContent})),
     limits: [...document.querySelectorAll('#scatter-size [data-limit]')].map(l => l.getAttribute('data-limit') + '=' + l.getAttribute('data-value')),
@@ -272,39 +275,39 @@ TABLE = r"""[...document.querySelectorAll('#file-rows tr')].map(tr => [...tr.cel
 
 
 def expected_figures(lines, tree_files):
+    """The page's figures as the JSON lines give them: counted by the reading
+    ("media"), a file being identified when the reading found its type, and
+    failed when it was not and the library's load failed."""
     files = len(lines)
-    failed = sum(1 for d in lines if d["status"] != 1)
 
     def identified(d):
-        r = d["record"]
-        return d["status"] == 1 and r is not None and (r["fileType"] != "" or d["is_audio"] or d["is_video"])
+        return d["media"] is not None and d["media"]["type"] is not None
 
-    ident = sum(1 for d in lines if identified(d))
-    loaded = [d for d in lines if d["status"] == 1 and d["record"] is not None]
-    by_key, by_why, by_type = {}, {}, {}
+    ident = [d for d in lines if identified(d)]
+    failed = sum(1 for d in lines if not identified(d) and d["status"] != 1)
+    by_key, by_why, by_type, differs = {}, {}, {}, {}
     for d in lines:
-        # Older tools explained a file without a type with the type's empty name.
-        if d["explanation"] == "the device lists no  type":
-            d["explanation"] = "the file was not identified"
         if not d["playable"]:
             if d["refused_by"]:
                 by_key[d["refused_by"]] = by_key.get(d["refused_by"], 0) + 1
             else:
-                by_why[d["explanation"]] = by_why.get(d["explanation"], 0) + 1
+                why = d["explanation"] or "not playable"
+                by_why[why] = by_why.get(why, 0) + 1
         if identified(d):
-            # As the summary names types: an ADTS stream (.aac) is "AAC".
-            t = d["record"]["fileType"] or ("AAC" if d["path"].lower().endswith(".aac")
-                                            else "video" if d["is_video"] else "audio")
+            t = d["media"]["type"]
             by_type[t] = by_type.get(t, 0) + 1
+        for x in d["record_differs"] or []:
+            differs[x["field"]] = differs.get(x["field"], 0) + 1
     listed = {d["path"] for d in lines}
     return {
-        "files": files, "failed": failed, "identified": ident, "unidentified": files - failed - ident,
+        "files": files, "failed": failed, "identified": len(ident), "unidentified": files - failed - len(ident),
         "skipped": len([p for p in tree_files if p not in listed]), "unreachable": 0,
-        "duration": sum(d["record"]["durationMs"] for d in loaded),
-        "size": sum(d["record"]["fileSize"] for d in loaded),
+        "duration": sum(d["media"]["duration_ms"] for d in ident),
+        "size": sum(d["media"]["size"] for d in ident),
         "playable": sum(1 for d in lines if d["playable"]),
         "unplayable": sum(1 for d in lines if not d["playable"]),
         "by_key": by_key, "by_why": by_why, "by_type": by_type,
+        "differs": differs, "differs_files": sum(1 for d in lines if d["record_differs"]),
     }
 
 
@@ -372,10 +375,13 @@ def check_page(browser, url, exp, lines, width, height, mobile, scheme, shots):
     check(p["rows"] == min(100, exp["files"]) and p["matching"] == exp["files"], what + ": the table lists every file")
     problems = {row[0]: row[1] for row in p["problems"]}
     want = {d["path"]: "%d (%s)" % (d["status"], d["status_text"]) for d in lines
-            if d["status"] != 1 or not (d["record"]["fileType"] or d["is_audio"] or d["is_video"])}
+            if d["media"] is None or d["media"]["type"] is None}
     check(problems == want, what + ": failed and unidentified files are listed with their status texts")
     check(p["title"] == PAGE_TITLE and p["h1"] == PAGE_TITLE, what + ": --title names the page, as text")
-    check(p["scripts"] == 2 and p["images"] == 0, what + ": tag texts added no script or image element")
+    check(p["scripts"] == 3 and p["images"] == 0, what + ": tag texts added no script or image element")
+    check(p["differsFiles"] == exp["differs_files"] and p["differs"] == exp["differs"],
+          "%s: where the record differs, %s files by field %s, equals the JSON lines' %s files by field %s"
+          % (what, p["differsFiles"], p["differs"], exp["differs_files"], exp["differs"]))
     check(all(s["title"] and s["desc"] and s["label"] for s in p["svgs"]) and len(p["svgs"]) >= 7,
           what + ": every chart has a title and a text alternative")
     check("width=320" in p["limits"] and "height=240" in p["limits"], what + ": the device's maximum size is drawn")
@@ -430,7 +436,7 @@ def check_page(browser, url, exp, lines, width, height, mobile, scheme, shots):
     page.b.settle(0.2)
     page.js("document.querySelector('th[data-key=duration] button').click()")
     first = page.js("document.querySelector('#file-rows tr').getAttribute('data-index')")
-    longest = max(range(len(lines)), key=lambda k: (lines[k]["record"] or {}).get("durationMs", 0))
+    longest = max(range(len(lines)), key=lambda k: (lines[k]["media"] or {}).get("duration_ms", 0))
     check(int(first) == longest, what + ": sorting by duration puts the longest file first")
     # Filtering by playable.
     page.js("const s = document.getElementById('filter-playable'); s.value = 'no'; s.dispatchEvent(new Event('change'))")

@@ -21,7 +21,7 @@ std::string WriteCaps(const TempDir& dir, const std::string& text) {
 }
 
 nlohmann::json JsonOf(const std::string& arguments) {
-    const ToolRun run = RunTool("--json " + arguments);
+    const ToolRun run = RunTool("--record --json " + arguments);
     EXPECT_EQ(run.exitCode, 0) << arguments;
     return nlohmann::json::parse(run.out);
 }
@@ -32,7 +32,7 @@ std::string SlowWavDevice() {
 }
 
 TEST_F(Tool, ExamplePlayerPlaysTheExampleFiles) {
-    const ToolRun run = RunTool("--device " + PlayerCapsPath() + " " + Example("tone-mono.wav"));
+    const ToolRun run = RunTool("--record --device " + PlayerCapsPath() + " " + Example("tone-mono.wav"));
     EXPECT_EQ(run.exitCode, 0);
     EXPECT_NE(run.out.find("\n  device: playable\n"), std::string::npos) << run.out;
 }
@@ -91,7 +91,7 @@ TEST_F(Tool, JsonSaysNotPlayableAndWhy) {
 TEST_F(Tool, ExplainNamesTheRefusingKeyInText) {
     TempDir dir;
     const std::string caps = WriteCaps(dir, SlowWavDevice());
-    const ToolRun run = RunTool("--device " + caps + " --explain " + Example("tone-mono.wav"));
+    const ToolRun run = RunTool("--record --device " + caps + " --explain " + Example("tone-mono.wav"));
     EXPECT_EQ(run.exitCode, 0);  // the exit status reports loading only
     EXPECT_NE(run.out.find("\n  device: not playable: requirement MaximumSampleRate = \"4000\" refuses it"
                            " (sampleRate 8000)\n"),
@@ -131,7 +131,7 @@ TEST_F(Tool, FileThatDidNotLoadIsNotPlayable) {
     const std::string caps = WriteCaps(dir, DeviceWith("WAV", ""));
     // Sixteen bytes or fewer: too short for every reader, the lenient AIFF one included.
     const std::string junk = dir.write("junk.wav", Bytes(16, 'x'));
-    const ToolRun run = RunTool("--json --explain --device " + caps + " " + junk);
+    const ToolRun run = RunTool("--record --json --explain --device " + caps + " " + junk);
     EXPECT_EQ(run.exitCode, 1);
     const nlohmann::json j = nlohmann::json::parse(run.out);
     EXPECT_EQ(j["playable"], false);
@@ -139,11 +139,11 @@ TEST_F(Tool, FileThatDidNotLoadIsNotPlayable) {
 }
 
 TEST_F(Tool, ExplainWithoutADeviceIsAUsageError) {
-    EXPECT_EQ(RunTool("--explain " + Example("tone-mono.wav")).exitCode, 2);
+    EXPECT_EQ(RunTool("--record --explain " + Example("tone-mono.wav")).exitCode, 2);
 }
 
 TEST_F(Tool, UnreadableCapabilityFileIsAUsageError) {
-    EXPECT_EQ(RunTool("--device /nonexistent/caps.plist " + Example("tone-mono.wav")).exitCode, 2);
+    EXPECT_EQ(RunTool("--record --device /nonexistent/caps.plist " + Example("tone-mono.wav")).exitCode, 2);
 }
 
 TEST_F(Tool, VerdictAgreesWithTheLibraryOnCorruptedCapabilityLists) {
@@ -163,7 +163,7 @@ TEST_F(Tool, VerdictAgreesWithTheLibraryOnCorruptedCapabilityLists) {
         const std::string caps = dir.write("caps.plist", mutated);
         if (text.find("<dict>") == std::string::npos) {
             // No property list at all: refused before any file is judged.
-            EXPECT_EQ(RunTool("--explain --device " + caps + " " + Example("tone-mono.wav")).exitCode, 2);
+            EXPECT_EQ(RunTool("--record --explain --device " + caps + " " + Example("tone-mono.wav")).exitCode, 2);
             continue;
         }
         const nlohmann::json j = JsonOf("--explain --device " + caps + " " + Example("tone-mono.wav"));

@@ -29,7 +29,7 @@ const std::vector<std::string> kDefaultColumns = {
     "bitRate",  "sampleRate",  "channelMode", "width",   "height",     "title",       "artist"};
 
 TEST_F(Tool, CsvHasAHeaderAndOneRowPerFileWithMachineValues) {
-    const ToolRun run = RunTool("--format csv " + kExamples);
+    const ToolRun run = RunTool("--record --format csv " + kExamples);
     EXPECT_EQ(run.exitCode, 0);
     const Rows rows = CsvRows(run.out);
     ASSERT_EQ(rows.size(), 7u);
@@ -46,7 +46,7 @@ TEST_F(Tool, CsvHasAHeaderAndOneRowPerFileWithMachineValues) {
 TEST_F(Tool, CsvLinesEndInCrLfAndQuoteWhatNeedsIt) {
     TempDir dir;
     std::filesystem::copy_file(Example("tone-mono.wav"), dir.file("a,\"b\" c.wav"));
-    const ToolRun run = RunTool("--format csv --fields path,title '" + dir.path().string() + "'");
+    const ToolRun run = RunTool("--record --format csv --fields path,title '" + dir.path().string() + "'");
     EXPECT_EQ(run.out, "path,title\r\n\"" + dir.file("a,\"\"b\"\" c.wav") + "\",\"a,\"\"b\"\" c\"\r\n");
     const Rows rows = CsvRows(run.out);
     ASSERT_EQ(rows.size(), 2u);
@@ -58,8 +58,8 @@ TEST_F(Tool, TsvEscapesTabsAndLineBreaksAndParsesBackToTheCsvValues) {
     TempDir dir;
     std::filesystem::copy_file(Example("tone-mono.wav"), dir.file("tab\there\nnew.wav"));
     std::filesystem::copy_file(Example("chord-8s.wav"), dir.file("plain.wav"));
-    const ToolRun tsv = RunTool("--format tsv " + dir.path().string());
-    const ToolRun csv = RunTool("--format csv " + dir.path().string());
+    const ToolRun tsv = RunTool("--record --format tsv " + dir.path().string());
+    const ToolRun csv = RunTool("--record --format csv " + dir.path().string());
     EXPECT_NE(tsv.out.find("tab\\there\\nnew.wav\t"), std::string::npos) << tsv.out;
     const Rows tsvRows = TsvRows(tsv.out);
     ASSERT_EQ(tsvRows.size(), 3u);
@@ -68,44 +68,46 @@ TEST_F(Tool, TsvEscapesTabsAndLineBreaksAndParsesBackToTheCsvValues) {
 
 TEST_F(Tool, FieldsChooseTheColumnsOfEveryFormat) {
     const std::string args = " --fields path,durationMs,is_audio,fileType " + Example("chord-8s.wav");
-    EXPECT_EQ(RunTool("--format csv" + args).out,
+    EXPECT_EQ(RunTool("--record --format csv" + args).out,
               "path,durationMs,is_audio,fileType\r\n" + Example("chord-8s.wav") + ",8000,true,WAV\r\n");
-    EXPECT_EQ(RunTool("--format tsv" + args).out,
+    EXPECT_EQ(RunTool("--record --format tsv" + args).out,
               "path\tdurationMs\tis_audio\tfileType\n" + Example("chord-8s.wav") + "\t8000\ttrue\tWAV\n");
-    EXPECT_EQ(RunTool("--format json" + args).out,
+    EXPECT_EQ(RunTool("--record --format json" + args).out,
               "{\"path\":\"" + Example("chord-8s.wav") + "\",\"durationMs\":8000,\"is_audio\":true,\"fileType\":\"WAV\"}\n");
-    const std::string list = RunTool("--format list" + args).out;
+    const std::string list = RunTool("--record --format list" + args).out;
     EXPECT_NE(list.find("\n  durationMs: 8000 (0:08.000)\n  fileType: \"WAV\"\n"), std::string::npos) << list;
     EXPECT_EQ(list.find("sampleRate"), std::string::npos) << list;
-    const std::string table = RunTool("--format table" + args).out;
+    const std::string table = RunTool("--record --format table" + args).out;
     EXPECT_EQ(table.substr(0, table.find('\n')), "path                                      durationMs  is_audio    fileType");
 }
 
 TEST_F(Tool, FieldsWithoutADeviceGiveNullVerdicts) {
-    EXPECT_EQ(RunTool("--json --fields playable,refused_by " + Example("chord-8s.wav")).out,
+    EXPECT_EQ(RunTool("--record --json --fields playable,refused_by " + Example("chord-8s.wav")).out,
               "{\"playable\":null,\"refused_by\":null}\n");
 }
 
 TEST_F(Tool, UnknownFieldIsAUsageErrorListingTheValidOnes) {
     TempDir dir;
-    const ToolRun run = RunTool("--fields path,bitrate " + Example("chord-8s.wav"), dir.file("err"));
+    const ToolRun run = RunTool("--record --fields path,bitrate " + Example("chord-8s.wav"), dir.file("err"));
     EXPECT_EQ(run.exitCode, 2);
     EXPECT_EQ(run.out, "");
     EXPECT_EQ(run.err.rfind("fileinfo: --fields: no field is called \"bitrate\"; did you mean bitRate? The fields are "
-                            "path, status, is_audio, "
-                            "is_video, has_tags, identified, playable, refused_by, isVbr, ",
+                            "path, status, is_audio, is_video, has_tags, identified, playable, refused_by, "
+                            "library_playable, library_refused_by, record_differs; the reading's type, aac_format, ",
                             0),
               0u)
         << run.err;
-    EXPECT_NE(run.err.find(", comment, composer\n"), std::string::npos);
+    EXPECT_NE(run.err.find("; the record's isVbr, trackNumber, "), std::string::npos);
+    EXPECT_NE(run.err.find(", comment, composer (record.title and so on where a name is the reading's too)\n"),
+              std::string::npos);
 }
 
 TEST_F(Tool, UnknownFormatIsAUsageError) {
-    EXPECT_EQ(RunTool("--format xml " + Example("chord-8s.wav")).exitCode, 2);
+    EXPECT_EQ(RunTool("--record --format xml " + Example("chord-8s.wav")).exitCode, 2);
 }
 
 TEST_F(Tool, DefaultFormatOffATerminalIsTheListing) {
-    EXPECT_EQ(RunTool(Example("chord-8s.wav")).out, RunTool("--format list " + Example("chord-8s.wav")).out);
+    EXPECT_EQ(RunTool("--record " + Example("chord-8s.wav")).out, RunTool("--record --format list " + Example("chord-8s.wav")).out);
 }
 
 TEST_F(Tool, DefaultFormatOnATerminalIsTheTable) {
@@ -117,21 +119,21 @@ TEST_F(Tool, DefaultFormatOnATerminalIsTheTable) {
 }
 
 TEST_F(Tool, ListingLeavesOutVideoFieldsOfAudioFilesUnlessAllFields) {
-    const std::string audio = RunTool("--format list " + Example("chord-8s.wav")).out;
+    const std::string audio = RunTool("--record --format list " + Example("chord-8s.wav")).out;
     EXPECT_EQ(audio.find("  width:"), std::string::npos);
     EXPECT_EQ(audio.find("  videoFormat:"), std::string::npos);
     EXPECT_EQ(audio.find("  frameRate:"), std::string::npos);
     EXPECT_NE(audio.find("  sampleRate: 4000\n"), std::string::npos);
-    const std::string all = RunTool("--format list --all-fields " + Example("chord-8s.wav")).out;
+    const std::string all = RunTool("--record --format list --all-fields " + Example("chord-8s.wav")).out;
     EXPECT_NE(all.find("  width: 0\n"), std::string::npos);
     EXPECT_NE(all.find("  videoFormat: \"\"\n"), std::string::npos);
-    const std::string movie = RunTool("--format list " + kFixtures + "/mp4/h264-baseline.mp4").out;
+    const std::string movie = RunTool("--record --format list " + kFixtures + "/mp4/h264-baseline.mp4").out;
     EXPECT_NE(movie.find("  width: "), std::string::npos) << movie;
     EXPECT_NE(movie.find("  videoFormat: \"H264 Baseline@L3\"\n"), std::string::npos) << movie;
 }
 
 TEST_F(Tool, TableShowsShortReadableColumns) {
-    const ToolRun run = RunTool("--format table " + kExamples);
+    const ToolRun run = RunTool("--record --format table " + kExamples);
     EXPECT_EQ(run.exitCode, 0);
     std::vector<std::string> lines;
     size_t start = 0, end;
@@ -151,7 +153,7 @@ TEST_F(Tool, TableShowsShortReadableColumns) {
 }
 
 TEST_F(Tool, TableShowsPictureSizeOfMovies) {
-    const ToolRun run = RunTool("--format table " + kFixtures + "/mp4/h264-baseline.mp4");
+    const ToolRun run = RunTool("--record --format table " + kFixtures + "/mp4/h264-baseline.mp4");
     EXPECT_NE(run.out.find("H.264LC       H264 Baseline@L3"), std::string::npos) << run.out;
     EXPECT_NE(run.out.find("\xC3\x97"), run.out.rfind("\xC3\x97")) << run.out;  // the heading's and the size's
 }
@@ -159,20 +161,20 @@ TEST_F(Tool, TableShowsPictureSizeOfMovies) {
 TEST_F(Tool, UnidentifiedFilesAreLabelledInEveryFormat) {
     TempDir dir;
     const std::string junk = dir.write("noise.mp3", Bytes(600, 0x11));
-    EXPECT_EQ(RunTool("--json " + junk).exitCode, 0);
-    EXPECT_EQ(JsonLines(RunTool("--json " + junk).out)[0]["identified"], false);
-    EXPECT_EQ(CsvRows(RunTool("--format csv " + junk).out)[1][2], "false");
-    EXPECT_EQ(TsvRows(RunTool("--format tsv " + junk).out)[1][2], "false");
-    EXPECT_NE(RunTool("--format table " + junk).out.find("  unidentified"), std::string::npos);
-    EXPECT_NE(RunTool("--format list " + junk).out.find("  status: 1 (success, but no reader identified the file)\n"),
+    EXPECT_EQ(RunTool("--record --json " + junk).exitCode, 0);
+    EXPECT_EQ(JsonLines(RunTool("--record --json " + junk).out)[0]["identified"], false);
+    EXPECT_EQ(CsvRows(RunTool("--record --format csv " + junk).out)[1][2], "false");
+    EXPECT_EQ(TsvRows(RunTool("--record --format tsv " + junk).out)[1][2], "false");
+    EXPECT_NE(RunTool("--record --format table " + junk).out.find("  unidentified"), std::string::npos);
+    EXPECT_NE(RunTool("--record --format list " + junk).out.find("  status: 1 (success, but no reader identified the file)\n"),
               std::string::npos);
 }
 
 TEST_F(Tool, StrictCountsUnidentifiedFilesAsFailures) {
     TempDir dir;
     const std::string junk = dir.write("noise.mp3", Bytes(600, 0x11));
-    EXPECT_EQ(RunTool("--strict " + junk).exitCode, 1);
-    EXPECT_EQ(RunTool("--strict " + Example("chord-8s.wav")).exitCode, 0);
+    EXPECT_EQ(RunTool("--record --strict " + junk).exitCode, 1);
+    EXPECT_EQ(RunTool("--record --strict " + Example("chord-8s.wav")).exitCode, 0);
 }
 
 // The counts of a summary object, summed over the lines of the same run.
@@ -182,7 +184,7 @@ TEST_F(Tool, SummaryCountsEqualThePerFileLines) {
     dir.write(".hidden.wav", Bytes(5, 'x'));
     dir.write("noise.mp3", Bytes(600, 0x11));
     dir.write("short.wav", Bytes(4, 'x'));
-    const ToolRun run = RunTool("--json --summary " + kExamples + " " + kFixtures + " " + dir.path().string());
+    const ToolRun run = RunTool("--record --json --summary " + kExamples + " " + kFixtures + " " + dir.path().string());
     EXPECT_EQ(run.exitCode, 1);  // short.wav did not load
     std::vector<nlohmann::json> lines = JsonLines(run.out);
     ASSERT_GE(lines.size(), 2u);
@@ -225,11 +227,11 @@ TEST_F(Tool, SummaryCountsEqualThePerFileLines) {
 }
 
 TEST_F(Tool, SummaryOnlyPrintsTheSummaryAlone) {
-    const ToolRun json = RunTool("--json --summary-only " + kExamples);
+    const ToolRun json = RunTool("--record --json --summary-only " + kExamples);
     const std::vector<nlohmann::json> lines = JsonLines(json.out);
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0]["summary"]["loaded"], 6);
-    const ToolRun text = RunTool("--summary-only " + kExamples);
+    const ToolRun text = RunTool("--record --summary-only " + kExamples);
     // The example host's two sources and the Dask example are skipped.
     EXPECT_EQ(text.out.rfind("summary:\n  files:      6 loaded, 0 unidentified, 0 failed, 3 skipped, 0 unreadable\n"
                                 "  skipped:    3 extension not read\n", 0),
@@ -323,7 +325,7 @@ std::string SlowWavCaps(const TempDir& dir) {
 TEST_F(Tool, SummaryWithADeviceCountsPlayableFilesAndRefusalsByKey) {
     TempDir dir;
     const std::string caps = SlowWavCaps(dir);
-    const ToolRun run = RunTool("--json --summary-only --device " + caps + " " + kExamples);
+    const ToolRun run = RunTool("--record --json --summary-only --device " + caps + " " + kExamples);
     const nlohmann::json summary = JsonLines(run.out).at(0)["summary"];
     EXPECT_EQ(summary["playable"], 1);
     EXPECT_EQ(summary["unplayable"], 5);
@@ -332,7 +334,7 @@ TEST_F(Tool, SummaryWithADeviceCountsPlayableFilesAndRefusalsByKey) {
                                                      {"the device lists no AIFF type", 1},
                                                      {"the device lists no MP3 type", 1},
                                                      {"the file has no file type to look up (ADTS streams carry none)", 1}}));
-    const ToolRun text = RunTool("--summary-only --device " + caps + " " + kExamples);
+    const ToolRun text = RunTool("--record --summary-only --device " + caps + " " + kExamples);
     EXPECT_NE(text.out.find("\n  device:     1 playable, 5 unplayable\n  refused by: 1 MaximumSampleRate, "),
               std::string::npos)
         << text.out;
@@ -343,7 +345,7 @@ TEST_F(Tool, OnlyFiltersByTheVerdict) {
     const std::string caps = SlowWavCaps(dir);
     const auto paths = [&](const std::string& only) {
         std::vector<std::string> shown;
-        for (const auto& line : JsonLines(RunTool("--json --only " + only + " --device " + caps + " " + kExamples).out))
+        for (const auto& line : JsonLines(RunTool("--record --json --only " + only + " --device " + caps + " " + kExamples).out))
             shown.push_back(line["path"]);
         return shown;
     };
@@ -351,24 +353,24 @@ TEST_F(Tool, OnlyFiltersByTheVerdict) {
     const std::vector<std::string> unplayable = paths("unplayable");
     EXPECT_EQ(unplayable.size(), 5u);
     EXPECT_EQ(unplayable.front(), Example("chord-vbr.mp3"));
-    EXPECT_EQ(RunTool("--only sometimes --device " + caps + " " + kExamples).exitCode, 2);
-    EXPECT_EQ(RunTool("--only playable " + kExamples).exitCode, 2);  // needs --device
+    EXPECT_EQ(RunTool("--record --only sometimes --device " + caps + " " + kExamples).exitCode, 2);
+    EXPECT_EQ(RunTool("--record --only playable " + kExamples).exitCode, 2);  // needs --device
 }
 
 TEST_F(Tool, FailUnplayableExitsThreeWhenAFileIsNotPlayable) {
     TempDir dir;
     const std::string caps = SlowWavCaps(dir);
-    EXPECT_EQ(RunTool("--fail-unplayable --device " + caps + " " + Example("tone-mono.wav")).exitCode, 3);
-    EXPECT_EQ(RunTool("--fail-unplayable --device " + caps + " " + Example("chord-8s.wav")).exitCode, 0);
-    EXPECT_EQ(RunTool("--device " + caps + " " + Example("tone-mono.wav")).exitCode, 0);
+    EXPECT_EQ(RunTool("--record --fail-unplayable --device " + caps + " " + Example("tone-mono.wav")).exitCode, 3);
+    EXPECT_EQ(RunTool("--record --fail-unplayable --device " + caps + " " + Example("chord-8s.wav")).exitCode, 0);
+    EXPECT_EQ(RunTool("--record --device " + caps + " " + Example("tone-mono.wav")).exitCode, 0);
     // A failure to load outweighs it.
     const std::string shortWav = dir.write("short.wav", Bytes(4, 'x'));
-    EXPECT_EQ(RunTool("--fail-unplayable --device " + caps + " " + shortWav).exitCode, 1);
+    EXPECT_EQ(RunTool("--record --fail-unplayable --device " + caps + " " + shortWav).exitCode, 1);
 }
 
 TEST_F(Tool, CapabilityFileWithoutADictIsAUsageErrorWithTheReason) {
     TempDir dir;
-    const ToolRun run = RunTool("--device " + Example("chord-vbr.mp3") + " " + Example("chord-8s.wav"), dir.file("err"));
+    const ToolRun run = RunTool("--record --device " + Example("chord-vbr.mp3") + " " + Example("chord-8s.wav"), dir.file("err"));
     EXPECT_EQ(run.exitCode, 2);
     EXPECT_EQ(run.out, "");
     EXPECT_EQ(run.err, "fileinfo: " + Example("chord-vbr.mp3") + ": holds no <dict>: not a capability list\n");
@@ -378,7 +380,7 @@ TEST_F(Tool, UnidentifiedFileIsExplainedAsSuch) {
     TempDir dir;
     const std::string caps = SlowWavCaps(dir);
     const std::string junk = dir.write("noise.mp3", Bytes(600, 0x11));
-    const nlohmann::json j = JsonLines(RunTool("--json --explain --device " + caps + " " + junk).out).at(0);
+    const nlohmann::json j = JsonLines(RunTool("--record --json --explain --device " + caps + " " + junk).out).at(0);
     EXPECT_EQ(j["playable"], false);
     EXPECT_EQ(j["explanation"], "the file was not identified");
     EXPECT_TRUE(j["refused_by"].is_null());
@@ -387,12 +389,12 @@ TEST_F(Tool, UnidentifiedFileIsExplainedAsSuch) {
 TEST_F(Tool, TableAndCsvCarryTheVerdict) {
     TempDir dir;
     const std::string caps = SlowWavCaps(dir);
-    const Rows rows = CsvRows(RunTool("--format csv --device " + caps + " " + Example("tone-mono.wav")).out);
+    const Rows rows = CsvRows(RunTool("--record --format csv --device " + caps + " " + Example("tone-mono.wav")).out);
     ASSERT_EQ(rows.size(), 2u);
     EXPECT_EQ(rows[0].back(), "refused_by");
     EXPECT_EQ(rows[1][rows[1].size() - 2], "false");
     EXPECT_EQ(rows[1].back(), "MaximumSampleRate");
-    const std::string table = RunTool("--format table --explain --device " + caps + " " + Example("tone-mono.wav")).out;
+    const std::string table = RunTool("--record --format table --explain --device " + caps + " " + Example("tone-mono.wav")).out;
     EXPECT_NE(table.find("DEVICE\n"), std::string::npos) << table;
     EXPECT_NE(table.find("  no: MaximumSampleRate\n"), std::string::npos) << table;
 }

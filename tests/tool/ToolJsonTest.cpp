@@ -133,7 +133,7 @@ std::string Example(const char* name) { return std::string(FILEINFO_EXAMPLES_DIR
 
 TEST_F(Tool, JsonLinesOfEveryFixtureAreTheCompactDumpOfTheirValues) {
     for (const char* dir : {FILEINFO_FIXTURES_DIR, FILEINFO_EXAMPLES_DIR}) {
-        const ToolRun run = RunTool(std::string("--json ") + dir);
+        const ToolRun run = RunTool(std::string("--record --json ") + dir);
         const std::vector<std::string> lines = Lines(run.out);
         ASSERT_GE(lines.size(), 6u) << dir;
         for (const std::string& line : lines) {
@@ -147,7 +147,7 @@ TEST_F(Tool, JsonEscapesQuotesBackslashesAndControlCharacters) {
     TempDir dir;
     const std::string name = "q\"b\\s\x01\b\t\n\f\r\x1f\x7f\xe9";
     const std::string path = dir.write(name + ".wav", SmallWav());
-    const ToolRun run = RunTool("--json " + dir.path().string());
+    const ToolRun run = RunTool("--record --json " + dir.path().string());
     EXPECT_EQ(run.exitCode, 0);
     // The title is the name, read as Latin-1; the path is bytes, and a lone
     // 0xE9 is no UTF-8.
@@ -163,7 +163,7 @@ TEST_F(Tool, InvalidUtf8InAPathBecomesTheReplacementCharacterAndKeepsItsBytes) {
     // Cut short by the end of the path: one U+FFFD for the two bytes of an
     // unfinished three-byte sequence.
     const std::string cut = dir.write("cut\xe2\x82.wav", SmallWav());
-    const ToolRun run = RunTool("--json '" + bad + "' '" + cut + "'");
+    const ToolRun run = RunTool("--record --json '" + bad + "' '" + cut + "'");
     EXPECT_EQ(run.exitCode, 0);
     const std::vector<std::string> lines = Lines(run.out);
     ASSERT_EQ(lines.size(), 2u) << run.out;
@@ -185,7 +185,7 @@ TEST_F(Tool, NamedFileWithoutAnExtensionOrWithAnotherNameOfAFormatIsRead) {
     const std::string readme = dir.write("README", Bytes(3, 'x'));
     const std::string aiff = dir.write("song.aiff", Bytes(64, 'x'));
     const std::string notes = dir.write("notes.txt", Bytes(3, 'x'));
-    const ToolRun run = RunTool("--json " + readme + " " + aiff + " " + notes, dir.file("stderr.txt"));
+    const ToolRun run = RunTool("--record --json " + readme + " " + aiff + " " + notes, dir.file("stderr.txt"));
     EXPECT_EQ(run.exitCode, 1);  // notes.txt was named and not read
     const std::vector<std::string> lines = Lines(run.out);
     ASSERT_EQ(lines.size(), 2u) << run.out;
@@ -224,7 +224,7 @@ TEST_F(Tool, JsonOfArbitraryByteNamesIsTheReplacingDumpInByteOrder) {
         if (names.insert(name + ".wav").second) dir.write(name + ".wav", SmallWav());
     }
     // Names may start with a dot: --hidden walks those too.
-    const ToolRun run = RunTool("--json --hidden " + dir.path().string());
+    const ToolRun run = RunTool("--record --json --hidden " + dir.path().string());
     EXPECT_EQ(run.exitCode, 0);
     EXPECT_GT(run.out.size(), 65536u);  // more than the tool's output buffer holds
     const std::vector<std::string> lines = Lines(run.out);
@@ -248,7 +248,7 @@ TEST_F(Tool, DirectoryEntriesAreWalkedInByteOrderOfTheirNames) {
     fs::create_symlink(dir.file("ab.wav"), dir.file("link.wav"));
     fs::create_directory_symlink(dir.file("a"), dir.file("link-dir"));
     fs::create_symlink(dir.file("gone.wav"), dir.file("dangling.wav"));
-    const ToolRun run = RunTool("--json " + dir.path().string(), dir.file("stderr.txt"));
+    const ToolRun run = RunTool("--record --json " + dir.path().string(), dir.file("stderr.txt"));
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_EQ(run.err, "fileinfo: " + dir.file("dangling.wav") + ": No such file or directory\n");
     std::vector<std::string> paths;
@@ -270,7 +270,7 @@ TEST_F(Tool, DirectoryEntriesAreWalkedInByteOrderOfTheirNames) {
 TEST_F(Tool, DirectoryGivenWithATrailingSlashGetsNoSecondOne) {
     TempDir dir;
     const std::string path = dir.write("one.wav", SmallWav());
-    const ToolRun run = RunTool("--json " + dir.path().string() + "/");
+    const ToolRun run = RunTool("--record --json " + dir.path().string() + "/");
     EXPECT_EQ(run.out, DumpLine(Expected(path)));
 }
 
@@ -286,7 +286,7 @@ TEST_F(Tool, ExplainGivesEveryFileItsOwnVerdictKeys) {
     const std::string caps = SlowWavCaps(dir, "4000");
     const std::string refused = Example("tone-mono.wav");  // 8000 Hz
     const std::string played = Example("chord-8s.wav");    // 4000 Hz
-    const ToolRun run = RunTool("--json --explain --device " + caps + " " + refused + " " + played + " " + refused);
+    const ToolRun run = RunTool("--record --json --explain --device " + caps + " " + refused + " " + played + " " + refused);
     EXPECT_EQ(run.exitCode, 0);
     const std::vector<std::string> lines = Lines(run.out);
     ASSERT_EQ(lines.size(), 3u) << run.out;
@@ -306,7 +306,7 @@ TEST_F(Tool, ExplainGivesEveryFileItsOwnVerdictKeys) {
 TEST_F(Tool, VerdictWithoutExplainAddsOnlyPlayable) {
     TempDir dir;
     const std::string caps = SlowWavCaps(dir, "4000");
-    const ToolRun run = RunTool("--json --device " + caps + " " + Example("tone-mono.wav") + " " + Example("chord-8s.wav"));
+    const ToolRun run = RunTool("--record --json --device " + caps + " " + Example("tone-mono.wav") + " " + Example("chord-8s.wav"));
     const std::vector<std::string> lines = Lines(run.out);
     ASSERT_EQ(lines.size(), 2u) << run.out;
     ordered_json no = Expected(Example("tone-mono.wav"));
@@ -321,7 +321,7 @@ TEST_F(Tool, ExplanationTextsFromTheDeviceAreEscapedAndMadeUtf8) {
     TempDir dir;
     const std::string limit = "4000\x01\"\\\xff";
     const std::string caps = SlowWavCaps(dir, limit);
-    const ToolRun run = RunTool("--json --explain --device " + caps + " " + Example("tone-mono.wav"));
+    const ToolRun run = RunTool("--record --json --explain --device " + caps + " " + Example("tone-mono.wav"));
     EXPECT_EQ(run.exitCode, 0);
     ordered_json no = Expected(Example("tone-mono.wav"));
     no["playable"] = false;
@@ -335,7 +335,7 @@ TEST_F(Tool, ReadBackAfterSetIsTheJsonLineOfTheWrittenFile) {
     TempDir dir;
     const std::string path = dir.file("song.mp3");
     fs::copy_file(std::string(FILEINFO_FIXTURES_DIR) + "/mp3/tagged-id3v2.mp3", path);
-    const ToolRun run = RunTool("--json --writer library --force --no-backup --set title=Caf\xc3\xa9\\\\ " + path);
+    const ToolRun run = RunTool("--record --json --writer library --force --no-backup --set title=Caf\xc3\xa9\\\\ " + path);
     ASSERT_EQ(run.exitCode, 0) << run.out;
     const std::vector<std::string> lines = Lines(run.out);
     ASSERT_EQ(lines.size(), 1u) << run.out;

@@ -5,6 +5,8 @@
 #include <nlohmann/json.hpp>
 
 #include "FileInfoVersion.h"
+#include "ReadingFields.h"
+#include "RecordDiffers.h"
 #include "RecordFields.h"
 #include "ReportTemplate.h"
 #include "Text.h"
@@ -19,8 +21,10 @@ using nlohmann::json;
 // <script type="application/json"> element.
 constexpr std::string_view kDataMarker = "@REPORT_DATA@";
 
-// The file columns, in the order of each row's values. Kept small, as a
-// collection has tens of thousands of rows:
+// The file columns, in the order of each row's values, all from the
+// reading of the file (what it really holds; the library's record is kept
+// only for the status, the tags flag and where it differs). Kept small, as
+// a collection has tens of thousands of rows:
 //   dir       0 when the file is in the folder of the row before, else the
 //             folder's index in "dirs" plus one
 //   format    the index in "formats" of what files of one kind share:
@@ -32,8 +36,8 @@ constexpr std::string_view kDataMarker = "@REPORT_DATA@";
 //             from its k-th character on (0: all of it, which is what the
 //             library gives a file with no title tag)
 //   artist, refusedBy: indices in "strings" (0 is the empty text)
-//   verdict   with a device: 0 playable, else the index of why not in
-//             "strings"
+//   verdict   with a device, on the reading: 0 playable, else the index of
+//             why not in "strings"; refusedBy is its first refusing key
 // A failed load's system reason, rare, is in "reasons" as [row, string].
 const char* const kColumns[] = {"dir", "name", "format", "duration", "kbps", "size", "title", "artist"};
 const char* const kDeviceColumns[] = {"verdict", "refusedBy"};
@@ -51,14 +55,17 @@ std::string Stem(const std::string& name) {
     return dot == std::string::npos || dot == 0 ? name : name.substr(0, dot);
 }
 
-// "H264 Main@L2.1 + AAC": the video format, then the audio codec (or the
-// audio format when the reader names no codec).
-std::string Codec(const MediaFileInfo_st& r) {
-    const std::string video = Text(r.videoFormat);
-    std::string audio = Text(r.audioCodec);
-    if (audio.empty()) audio = Text(r.audioFormat);
-    if (video.empty()) return audio;
-    return audio.empty() ? video : video + " + " + audio;
+// "H.264 + AAC LC": the video codec, then the audio codec.
+std::string Codec(const media::Reading& m) {
+    if (m.video_codec.empty()) return m.audio_codec;
+    return m.audio_codec.empty() ? m.video_codec : m.video_codec + " + " + m.audio_codec;
+}
+
+// A side of a difference as JSON: a number, a text or null.
+json DiffJson(const DiffValue& v) {
+    if (v.null) return nullptr;
+    if (v.isNumber) return v.number;
+    return v.text;
 }
 
 // The device's name, from its capability list's DeviceName string.
@@ -118,43 +125,68 @@ void ReportData::Add(const ScanItem& item) {
         return;
     }
     statusTexts_.emplace(item.status, MediaFileStatusText(item.status));
-    static const MediaFileInfo_st kEmpty{};
-    const MediaFileInfo_st& r = item.hasRecord ? item.record : kEmpty;
-    const int flags = (item.isAudio ? 1 : 0) | (item.isVideo ? 2 : 0) | (item.hasTags ? 4 : 0) | (item.hasRecord ? 8 : 0);
-    // The type as the summary and the table name it (ADTS streams: "AAC").
-    const std::string type = TypeLabel(item);
-    if (item.isVideo && std::find(videoTypes_.begin(), videoTypes_.end(), type) == videoTypes_.end()) {
-        videoTypes_.push_back(type);
+    static const media::Reading kUnread;
+    const media::Reading& m = item.readingError == 0 ? item.reading : kUnread;
+    const int flags = (m.HasAudio() ? 1 : 0) | (m.HasVideo() ? 2 : 0) | (item.hasTags ? 4 : 0) | (item.hasRecord ? 8 : 0);
+    const std::string type = m.type;
+    const std::string lookup = ReadingLookupType(m);
+    if (m.HasVideo() && std::find(videoTypes_.begin(), videoTypes_.end(), lookup) == videoTypes_.end()) {
+        videoTypes_.push_back(lookup);
     }
-    const std::string title = Text(r.title);
+    const std::string& title = m.tags.title;
     const std::string stem = Stem(name);
     const bool inName = !title.empty() && stem.size() >= title.size() &&
                         stem.compare(stem.size() - title.size(), title.size(), title) == 0;
     const std::string format = "[" + std::to_string(item.status) + "," + std::to_string(flags) + "," +
-                               std::to_string(Intern(type)) + "," + std::to_string(Intern(Codec(r))) + "," +
-                               std::to_string(Intern(Text(r.channelMode))) + "," + std::to_string(r.sampleRate) +
-                               "," + std::to_string(r.width) + "," + std::to_string(r.height) + "]";
+                               std::to_string(Intern(type)) + "," + std::to_string(Intern(Codec(m))) + "," +
+                               std::to_string(Intern(ChannelsText(m.channels))) + "," + std::to_string(m.sample_rate) +
+                               "," + std::to_string(m.width) + "," + std::to_string(m.height) + "]";
     auto known = formatIndex_.find(format);
     if (known == formatIndex_.end()) {
         known = formatIndex_.emplace(format, formatIndex_.size()).first;
         formats_ += format + ",";
     }
     std::string row = "[" + std::to_string(folder == lastFolder_ ? 0 : folder + 1) + "," + Quote(name) + "," +
-                      std::to_string(known->second) + "," + std::to_string(r.durationMs) + "," +
-                      std::to_string((r.bitRate + 500) / 1000) + "," + std::to_string(r.fileSize) + "," +
+                      std::to_string(known->second) + "," + std::to_string(m.duration_ms) + "," +
+                      std::to_string((m.bit_rate + 500) / 1000) + "," + std::to_string(m.size) + "," +
                       (inName ? std::to_string(stem.size() - title.size()) : json(title).dump()) + "," +
-                      std::to_string(Intern(Text(r.artist)));
+                      std::to_string(Intern(m.tags.artist));
     lastFolder_ = folder;
     if (device_ != nullptr) {
-        const DeviceVerdict verdict = device_->Judge(item);
-        row += "," + std::to_string(verdict.playable ? 0 : Intern(verdict.explanation)) + "," +
-               std::to_string(Intern(verdict.refusedBy));
+        const ReadingVerdict verdict = device_->JudgeReading(m);
+        std::string why = verdict.explanation;
+        if (!verdict.playable && why.empty()) why = "not playable";
+        row += "," + std::to_string(verdict.playable ? 0 : Intern(why)) + "," +
+               std::to_string(Intern(verdict.refusedBy.empty() ? std::string() : verdict.refusedBy.front()));
     }
+    AddDifferences(item, stem);
     if (!item.reason.empty()) {
         reasons_ += "[" + std::to_string(fileCount_) + "," + std::to_string(Intern(item.reason)) + "],";
     }
     files_ += row + "],";
     ++fileCount_;
+}
+
+void ReportData::AddDifferences(const ScanItem& item, const std::string& stem) {
+    const std::vector<RecordDifference> differences = RecordDiffers(item);
+    if (!differences.empty()) ++differingFiles_;
+    for (const RecordDifference& d : differences) {
+        size_t rule = 0;
+        while (rule < kRecordDiffRuleCount && d.field != std::string(kRecordDiffRules[rule].field)) ++rule;
+        if (rule == kRecordDiffRuleCount) continue;
+        // Every file is counted; the page lists the first ones of a field.
+        if (differCounts_[rule]++ >= kDifferFilesListed) continue;
+        std::string& entries = differs_[rule];
+        // The most common difference, a record title that is the file's name
+        // beside the reading's own title (or none), is the row alone: the
+        // page has both texts in the row already.
+        if (rule == 0 && d.record.text == stem) {
+            entries += std::to_string(fileCount_) + ",";
+            continue;
+        }
+        entries += json::array({fileCount_, DiffJson(d.record), DiffJson(d.reading)})
+                       .dump(-1, ' ', false, json::error_handler_t::replace) + ",";
+    }
 }
 
 std::string ReportData::Json(const ReportHeader& header) const {
@@ -195,7 +227,21 @@ std::string ReportData::Json(const ReportHeader& header) const {
     std::string text = head.dump(-1, ' ', false, json::error_handler_t::replace);
     text.pop_back();  // the closing brace: the lists follow
     text += ",\"formats\":" + list(formats_) + ",\"files\":" + list(files_) + ",\"skipped\":" + list(skipped_) + ",\"errors\":" + list(errors_) +
-            ",\"reasons\":" + list(reasons_) + "}";
+            ",\"reasons\":" + list(reasons_);
+    // Where the library's record differs from the reading: how many files,
+    // the compared fields with the count of each, and for each field its
+    // first files, [row, record, reading], or the row alone where the
+    // record's title is the file's name without its extension and the
+    // reading's title the row's.
+    json fields = json::array();
+    for (size_t k = 0; k < kRecordDiffRuleCount; ++k) {
+        fields.push_back({{"field", kRecordDiffRules[k].field}, {"label", kRecordDiffRules[k].label},
+                          {"count", differCounts_[k]}});
+    }
+    text += ",\"differs\":{\"count\":" + std::to_string(differingFiles_) + ",\"fields\":" + fields.dump() +
+            ",\"files\":[";
+    for (size_t k = 0; k < kRecordDiffRuleCount; ++k) text += (k == 0 ? "" : ",") + list(differs_[k]);
+    text += "]}}";
     return text;
 }
 

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "RecordDiffers.h"
 #include "Scan.h"
 #include "Verdict.h"
 
@@ -46,6 +47,9 @@ private:
     size_t Intern(const std::string& text);
     // The index of a path's folder, and its name.
     size_t Folder(const std::string& path, std::string& name);
+    // Where the record of the file about to be added differs from its
+    // reading; `stem`: its name without the extension.
+    void AddDifferences(const ScanItem& item, const std::string& stem);
 
     const Device* device_;
     std::vector<std::string> strings_;
@@ -56,6 +60,13 @@ private:
     size_t fileCount_ = 0;
     std::string skipped_;  // likewise
     std::string errors_;
+    // Where records differ, by compared field: how many files, and the first
+    // kDifferFilesListed of them, each followed by a comma. The page shows
+    // no more of a field than those; the count is whole.
+    static constexpr size_t kDifferFilesListed = 500;
+    std::string differs_[kRecordDiffRuleCount];
+    size_t differCounts_[kRecordDiffRuleCount] = {};
+    size_t differingFiles_ = 0;
     std::string reasons_;
     size_t lastFolder_ = static_cast<size_t>(-1);
     std::string formats_;
