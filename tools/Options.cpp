@@ -1,7 +1,11 @@
 #include "Options.h"
 
 #include <algorithm>
+#include <cstring>
 #include <iostream>
+#include <memory>
+#include <sstream>
+#include <vector>
 
 #include "Columns.h"
 #include "FileInfoVersion.h"
@@ -10,6 +14,30 @@
 namespace fileinfo {
 
 namespace {
+
+// CLI11 lists the options an option needs or excludes in the order of
+// their addresses in memory, which differs between the tool and the Python
+// module that runs it; sorted by name, --help reads the same from both.
+class SortedFormatter : public CLI::Formatter {
+public:
+    std::string make_option_opts(const CLI::Option* opt) const override {
+        std::string text = CLI::Formatter::make_option_opts(opt);
+        for (const char* label : {" Excludes:", " Needs:"}) {
+            const size_t at = text.find(label);
+            if (at == std::string::npos) continue;
+            const size_t from = at + strlen(label);
+            const size_t end = std::min(text.size(), text.find(" Excludes:", from));
+            std::vector<std::string> names;
+            std::istringstream words(text.substr(from, end - from));
+            for (std::string name; words >> name;) names.push_back(name);
+            std::sort(names.begin(), names.end());
+            std::string sorted;
+            for (const std::string& name : names) sorted += " " + name;
+            text.replace(from, end - from, sorted);
+        }
+        return text;
+    }
+};
 
 // Edits (insert, delete, replace) that turn a into b.
 size_t EditDistance(const std::string& a, const std::string& b) {
@@ -96,6 +124,7 @@ std::string NearestOption(const CLI::App& app, const std::string& given) {
 }
 
 void DeclareOptions(CLI::App& app, Options& o) {
+    app.formatter(std::make_shared<SortedFormatter>());
     app.set_version_flag("--version", VersionText(), "print the tool's and the library's versions");
     app.add_option("paths", o.paths, "media files or folders (walked recursively); - reads paths from standard input");
 
@@ -188,10 +217,6 @@ void DeclareOptions(CLI::App& app, Options& o) {
         ->excludes(set)
         ->excludes(device)
         ->group(tags);
-    // Declared after --restore: CLI11 lists an option's exclusions in the
-    // order of the options' addresses in memory, and --set and --restore
-    // then stay allocated one after the other, so that --help reads the same
-    // from the tool and from Python.
     app.add_option("--writer", o.writer,
                    "with --set: fields (the default: only the fields given change) or library (the library's "
                    "writer, as hosts get it)")
