@@ -42,8 +42,6 @@ constexpr std::string_view kDataMarker = "@REPORT_DATA@";
 const char* const kColumns[] = {"dir", "name", "format", "duration", "kbps", "size", "title", "artist"};
 const char* const kDeviceColumns[] = {"verdict", "refusedBy"};
 
-std::string Text(const char* field) { return Latin1ToUtf8(field, MEDIA_TEXT_SIZE); }
-
 // JSON of a byte string that need not be UTF-8 (paths): invalid bytes
 // become U+FFFD rather than stopping the report.
 std::string Quote(const std::string& bytes) {
