@@ -36,6 +36,9 @@ _fileinfo() {
             COMPREPLY=($(compgen -P "$done" -W "$_fileinfo_fields" -- "${cur##*,}"))
             compopt -o nospace 2>/dev/null || :
             return ;;
+        --writer)
+            COMPREPLY=($(compgen -W "fields library" -- "$cur"))
+            return ;;
         --set)
             COMPREPLY=($(compgen -S = -W "title artist album genre year comment composer lyrics track" -- "$cur"))
             compopt -o nospace 2>/dev/null || :
@@ -62,7 +65,7 @@ _fileinfo() {
         else
             COMPREPLY=($(compgen -W "--format --json --fields --all-fields --record --summary --summary-only --summary-file
                 --progress --no-progress --from -0 --null --ext --hidden --strict --jobs --device --explain --only
-                --fail-unplayable --set --dry-run --force --no-backup --restore --version --help" -- "$cur"))
+                --fail-unplayable --set --dry-run --force --no-backup --writer --id3v2.3 --restore --version --help" -- "$cur"))
         fi
         return
     fi

@@ -37,7 +37,7 @@ const FieldHome& HomeOf(TagField field) {
 
 bool IsSetRecordField(const TagEdits& edits, const std::string& name) {
     for (const TagEdit& e : edits.edits())
-        if (name == HomeOf(e.field).recordField) return true;
+        if (name == HomeOf(e.field).recordField || name == TagFieldName(e.field)) return true;
     return false;
 }
 
@@ -104,7 +104,89 @@ std::string WhyNotReadBack(const TagEdit& edit) {
     }
 }
 
+// ---- readings ----
+
+std::string Number(uint64_t n) { return std::to_string(n); }
+std::string Flag(bool b) { return b ? "yes" : "no"; }
+std::string Rate(double r) {
+    char text[32];
+    snprintf(text, sizeof text, "%.3f", r);
+    return text;
+}
+
+// A reading's track as the fields writer takes it: "N", "N/TOTAL" or "".
+std::string TrackText(const media::Tags& tags) {
+    if (tags.track == 0 && tags.track_total == 0) return std::string();
+    return std::to_string(tags.track) + (tags.track_total != 0 ? "/" + std::to_string(tags.track_total) : "");
+}
+
+std::string TagText(const media::Tags& tags, TagField field) {
+    switch (field) {
+        case TagField::Title: return tags.title;
+        case TagField::Artist: return tags.artist;
+        case TagField::Album: return tags.album;
+        case TagField::Genre: return tags.genre;
+        case TagField::Year: return tags.year;
+        case TagField::Comment: return tags.comment;
+        case TagField::Composer: return tags.composer;
+        case TagField::Track: return TrackText(tags);
+        case TagField::Lyrics: return std::string();
+    }
+    return std::string();
+}
+
+// The stream fields of a reading, by name, as text: none of them may move.
+std::vector<std::pair<const char*, std::string>> StreamFields(const media::Reading& r) {
+    return {
+        {"type", r.type},
+        {"aac_format", r.aac_format},
+        {"audio_codec", r.audio_codec},
+        {"pcm_format", r.pcm_format},
+        {"video_codec", r.video_codec},
+        {"duration_ms", Number(r.duration_ms)},
+        {"duration_estimated", Flag(r.duration_estimated)},
+        {"sample_rate", Number(r.sample_rate)},
+        {"channels", Number(r.channels)},
+        {"bits_per_sample", Number(r.bits_per_sample)},
+        {"audio_bit_rate", Number(r.audio_bit_rate)},
+        {"vbr", Flag(r.vbr)},
+        {"width", Number(r.width)},
+        {"height", Number(r.height)},
+        {"frame_rate", Rate(r.frame_rate)},
+        {"video_bit_rate", Number(r.video_bit_rate)},
+        {"video_peak_bit_rate", Number(r.video_peak_bit_rate)},
+        {"profile", r.profile},
+        {"profile_id", Number(r.profile_id)},
+        {"level", Number(r.level)},
+        // Not the file's size, nor the whole file's bit rate (some readers
+        // count it from the size): they follow the tag's size. The streams'
+        // own rates above must stay.
+    };
+}
+
+const TagField kReadingTags[] = {TagField::Title,   TagField::Artist,   TagField::Album,
+                                 TagField::Genre,   TagField::Year,     TagField::Comment,
+                                 TagField::Composer, TagField::Track};
+
 }  // namespace
+
+void CompareReadings(const media::Reading& before, const media::Reading& after, const TagEdits& edits,
+                     const std::string& lyricsAfter, Difference& difference) {
+    for (const TagField field : kReadingTags) {
+        const std::string b = TagText(before.tags, field), a = TagText(after.tags, field);
+        if (b != a) difference.fields.push_back({TagFieldName(field), b, a});
+    }
+    const auto streamsBefore = StreamFields(before), streamsAfter = StreamFields(after);
+    for (size_t k = 0; k < streamsBefore.size(); ++k) {
+        if (streamsBefore[k].second != streamsAfter[k].second)
+            difference.fields.push_back({streamsBefore[k].first, streamsBefore[k].second, streamsAfter[k].second});
+    }
+    for (const TagEdit& e : edits.edits()) {
+        const std::string given = GivenValue(e);
+        const std::string back = e.field == TagField::Lyrics ? lyricsAfter : TagText(after.tags, e.field);
+        if (given != back) difference.mismatches.push_back({e.field, given, back, std::string()});
+    }
+}
 
 FrameList ReadFrameList(const std::string& path) {
     FrameList frames;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "SafeEdit.h"
+#include "media/Reading.h"
 
 namespace fileinfo {
 
@@ -19,6 +20,13 @@ void CompareRecords(const MediaFileInfo_st& before, const MediaFileInfo_st& afte
 void CompareFrames(const FrameList& before, const FrameList& after, Difference& difference);
 // The set values that the record read back after the edit does not hold.
 void CompareReadBack(const TagEdits& edits, const MediaFileInfo_st& after, Difference& difference);
+
+// The fields writer's difference, from the readings of the file and of the
+// copy: every tag and stream field that changes, and every set value the
+// copy's reading does not give back as given. The lyrics, which readings
+// do not hold, are compared with `lyricsAfter`.
+void CompareReadings(const media::Reading& before, const media::Reading& after, const TagEdits& edits,
+                     const std::string& lyricsAfter, Difference& difference);
 
 }  // namespace fileinfo
 

@@ -33,7 +33,8 @@ private:
 std::string FolderOf(const std::string& path);
 std::string NameOf(const std::string& path);
 
-// Copies every byte of `from` (from its start) to `to` (from its start).
+// Copies every byte of `from` (from its start) to `to` (from its start), in
+// blocks; holes of `from` stay holes where its file system shows them.
 int CopyContents(int from, int to);
 // True when both descriptors hold the same bytes; `error` gets a read's errno.
 bool SameContents(int a, int b, int& error);
@@ -43,10 +44,10 @@ int SyncFolder(const std::string& folder);
 bool NamesFile(const std::string& path, int fd);
 
 // A temporary file of an edit, ".NAME.fileinfo-XXXXXX" beside the file
-// NAME, created exclusively and held under an exclusive flock for as long
-// as it is open: a file of that form that nobody holds locked was left by a
-// run that died. Removed when dropped, unless Keep() was called (it was
-// renamed into place).
+// NAME, created exclusively, marked with kEditMarkAttribute and held under
+// an exclusive flock for as long as it is open: a file of that name and
+// mark that nobody holds locked was left by a run that died. Removed when
+// dropped, unless Keep() was called (it was renamed into place).
 class EditTempFile {
 public:
     EditTempFile() = default;
@@ -60,6 +61,12 @@ public:
     const std::string& path() const { return path_; }
     // The file is no longer ours to remove.
     void Keep() { kept_ = true; }
+    // Records in the mark that the edit is about to give the original the
+    // second name `backupName` (no folder); `inode` is the original's. 0 or
+    // errno (ENOTSUP where the file system keeps no marks).
+    int MarkBackup(const std::string& backupName, ino_t inode);
+    // Takes the mark off (once renamed into place, it is the user's file).
+    void Unmark();
     // Removes it now.
     void Drop();
 
@@ -68,6 +75,11 @@ private:
     std::string path_;
     bool kept_ = false;
 };
+
+// How many second names of the file `path` (whose status is `st`) killed
+// edits left in its folder: backups named in the mark of a stale temporary
+// file, still of the same inode. Nothing is removed.
+int PendingBackupsOf(const std::string& path, const struct stat& st);
 
 }  // namespace fileinfo
 

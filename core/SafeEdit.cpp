@@ -1,6 +1,8 @@
-// The safe tag edit: checks, a private copy that the library's writer edits,
-// a second run of the writer in memory to catch writes the writer did not
-// notice failing, and a rename over the original.
+// The safe tag edit: checks, a private copy that a writer edits, the copy
+// checked, and a rename over the original. The fields writer's copy is
+// checked by its audio bytes and by reading it back; the library's writer,
+// which does not notice every failed write, runs a second time in memory
+// and the copy must hold the same bytes.
 #include "SafeEdit.h"
 
 #include <fcntl.h>
@@ -18,12 +20,15 @@
 
 #include "AacInfo.h"
 #include "AifInfo.h"
+#include "AudioSpans.h"
 #include "Difference.h"
 #include "FileOps.h"
 #include "MediaFileInfo.h"
 #include "Mp3Info.h"
 #include "Mp4Info.h"
+#include "TagWriter.h"
 #include "WavInfo.h"
+#include "media/Reading.h"
 
 namespace fileinfo {
 
@@ -61,6 +66,8 @@ std::string StatusText(int status) {
 }
 
 bool SameTime(const timespec& a, const timespec& b) { return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec; }
+
+bool IsLibrary(const TagEdits& edits) { return edits.writer() == EditWriter::Library; }
 
 // The library names a file without a title tag after the file: the copy's
 // own name is no title the file will ever have.
@@ -123,10 +130,12 @@ private:
     // Everything that may refuse the edit before a byte is copied.
     bool Prepare() {
         if (!Resolve()) return false;
-        RemoveStaleTempFiles(folder_);
+        // A dry run changes nothing, not even what killed edits left.
+        if (!options_.dryRun) RemoveStaleTempFiles(folder_);
         if (!LockOriginal()) return false;
         Point(EditPoint::Locked);
-        if (!CheckFile() || !LoadOriginal() || !CheckSpace()) return false;
+        if (!CheckFile()) return false;
+        if (!(IsLibrary(edits_) ? LoadOriginal() : ReadOriginal()) || !CheckSpace()) return false;
         Point(EditPoint::Checked);
         return true;
     }
@@ -145,7 +154,9 @@ private:
     // The copy takes the original's place, once agreed to and only if the
     // original is still what was copied.
     bool Commit() {
-        if (!options_.force && result_.difference.GoesBeyond(edits_))
+        if (!IsLibrary(edits_) && result_.difference.GoesBeyond(edits_))
+            return Refuse("the edit would change more than the fields given, or not read back as given");
+        if (IsLibrary(edits_) && !options_.force && result_.difference.GoesBeyond(edits_))
             return Refuse("the edit changes more than the fields given; --force writes it anyway");
         if (!StillUnchanged()) return false;
         if (options_.backup && !MakeBackup()) return false;
@@ -155,6 +166,8 @@ private:
             RemoveOwnBackup();
             return false;
         }
+        // The file is replaced: the backup is no longer a pending one.
+        copy_.Unmark();
         Point(EditPoint::Renamed);
         if (const int error = SyncFolder(folder_))
             return Fail("the file holds the new tags, but syncing its folder failed", error);
@@ -197,7 +210,11 @@ private:
     }
 
     bool CheckFile() {
-        if (before_.st_nlink > 1)
+        // A backup that a killed edit made of this file and never finished
+        // is no link of the user's: the cleaner removes it (a dry run only
+        // looks).
+        const nlink_t pending = static_cast<nlink_t>(PendingBackupsOf(target_, before_));
+        if (before_.st_nlink > 1 + pending)
             return Refuse("the file has " + std::to_string(before_.st_nlink) +
                           " hard links, and a new file in its place would part them");
         if (faccessat(AT_FDCWD, target_.c_str(), W_OK, AT_EACCESS) != 0)
@@ -224,11 +241,33 @@ private:
         return true;
     }
 
+    // The fields writer's edit: the reading names the format, and its tags
+    // and stream fields are what the copy's reading is held to.
+    bool ReadOriginal() {
+        if (const int error = media::ReadMedia(original_.get(), reading_before_))
+            return Fail("cannot read the file", error);
+        if (!reading_before_.Identified()) return Refuse("fileinfo cannot tell what the file holds");
+        format_ = TagFormatOf(reading_before_.type, reading_before_.aac_format);
+        if (format_ == TagFormat::None)
+            return Refuse("fileinfo cannot write tags into " +
+                          (reading_before_.type == "AAC" ? reading_before_.aac_format + " AAC" : reading_before_.type) +
+                          " files");
+        if ((format_ == TagFormat::Wav || format_ == TagFormat::Aiff) && reading_before_.tags.Empty())
+            return Refuse("fileinfo writes tags into " + reading_before_.type +
+                          " files only where they hold tags already, and this one holds none");
+        return true;
+    }
+
     bool CheckSpace() {
         struct statvfs fs;
         if (fstatvfs(original_.get(), &fs) != 0) return Fail("cannot read the free space of its folder", errno);
         const unsigned long long available = static_cast<unsigned long long>(fs.f_bavail) * fs.f_frsize;
-        const unsigned long long needed = static_cast<unsigned long long>(before_.st_size) + kGrowthMargin;
+        // The fields writer's copy keeps the file's holes: it takes the
+        // room the file takes.
+        const unsigned long long allocated = static_cast<unsigned long long>(before_.st_blocks) * 512;
+        const unsigned long long size = static_cast<unsigned long long>(before_.st_size);
+        const unsigned long long needed =
+            (IsLibrary(edits_) || allocated > size ? size : allocated) + kGrowthMargin;
         if (available < needed)
             return Refuse("not enough free space for a copy of the file (" + std::to_string(available) + " bytes free, " +
                               std::to_string(needed) + " needed)",
@@ -243,6 +282,7 @@ private:
             return Refuse("cannot give a copy the file's owner and group", errno);
         if (fchmod(copy_.fd(), before_.st_mode & 07777) != 0) return Fail("cannot give a copy the file's mode", errno);
         if (const int error = CopyContents(original_.get(), copy_.fd())) return Fail("copying the file failed", error);
+        if (!IsLibrary(edits_)) return true;
         // The check's copy in memory starts from the same bytes.
         shadow_ = UniqueFd(memfd_create("fileinfo-edit", MFD_CLOEXEC));
         if (!shadow_.valid()) return Fail("cannot make room in memory to check the copy", errno);
@@ -252,6 +292,7 @@ private:
     }
 
     bool WriteTags() {
+        if (!IsLibrary(edits_)) return WriteFields();
         int error = 0;
         const int status = RunWriter(kind_, copy_.path(), edited_record_, error);
         if (status != MFI_OK) return Fail("writing the tags into a copy failed (" + StatusText(status) + ")", error);
@@ -259,9 +300,43 @@ private:
         return true;
     }
 
+    bool WriteFields() {
+        TagWriteOptions writeOptions;
+        writeOptions.id3v23 = options_.id3v23;
+        const TagWriteResult written = fileinfo::WriteTags(copy_.fd(), copy_.path(), format_, edits_, writeOptions);
+        if (!written.written) {
+            if (written.error != 0) return Fail(written.reason, written.error);
+            return Refuse(written.reason);
+        }
+        if (fsync(copy_.fd()) != 0) return Fail("syncing the copy failed", errno);
+        return true;
+    }
+
+    // The fields writer saw every read and write succeed (its stream keeps
+    // the first error); what is left to prove is that the audio did not move.
+    bool VerifyAudio() {
+        // The file is the copy's reference: it must still be what was copied.
+        if (!StillUnchanged()) return false;
+        int error = 0;
+        if (SameAudio(original_.get(), copy_.fd(), format_, error)) return true;
+        if (error == EIO || error == ENOMEM) return Fail("reading the copy back failed", error);
+        return Refuse("the written copy's audio bytes differ from the file's");
+    }
+
+    // The copy as the reading reads it back, against the file's reading.
+    bool ReadBackFields() {
+        media::Reading after;
+        if (const int error = media::ReadMedia(copy_.fd(), after)) return Fail("cannot read the written copy", error);
+        const std::string lyrics =
+            edits_.Sets(TagField::Lyrics) ? ReadLyrics(copy_.fd(), copy_.path(), format_) : std::string();
+        CompareReadings(reading_before_, after, edits_, lyrics, result_.difference);
+        return true;
+    }
+
     // The writer ignores some failures (its closing flush among them). The
     // same edit in memory must give the same bytes.
     bool Verify() {
+        if (!IsLibrary(edits_)) return VerifyAudio();
         int error = 0;
         const std::string shadowPath = "/proc/self/fd/" + std::to_string(shadow_.get());
         const int status = RunWriter(kind_, shadowPath, edited_record_, error);
@@ -272,6 +347,7 @@ private:
     }
 
     bool ReadBack() {
+        if (!IsLibrary(edits_)) return ReadBackFields();
         std::unique_ptr<MediaFileInfoBase> reader = NewReader(kind_);
         const int status = reader->LoadFile(copy_.path().c_str());
         if (status != MFI_OK || reader->GetFileInfo() == nullptr)
@@ -301,7 +377,9 @@ private:
     bool MakeBackup() {
         std::string name;
         const int error = NameBackup(target_, false, name);
-        if (error == EPERM || error == EOPNOTSUPP || error == EMLINK) return CopyBackup();
+        // Where a file system has no hard links, or no marks to find a
+        // second name of a dead edit by: a full copy.
+        if (error == EPERM || error == EOPNOTSUPP || error == EMLINK || error == ENOTSUP) return CopyBackup();
         if (error != 0) return Fail("cannot make the backup " + name, error);
         if (!RegisterBackup(name)) return false;
         if (!NamesFile(name, original_.get())) {
@@ -317,6 +395,11 @@ private:
     int NameBackup(const std::string& from, bool move, std::string& name) {
         for (int number = 1; number <= kBackupNames; ++number) {
             name = BackupName(target_, number);
+            // The copy names the second name before it exists: if the edit
+            // dies before the file is replaced, the next one finds it.
+            if (!move) {
+                if (const int error = copy_.MarkBackup(NameOf(name), before_.st_ino)) return error;
+            }
             const int done = move ? renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, name.c_str(), RENAME_NOREPLACE)
                                   : link(from.c_str(), name.c_str());
             if (done == 0) return 0;
@@ -351,6 +434,7 @@ private:
         std::string name;
         if (const int error = NameBackup(copy.path(), true, name)) return Fail("cannot name the backup " + name, error);
         copy.Keep();
+        copy.Unmark();
         return RegisterBackup(name);
     }
 
@@ -378,6 +462,8 @@ private:
     UniqueFd original_;
     struct stat before_ {};
     ReaderKind kind_ = ReaderKind::None;
+    TagFormat format_ = TagFormat::None;
+    media::Reading reading_before_;
     MediaFileInfo_st before_record_;
     MediaFileInfo_st edited_record_;
     FrameList frames_before_;

@@ -39,4 +39,8 @@ for k in range(count):
 PY
 fi
 cd "$tree"
-"$tool" --json . 2>/dev/null || true
+# The library's record alone: --record keeps the lines as the tool wrote them
+# before it showed readings (a tool from before --record has only those).
+record=()
+if "$tool" --help 2>/dev/null | grep -q -- '--record'; then record=(--record); fi
+"$tool" --json "${record[@]}" . 2>/dev/null || true

@@ -1,7 +1,11 @@
 #include "Options.h"
 
 #include <algorithm>
+#include <cstring>
 #include <iostream>
+#include <memory>
+#include <sstream>
+#include <vector>
 
 #include "Columns.h"
 #include "FileInfoVersion.h"
@@ -10,6 +14,30 @@
 namespace fileinfo {
 
 namespace {
+
+// CLI11 lists the options an option needs or excludes in the order of
+// their addresses in memory, which differs between the tool and the Python
+// module that runs it; sorted by name, --help reads the same from both.
+class SortedFormatter : public CLI::Formatter {
+public:
+    std::string make_option_opts(const CLI::Option* opt) const override {
+        std::string text = CLI::Formatter::make_option_opts(opt);
+        for (const char* label : {" Excludes:", " Needs:"}) {
+            const size_t at = text.find(label);
+            if (at == std::string::npos) continue;
+            const size_t from = at + strlen(label);
+            const size_t end = std::min(text.size(), text.find(" Excludes:", from));
+            std::vector<std::string> names;
+            std::istringstream words(text.substr(from, end - from));
+            for (std::string name; words >> name;) names.push_back(name);
+            std::sort(names.begin(), names.end());
+            std::string sorted;
+            for (const std::string& name : names) sorted += " " + name;
+            text.replace(from, end - from, sorted);
+        }
+        return text;
+    }
+};
 
 // Edits (insert, delete, replace) that turn a into b.
 size_t EditDistance(const std::string& a, const std::string& b) {
@@ -96,6 +124,7 @@ std::string NearestOption(const CLI::App& app, const std::string& given) {
 }
 
 void DeclareOptions(CLI::App& app, Options& o) {
+    app.formatter(std::make_shared<SortedFormatter>());
     app.set_version_flag("--version", VersionText(), "print the tool's and the library's versions");
     app.add_option("paths", o.paths, "media files or folders (walked recursively); - reads paths from standard input");
 
@@ -169,7 +198,7 @@ void DeclareOptions(CLI::App& app, Options& o) {
 
     auto* tags = "Tags";
     CLI::Option* set = app.add_option("--set", o.assignments,
-                                      "FIELD=VALUE: write a tag into MP3 and AAC files (repeatable; FIELD: " +
+                                      "FIELD=VALUE: write a tag into MP3, AAC, MP4, WAV and AIFF files (repeatable; FIELD: " +
                                           TagFieldNames() + ")")
                            ->allow_extra_args(false)
                            ->excludes(device)
@@ -177,7 +206,8 @@ void DeclareOptions(CLI::App& app, Options& o) {
     app.add_flag("--dry-run", o.dryRun, "with --set: show what the edit would change, change nothing")
         ->needs(set)
         ->group(tags);
-    app.add_flag("--force", o.force, "with --set: write also when more than the fields given changes")
+    app.add_flag("--force", o.force,
+                 "with --set --writer library: write also when more than the fields given changes")
         ->needs(set)
         ->group(tags);
     app.add_flag("--no-backup", o.noBackup, "with --set: keep no backup (song.orig.mp3) of the original")
@@ -186,6 +216,15 @@ void DeclareOptions(CLI::App& app, Options& o) {
     app.add_flag("--restore", o.restore, "put the backups given as paths back in place of their originals")
         ->excludes(set)
         ->excludes(device)
+        ->group(tags);
+    app.add_option("--writer", o.writer,
+                   "with --set: fields (the default: only the fields given change) or library (the library's "
+                   "writer, as hosts get it)")
+        ->check(CLI::IsMember({"fields", "library"}))
+        ->needs(set)
+        ->group(tags);
+    app.add_flag("--id3v2.3", o.id3v23, "with --set: write an ID3v2.4 tag as ID3v2.3, for older players")
+        ->needs(set)
         ->group(tags);
 }
 

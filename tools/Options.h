@@ -51,6 +51,8 @@ struct Options {
     bool noBackup = false;
     bool dryRun = false;
     bool force = false;
+    std::string writer = "fields";  // --writer: fields or library
+    bool id3v23 = false;
     bool restore = false;
 };
 

@@ -40,18 +40,22 @@ std::string Lower(std::string text) {
     return text;
 }
 
-// In a folder, only MP3 and AAC files are edited: never a backup or a
-// temporary file of an edit, which carry the same extensions.
-bool IsEditable(const fs::path& file) {
+// In a folder, only the files the writer takes by their extension are
+// edited (MP3 and AAC; with the fields writer MP4 audio too, while WAV and
+// AIFF files, which mostly hold no tags, are edited only when named): never
+// a backup or a temporary file of an edit, which carry the same extensions.
+bool IsEditable(const fs::path& file, fileinfo::EditWriter writer) {
     const std::string extension = Lower(file.extension().string());
-    if (extension != ".mp3" && extension != ".aac") return false;
+    const bool mp4 = extension == ".m4a" || extension == ".m4b" || extension == ".mp4";
+    if (extension != ".mp3" && extension != ".aac" && !(mp4 && writer == fileinfo::EditWriter::Fields)) return false;
     const std::string name = file.filename().string();
     return !fileinfo::IsEditTempName(name) && fileinfo::OriginalOfBackup(name).empty();
 }
 
 // The files to edit, in order: named files as they are, folders walked
 // (sorted, links to folders not followed). Other files are counted skipped.
-std::vector<std::string> FilesToEdit(const std::vector<std::string>& paths, Tally& tally) {
+std::vector<std::string> FilesToEdit(const std::vector<std::string>& paths, fileinfo::EditWriter writer,
+                                     Tally& tally) {
     std::vector<std::string> files;
     for (const std::string& path : paths) {
         std::error_code error;
@@ -63,7 +67,7 @@ std::vector<std::string> FilesToEdit(const std::vector<std::string>& paths, Tall
         for (fs::recursive_directory_iterator it(path, fs::directory_options::skip_permission_denied, error), end;
              !error && it != end; it.increment(error)) {
             if (!it->is_regular_file(error)) continue;
-            if (IsEditable(it->path())) {
+            if (IsEditable(it->path(), writer)) {
                 found.push_back(it->path().string());
             } else {
                 ++tally.skipped;
@@ -93,7 +97,13 @@ void ReportDryRun(const std::string& path, const fileinfo::EditResult& result, c
     std::cout << path << ": would change\n";
     if (result.difference.empty()) std::cout << "  no difference\n";
     std::cout << fileinfo::DescribeDifference(result.difference);
-    if (result.difference.GoesBeyond(edits)) std::cout << "  more than the fields given changes: needs --force\n";
+    if (!result.difference.GoesBeyond(edits)) return;
+    if (edits.writer() == fileinfo::EditWriter::Library) {
+        std::cout << "  more than the fields given changes: needs --force\n";
+    } else {
+        std::cout << "  more than the fields given changes, or a value does not read back as given: the edit "
+                     "would be refused\n";
+    }
 }
 
 void EditOne(const std::string& path, const fileinfo::TagEdits& edits, const SetCommandOptions& options,
@@ -102,6 +112,7 @@ void EditOne(const std::string& path, const fileinfo::TagEdits& edits, const Set
     editOptions.dryRun = options.dryRun;
     editOptions.force = options.force;
     editOptions.backup = options.backup;
+    editOptions.id3v23 = options.id3v23;
     editOptions.onPoint = TestStopHook();
     const fileinfo::EditResult result = fileinfo::EditTags(path, edits, editOptions);
     switch (result.status) {
@@ -150,13 +161,14 @@ int Restore(const SetCommandOptions& options) {
 
 int RunSetCommand(const SetCommandOptions& options) {
     if (options.restore) return Restore(options);
-    fileinfo::TagEdits edits;
+    fileinfo::TagEdits edits(options.writer);
     std::string error;
     if (!fileinfo::ParseTagEdits(options.assignments, edits, error)) {
         std::cerr << "fileinfo: " << error << "\n";
         return 2;
     }
     Tally tally;
-    for (const std::string& file : FilesToEdit(options.paths, tally)) EditOne(file, edits, options, tally);
+    for (const std::string& file : FilesToEdit(options.paths, options.writer, tally))
+        EditOne(file, edits, options, tally);
     return Summary(tally, options.dryRun);
 }

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "SafeEdit.h"
+
 struct SetCommandOptions {
     std::vector<std::string> assignments;  // FIELD=VALUE, as typed
     std::vector<std::string> paths;        // files and folders; backups with `restore`
@@ -13,6 +15,8 @@ struct SetCommandOptions {
     bool dryRun = false;
     bool force = false;
     bool backup = true;
+    fileinfo::EditWriter writer = fileinfo::EditWriter::Fields;
+    bool id3v23 = false;  // the fields writer writes ID3v2.4 tags as ID3v2.3
     // Lists one file as the tool lists it (text or JSON); false when it did
     // not load. Called for every file edited, with the record read back.
     std::function<bool(const std::string& path)> listFile;

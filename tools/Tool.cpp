@@ -55,6 +55,8 @@ int RunMain(int argc, char** argv, const ToolOutput& output) {
         set.restore = options.restore;
         set.dryRun = options.dryRun;
         set.force = options.force;
+        ParseEditWriter(options.writer, set.writer);
+        set.id3v23 = options.id3v23;
         set.backup = !options.noBackup;
         const bool json = options.format == Format::kJson;
         set.listFile = [json](const std::string& path) { return ShowReadBack(std::cout, path, json); };

@@ -351,19 +351,36 @@ _TAG_FIELDS = ("title", "artist", "album", "genre", "year", "comment", "composer
 
 
 def set_tags(
-    path: PathLike, dry_run: bool = False, force: bool = False, backup: bool = True, **fields: Union[str, int]
+    path: PathLike,
+    dry_run: bool = False,
+    force: bool = False,
+    backup: bool = True,
+    *,
+    writer: str = "fields",
+    id3v23: bool = False,
+    **fields: Union[str, int],
 ) -> TagEditResult:
-    """Writes tags into an MP3 or AAC file through the safe edit, and returns
-    the difference it made (with dry_run: would make, touching nothing).
+    """Writes tags through the safe edit, and returns the difference it made
+    (with dry_run: would make, touching nothing).
 
     Fields: title, artist, album, genre, year, comment, composer, lyrics
-    (str; characters beyond Latin-1 are refused) and track (int 0-65535).
-    The library's writer runs on a copy, which is checked and then renamed
-    over the file; the original is kept as NAME.orig.EXT unless
-    backup=False. When the edit would change more than the fields asked for
-    (a frame the writer drops, a value cut short), it is refused with
-    EditRefused unless force=True. A system call that fails raises its
-    OSError subclass; the file is then as it was unless the error says so.
+    (str) and track. The writer runs on a copy, which is checked and then
+    renamed over the file; the original is kept as NAME.orig.EXT unless
+    backup=False. A system call that fails raises its OSError subclass; the
+    file is then as it was unless the error says so.
+
+    writer="fields" (the default) changes only the fields given, in MP3,
+    AAC, MP4, and WAV and AIFF files that hold tags: texts are Unicode,
+    track is an int or "N/TOTAL", an empty text or track 0 removes the tag.
+    The difference is the tags and stream fields that change as the file's
+    reading gives them back; an edit that does not read back as given, or
+    that moves a stream field, is refused with EditRefused. id3v23=True
+    writes an ID3v2.4 tag as ID3v2.3.
+
+    writer="library" is the library's own writer, for MP3 and AAC files:
+    8-bit (Latin-1) texts, track an int 0-65535. When its edit would change
+    more than the fields asked for (a frame the writer drops, a value cut
+    short), it is refused with EditRefused unless force=True.
     """
     if not fields:
         raise ValueError("set_tags needs at least one field, for example title='...'")
@@ -372,13 +389,14 @@ def set_tags(
         if name not in _TAG_FIELDS:
             raise TypeError(f"set_tags() got an unknown field {name!r}; fields: {', '.join(_TAG_FIELDS)}")
         if name == "track":
-            if isinstance(value, bool) or not isinstance(value, int):
-                raise TypeError("track must be an int")
+            text_track = writer != "library" and isinstance(value, str)
+            if isinstance(value, bool) or not (isinstance(value, int) or text_track):
+                raise TypeError("track must be an int" + ("" if writer == "library" else ' or "N/TOTAL"'))
         elif not isinstance(value, str):
             raise TypeError(f"{name} must be a str")
         assignments.append(f"{name}={value}".encode("utf-8", "surrogateescape"))
     try:
-        out = _fileinfo.set_tags(_path_bytes(path), assignments, dry_run, force, backup)
+        out = _fileinfo.set_tags(_path_bytes(path), assignments, dry_run, force, backup, writer, id3v23)
     except ValueError as e:
         raise ValueError(_python_words(str(e))) from None
     d = out["difference"]

@@ -275,6 +275,8 @@ def set_tags(
     force: bool = False,
     backup: bool = True,
     *,
+    writer: str = "fields",
+    id3v23: bool = False,
     title: str = ...,
     artist: str = ...,
     album: str = ...,
@@ -283,7 +285,7 @@ def set_tags(
     comment: str = ...,
     composer: str = ...,
     lyrics: str = ...,
-    track: int = ...,
+    track: Union[int, str] = ...,
 ) -> TagEditResult: ...
 def restore_backup(backup_path: PathLike, original_path: Optional[PathLike] = None) -> str: ...
 def to_pandas(records: Iterable[Record]) -> "pandas.DataFrame": ...

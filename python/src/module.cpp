@@ -560,14 +560,18 @@ py::dict DifferenceDict(const fileinfo::Difference& d) {
 // package turns into its result; a mistake in the request raises
 // ValueError before anything is touched.
 py::dict SetTags(const std::string& path, const std::vector<std::string>& assignments, bool dryRun, bool force,
-                 bool backup) {
-    fileinfo::TagEdits edits;
+                 bool backup, const std::string& writerName, bool id3v23) {
+    fileinfo::EditWriter writer = fileinfo::EditWriter::Fields;
+    if (!fileinfo::ParseEditWriter(writerName, writer))
+        throw py::value_error("writer must be \"fields\" or \"library\", not \"" + writerName + "\"");
+    fileinfo::TagEdits edits(writer);
     std::string mistake;
     if (!fileinfo::ParseTagEdits(assignments, edits, mistake)) throw py::value_error(mistake);
     fileinfo::EditOptions options;
     options.dryRun = dryRun;
     options.force = force;
     options.backup = backup;
+    options.id3v23 = id3v23;
     fileinfo::EditResult result;
     {
         py::gil_scoped_release release;
@@ -833,7 +837,7 @@ has_tags and identified.)");
         "find_device_list", [](const std::string& given) { return py::bytes(fileinfo::FindDeviceList(given)); },
         py::arg("name"), "The path of the device list a name or path gives, as fileinfo --device finds it.");
     m.def("set_tags", &SetTags, py::arg("path"), py::arg("assignments"), py::arg("dry_run"), py::arg("force"),
-          py::arg("backup"));
+          py::arg("backup"), py::arg("writer"), py::arg("id3v23"));
     m.def("restore_backup", &RestoreBackup, py::arg("backup_path"), py::arg("original_path"));
     DefineSync(m);
 #ifdef FILEINFO_PYTHON_WITH_TOOL

@@ -1,4 +1,5 @@
-"""fileinfo.set_tags: the safe edit's difference, with and without dry_run."""
+"""fileinfo.set_tags: the safe edit's difference, with and without dry_run; the
+library's writer here, the fields writer in test_set_tags_fields.py."""
 
 import errno
 import shutil
@@ -17,7 +18,7 @@ def song(tmp_path):
 
 def test_dry_run_gives_the_difference_and_touches_nothing(song):
     before = song.read_bytes()
-    planned = fileinfo.set_tags(song, dry_run=True, title="Café", track=3)
+    planned = fileinfo.set_tags(song, dry_run=True, writer="library", title="Café", track=3)
     assert planned.status == "would_change" and not planned.changed and planned.backup_path is None
     assert FieldChange("title", "Chord", "Café") in planned.fields
     assert FieldChange("trackNumber", "0", "3") in planned.fields
@@ -29,8 +30,8 @@ def test_dry_run_gives_the_difference_and_touches_nothing(song):
 
 def test_the_edit_makes_the_difference_the_dry_run_announced(song):
     original = song.read_bytes()
-    planned = fileinfo.set_tags(song, dry_run=True, title="Café", track=3)
-    done = fileinfo.set_tags(song, force=True, title="Café", track=3)
+    planned = fileinfo.set_tags(song, dry_run=True, writer="library", title="Café", track=3)
+    done = fileinfo.set_tags(song, force=True, writer="library", title="Café", track=3)
     assert done.status == "changed" and done.changed
     assert (done.fields, done.frames, done.mismatches) == (planned.fields, planned.frames, planned.mismatches)
     record = fileinfo.load(song)
@@ -41,18 +42,18 @@ def test_the_edit_makes_the_difference_the_dry_run_announced(song):
 
 def test_an_edit_beyond_the_request_is_refused_without_force(song):
     before = song.read_bytes()
-    planned = fileinfo.set_tags(song, dry_run=True, title="New")
+    planned = fileinfo.set_tags(song, dry_run=True, writer="library", title="New")
     if not planned.goes_beyond:
         pytest.skip("this edit stays within the request")
     with pytest.raises(fileinfo.EditRefused) as caught:
-        fileinfo.set_tags(song, title="New")
+        fileinfo.set_tags(song, writer="library", title="New")
     assert "force=True" in str(caught.value) and "--" not in str(caught.value)
     assert caught.value.result is not None and caught.value.result.fields == planned.fields
     assert song.read_bytes() == before
 
 
 def test_no_backup_when_asked(song):
-    done = fileinfo.set_tags(song, force=True, backup=False, artist="Someone")
+    done = fileinfo.set_tags(song, force=True, writer="library", backup=False, artist="Someone")
     assert done.backup_path is None and fileinfo.load(song).artist == "Someone"
     assert sorted(p.name for p in song.parent.iterdir()) == ["song.mp3"]
 
@@ -66,12 +67,16 @@ def test_mistakes_and_errors(song, tmp_path):
     with pytest.raises(fileinfo.EditRefused):
         fileinfo.set_tags(wav, title="x")
     with pytest.raises(ValueError) as caught:
-        fileinfo.set_tags(song, title="日本")
+        fileinfo.set_tags(song, writer="library", title="日本")
     assert "Latin-1" in str(caught.value) and "--set" not in str(caught.value)
     with pytest.raises(TypeError):
         fileinfo.set_tags(song, colour="red")
     with pytest.raises(TypeError):
-        fileinfo.set_tags(song, track="3")
+        fileinfo.set_tags(song, writer="library", track="3")
+    with pytest.raises(ValueError):
+        fileinfo.set_tags(song, track="3/0")
+    with pytest.raises(ValueError):
+        fileinfo.set_tags(song, writer="other", title="x")
     with pytest.raises(ValueError):
         fileinfo.set_tags(song)
 
@@ -79,13 +84,13 @@ def test_mistakes_and_errors(song, tmp_path):
 def test_aac_files_take_tags_too(tmp_path):
     aac = tmp_path / "tone.aac"
     shutil.copy(FIXTURES / "aac" / "adts-44k-stereo.aac", aac)
-    done = fileinfo.set_tags(aac, force=True, title="Tone")
+    done = fileinfo.set_tags(aac, force=True, writer="library", title="Tone")
     assert done.changed and fileinfo.load(aac).title == "Tone"
 
 
 def test_a_backup_goes_back(song):
     original = song.read_bytes()
-    done = fileinfo.set_tags(song, force=True, title="Changed")
+    done = fileinfo.set_tags(song, force=True, writer="library", title="Changed")
     assert fileinfo.restore_backup(done.backup_path) == str(song)
     assert song.read_bytes() == original and fileinfo.load(song).title == "Chord"
     with pytest.raises(FileNotFoundError):

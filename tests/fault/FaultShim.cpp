@@ -2,8 +2,9 @@
  * makes the Nth call of one kind fail with a chosen errno.
  *
  *   FILEINFO_FAULT_CALL   write | fsync | rename | link
- *                         ("write" covers write() and the stdio fwrite()
- *                         of the library; "fsync" covers fdatasync(); "rename"
+ *                         ("write" covers write(), pwrite() and the stdio
+ *                         fwrite() of the library; "fsync" covers
+ *                         fdatasync(); "rename"
  *                         covers renameat() and renameat2())
  *   FILEINFO_FAULT_AT     the 1-based position of the call that fails; 0 or
  *                         unset: none fails
@@ -46,6 +47,20 @@ ssize_t write(int fd, const void* data, size_t size) {
     if (real == NULL) real = (ssize_t(*)(int, const void*, size_t))Next("write");
     if (ShouldFail(kWrite)) return -1;
     return real(fd, data, size);
+}
+
+ssize_t pwrite(int fd, const void* data, size_t size, off_t offset) {
+    static ssize_t (*real)(int, const void*, size_t, off_t);
+    if (real == NULL) real = (ssize_t(*)(int, const void*, size_t, off_t))Next("pwrite");
+    if (ShouldFail(kWrite)) return -1;
+    return real(fd, data, size, offset);
+}
+
+ssize_t pwrite64(int fd, const void* data, size_t size, off_t offset) {
+    static ssize_t (*real)(int, const void*, size_t, off_t);
+    if (real == NULL) real = (ssize_t(*)(int, const void*, size_t, off_t))Next("pwrite64");
+    if (ShouldFail(kWrite)) return -1;
+    return real(fd, data, size, offset);
 }
 
 size_t fwrite(const void* data, size_t size, size_t count, FILE* file) {

@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -43,6 +44,12 @@ inline std::vector<std::string> NamesIn(const std::string& folder) {
         closedir(dir);
     }
     return names;
+}
+
+// Gives `path` the mark an edit gives its temporary files ("copy", or
+// "copy INODE BACKUP" once it named a backup).
+inline bool MarkAsEditCopy(const std::string& path, const std::string& value = "copy") {
+    return setxattr(path.c_str(), fileinfo::kEditMarkAttribute, value.data(), value.size(), 0) == 0;
 }
 
 inline std::vector<std::string> TempFilesIn(const std::string& folder) {

@@ -1,8 +1,9 @@
 // Tag edits under failure: every write, sync, rename and link failing in
 // turn, the tool killed at any moment of a 50 MB edit, a full file system,
-// the file changed from outside, and two edits at once. After each, the
-// file holds its old bytes or the complete new ones, no temporary file of
-// the edit stays, and a backup, if any, holds the old bytes.
+// the file changed from outside, and two edits at once; with each writer.
+// After each, the file holds its old bytes or the complete new ones, no
+// temporary file of the edit stays, and a backup, if any, holds the old
+// bytes.
 #include <gtest/gtest.h>
 
 #include <sys/mount.h>
@@ -21,16 +22,21 @@
 namespace {
 
 const std::string kFixture = std::string(FILEINFO_FIXTURES_DIR) + "/mp3/tagged-id3v2.mp3";
-const std::vector<std::string> kEdit = {"--set", "title=New", "--set", "track=12", "--force"};
-
-std::vector<std::string> EditOf(const std::string& path) {
-    std::vector<std::string> args(kEdit);
-    args.push_back(path);
+// The edit of every run, by the writer the test runs with.
+std::vector<std::string> EditArguments(const std::string& writer) {
+    std::vector<std::string> args = {"--set", "title=New", "--set", "track=12"};
+    if (writer == "library") args.insert(args.begin(), {"--writer", "library", "--force"});
     return args;
 }
 
-class SafeEditUnderFault : public testing::Test {
+class SafeEditUnderFault : public testing::TestWithParam<const char*> {
 protected:
+    std::vector<std::string> EditOf(const std::string& path) const {
+        std::vector<std::string> args = EditArguments(GetParam());
+        args.push_back(path);
+        return args;
+    }
+
     void SetUp() override {
         folder_ = files_.path().string();
         logs_ = logDir_.path().string();
@@ -60,11 +66,11 @@ protected:
     }
 
     // A run that edits another file of the folder removes the temporary
-    // files a killed run left there.
+    // files a killed run left there (a dry run removes nothing).
     void Cleanup() {
         const std::string other = folder_ + "/other.mp3";
         WriteFile(other, ReadFile(kFixture));
-        RunToolIn(logs_, {"--set", "title=x", "--dry-run", other});
+        RunToolIn(logs_, {"--set", "title=x", "--no-backup", other});
         unlink(other.c_str());
     }
 
@@ -85,9 +91,9 @@ protected:
 };
 
 // How often the tool calls each kind the shim can fail, in a clean edit.
-std::map<std::string, long> CallCounts(const std::string& logs, const std::string& path) {
+std::map<std::string, long> CallCounts(const std::string& logs, const std::vector<std::string>& edit) {
     const std::string countsFile = logs + "/counts.txt";
-    RunToolIn(logs, EditOf(path), {"LD_PRELOAD=" FILEINFO_FAULT_SHIM, "FILEINFO_FAULT_COUNTS=" + countsFile,
+    RunToolIn(logs, edit, {"LD_PRELOAD=" FILEINFO_FAULT_SHIM, "FILEINFO_FAULT_COUNTS=" + countsFile,
                                       "ASAN_OPTIONS=verify_asan_link_order=0"});
     std::map<std::string, long> counts;
     std::istringstream in(ReadFile(countsFile));
@@ -97,13 +103,13 @@ std::map<std::string, long> CallCounts(const std::string& logs, const std::strin
     return counts;
 }
 
-TEST_F(SafeEditUnderFault, EveryFailingWriteSyncRenameOrLinkLeavesTheOldOrTheNewFile) {
+TEST_P(SafeEditUnderFault, EveryFailingWriteSyncRenameOrLinkLeavesTheOldOrTheNewFile) {
     const std::string original = ReadFile(kFixture);
     const std::string result = CleanResult(original);
     ASSERT_NE(result, original);
     Reset(original);
-    const std::map<std::string, long> counts = CallCounts(logs_, path_);
-    ASSERT_GT(counts.at("write"), 10);
+    const std::map<std::string, long> counts = CallCounts(logs_, EditOf(path_));
+    ASSERT_GT(counts.at("write"), 2);
     ASSERT_GE(counts.at("fsync"), 2);
     ASSERT_EQ(counts.at("rename"), 1);
     ASSERT_EQ(counts.at("link"), 1);
@@ -136,7 +142,7 @@ TEST_F(SafeEditUnderFault, EveryFailingWriteSyncRenameOrLinkLeavesTheOldOrTheNew
     EXPECT_GT(changed, 0);
 }
 
-TEST_F(SafeEditUnderFault, AFailedRenameSaysWhyAndKeepsNoBackup) {
+TEST_P(SafeEditUnderFault, AFailedRenameSaysWhyAndKeepsNoBackup) {
     const std::string original = ReadFile(kFixture);
     Reset(original);
     const ToolResult run = RunToolIn(logs_, EditOf(path_),
@@ -153,7 +159,7 @@ TEST_F(SafeEditUnderFault, AFailedRenameSaysWhyAndKeepsNoBackup) {
     EXPECT_EQ(TempFilesIn(folder_), std::vector<std::string>());
 }
 
-TEST_F(SafeEditUnderFault, WithoutHardLinksTheBackupIsACopyWithTheOriginalsModeAndTimes) {
+TEST_P(SafeEditUnderFault, WithoutHardLinksTheBackupIsACopyWithTheOriginalsModeAndTimes) {
     const std::string original = ReadFile(kFixture);
     const std::string result = CleanResult(original);
     Reset(original);
@@ -219,7 +225,7 @@ std::filesystem::path KillTestBase() {
     return std::filesystem::temp_directory_path();
 }
 
-TEST_F(SafeEditUnderFault, KillingA50MegabyteEditAtAnyMomentLeavesTheOldOrTheNewFile) {
+TEST_P(SafeEditUnderFault, KillingA50MegabyteEditAtAnyMomentLeavesTheOldOrTheNewFile) {
     TempDir memory(KillTestBase());
     folder_ = memory.path().string();
     path_ = folder_ + "/song.mp3";
@@ -244,6 +250,15 @@ TEST_F(SafeEditUnderFault, KillingA50MegabyteEditAtAnyMomentLeavesTheOldOrTheNew
         EXPECT_EQ(TempFilesIn(folder_).size(), copyExists ? 1u : 0u) << point;
         Cleanup();
         ExpectIntact(original, result, point);
+        // A killed edit that never replaced the file leaves no backup, and
+        // the next edit of the file goes through.
+        if (ReadFile(path_) == original) {
+            EXPECT_EQ(BackupsIn(folder_), std::vector<std::string>()) << point << ": a stray backup";
+            std::vector<std::string> next = EditOf(path_);
+            next.insert(next.begin(), "--no-backup");
+            EXPECT_EQ(RunToolIn(logs_, next).exitCode, 0) << point;
+            EXPECT_TRUE(ReadFile(path_) == result) << point;
+        }
     }
 
     // And at moments spread over a whole edit.
@@ -283,7 +298,7 @@ const Disturbance kDisturbances[] = {
      }},
 };
 
-TEST_F(SafeEditUnderFault, AFileChangedFromOutsideDuringTheEditIsLeftAsTheOtherProcessMadeIt) {
+TEST_P(SafeEditUnderFault, AFileChangedFromOutsideDuringTheEditIsLeftAsTheOtherProcessMadeIt) {
     const std::string original = ReadFile(kFixture);
     const std::string out = logs_ + "/out.txt", err = logs_ + "/err.txt";
     for (const Disturbance& d : kDisturbances) {
@@ -317,7 +332,7 @@ TEST_F(SafeEditUnderFault, AFileChangedFromOutsideDuringTheEditIsLeftAsTheOtherP
 
 // ---- two edits of one file ----
 
-TEST_F(SafeEditUnderFault, ASecondEditOfAFileBeingEditedIsRefused) {
+TEST_P(SafeEditUnderFault, ASecondEditOfAFileBeingEditedIsRefused) {
     const std::string original = ReadFile(kFixture);
     const std::string result = CleanResult(original);
     Reset(original);
@@ -337,15 +352,14 @@ TEST_F(SafeEditUnderFault, ASecondEditOfAFileBeingEditedIsRefused) {
     EXPECT_EQ(TempFilesIn(folder_), std::vector<std::string>());
 }
 
-TEST_F(SafeEditUnderFault, TwoEditsStartedTogetherGiveOneOrTwoWholeEdits) {
+TEST_P(SafeEditUnderFault, TwoEditsStartedTogetherGiveOneOrTwoWholeEdits) {
     const std::string original = ReadFile(kFixture);
     const std::string once = CleanResult(original, {"--no-backup"});
     TempDir twiceDir;
     WriteFile(twiceDir.file("song.mp3"), once);
-    ASSERT_EQ(RunToolIn(logs_, {"--set", "title=New", "--set", "track=12", "--force", "--no-backup",
-                                twiceDir.file("song.mp3")})
-                  .exitCode,
-              0);
+    std::vector<std::string> again = EditOf(twiceDir.file("song.mp3"));
+    again.insert(again.begin(), "--no-backup");
+    ASSERT_EQ(RunToolIn(logs_, again).exitCode, 0);
     const std::string twice = ReadFile(twiceDir.file("song.mp3"));
     for (int round = 0; round < 10; ++round) {
         Reset(original);
@@ -410,7 +424,7 @@ void FillLeaving(const std::string& folder, unsigned long long leave) {
     close(fd);
 }
 
-TEST_F(SafeEditUnderFault, AFileSystemThatFillsUpLeavesTheOldOrTheNewFile) {
+TEST_P(SafeEditUnderFault, AFileSystemThatFillsUpLeavesTheOldOrTheNewFile) {
     TempDir base;
     LoopMount mount(base.path().string());
     if (!mount.mounted()) GTEST_SKIP() << "mounting a loop file system is not permitted here";
@@ -456,5 +470,8 @@ TEST_F(SafeEditUnderFault, AFileSystemThatFillsUpLeavesTheOldOrTheNewFile) {
         for (const std::string& backup : BackupsIn(folder)) EXPECT_EQ(ReadFile(backup), original) << context;
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(Writers, SafeEditUnderFault, testing::Values("fields", "library"),
+                         [](const testing::TestParamInfo<const char*>& info) { return std::string(info.param); });
 
 }  // namespace

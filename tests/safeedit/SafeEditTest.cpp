@@ -17,8 +17,9 @@ using fileinfo::EditStatus;
 const std::string kMp3 = std::string(FILEINFO_FIXTURES_DIR) + "/mp3/tagged-id3v2.mp3";
 const std::string kM4a = std::string(FILEINFO_FIXTURES_DIR) + "/mp4/aac-tagged.m4a";
 
+// The library's writer: these tests pin what hosts of the library get.
 fileinfo::TagEdits Edits(const std::vector<std::string>& assignments) {
-    fileinfo::TagEdits edits;
+    fileinfo::TagEdits edits(fileinfo::EditWriter::Library);
     std::string error;
     EXPECT_TRUE(fileinfo::ParseTagEdits(assignments, edits, error)) << error;
     return edits;
@@ -41,13 +42,13 @@ protected:
 };
 
 TEST(TagEdits, ParsesFieldsAndRejectsMistakes) {
-    fileinfo::TagEdits edits;
+    fileinfo::TagEdits edits(fileinfo::EditWriter::Library);
     std::string error;
     EXPECT_TRUE(edits.Add("title=Caf\xC3\xA9", error));
     EXPECT_EQ(edits.edits()[0].text, "Caf\xE9");
     EXPECT_TRUE(edits.Add("track=00300", error));
     EXPECT_EQ(edits.edits()[1].track, 300);
-    EXPECT_FALSE(fileinfo::TagEdits().Add("track=65536", error));
+    EXPECT_FALSE(fileinfo::TagEdits(fileinfo::EditWriter::Library).Add("track=65536", error));
     EXPECT_EQ(error, "--set track=65536: the track is a decimal number from 0 to 65535");
     EXPECT_FALSE(edits.Add("title=again", error));
     EXPECT_EQ(error, "--set: title is given more than once");
@@ -83,7 +84,10 @@ TEST_F(SafeEdit, StaleTemporaryFilesGoAndHeldOnesStay) {
     const std::string stale = dir_.file(".song.mp3.fileinfo-aaaaaa");
     const std::string held = dir_.file(".song.mp3.fileinfo-bbbbbb");
     const std::string other = dir_.file("song.mp3.fileinfo-cccccc");
-    for (const std::string& p : {stale, held, other}) WriteFile(p, "x");
+    for (const std::string& p : {stale, held, other}) {
+        WriteFile(p, "x");
+        MarkAsEditCopy(p);
+    }
     const int fd = open(held.c_str(), O_RDONLY);
     ASSERT_EQ(flock(fd, LOCK_EX), 0);
     // The lock is taken from a second descriptor, as another process would.

@@ -335,7 +335,7 @@ TEST_F(Tool, ReadBackAfterSetIsTheJsonLineOfTheWrittenFile) {
     TempDir dir;
     const std::string path = dir.file("song.mp3");
     fs::copy_file(std::string(FILEINFO_FIXTURES_DIR) + "/mp3/tagged-id3v2.mp3", path);
-    const ToolRun run = RunTool("--record --json --force --no-backup --set title=Caf\xc3\xa9\\\\ " + path);
+    const ToolRun run = RunTool("--record --json --writer library --force --no-backup --set title=Caf\xc3\xa9\\\\ " + path);
     ASSERT_EQ(run.exitCode, 0) << run.out;
     const std::vector<std::string> lines = Lines(run.out);
     ASSERT_EQ(lines.size(), 1u) << run.out;

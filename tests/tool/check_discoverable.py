@@ -24,7 +24,7 @@ def help_text(*args):
 
 
 def long_options(text):
-    return sorted({m for m in re.findall(r"(?<![\w-])(--[a-z][a-z0-9-]*)", text.split("Subcommands:")[0])})
+    return sorted({m for m in re.findall(r"(?<![\w-])(--[a-z][a-z0-9-]*(?:\.[0-9]+)?)", text.split("Subcommands:")[0])})
 
 
 def bash_complete(*words):
