@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdio>
 
+#include "MediaFileInfo.h"
 #include "Scan.h"
 
 namespace fileinfo {
@@ -14,6 +15,10 @@ namespace {
 volatile std::sig_atomic_t interrupted = 0;
 
 void OnInterrupt(int) { interrupted = 1; }
+
+// A load waiting for another to finish with the compressed-movie temporary
+// file asks this every few milliseconds: Ctrl-C ends the wait too.
+int InterruptedForLibrary() { return interrupted != 0 ? 1 : 0; }
 
 void WriteAll(const std::string& text) {
     size_t done = 0;
@@ -48,6 +53,7 @@ void InstallInterruptHandler() {
     sigemptyset(&action.sa_mask);
     action.sa_flags = SA_RESTART;
     sigaction(SIGINT, &action, nullptr);
+    MediaFileSetTempFileInterrupt(&InterruptedForLibrary);
 }
 
 Progress::Progress(ProgressMode mode)
