@@ -74,6 +74,10 @@ bool RemoveIfStale(const std::string& folder, const std::string& name) {
 
 }  // namespace
 
+const char* const kNulInPath = "the path holds a NUL byte";
+
+bool PathHoldsNul(const std::string& path) { return path.find('\0') != std::string::npos; }
+
 UniqueFd& UniqueFd::operator=(UniqueFd&& other) noexcept {
     if (this != &other) {
         Reset();

@@ -10,6 +10,8 @@
 #ifndef FILEINFO_CORE_SCAN_H
 #define FILEINFO_CORE_SCAN_H
 
+#include <sys/types.h>
+
 #include <atomic>
 #include <cstddef>
 #include <memory>
@@ -89,8 +91,19 @@ struct ScanItem {
 // fileType.
 std::string TypeLabel(const ScanItem& item);
 
-// Loads one regular file the way the scan does, in the calling thread.
+// Loads one regular file the way the scan does, in the calling thread. The
+// file is opened once, without blocking; one that is not a regular file (by
+// now) is kSkipped as a special file and never given to the library, which
+// with the readers reads the very file that was checked. A path holding a
+// NUL byte loads nothing: status MFI_OPEN_FAILED, error EINVAL.
 void LoadInto(const std::string& path, ScanItem& item);
+
+// The kind of a file that is not regular, in words: "FIFO", "socket", ...
+const char* SpecialFileKind(mode_t mode);
+
+// What the record alone does not show, in words: a compressed movie header
+// that could not be inflated, with the system's reason.
+std::vector<std::string> Warnings(const ScanItem& item);
 
 // Why a named file whose extension no reader takes is not read, in words:
 // "extension .aiff is not read; .aif is".
@@ -98,6 +111,7 @@ std::string ExtensionAdvice(const std::string& path);
 
 class Scan {
 public:
+    // Throws std::system_error when a worker thread cannot be started.
     Scan(std::vector<std::string> roots, ScanOptions options);
     // Stops the walk and the workers; items not handed out are dropped.
     ~Scan();

@@ -361,7 +361,9 @@ std::string ForTerminal(const std::string& utf8) {
                    static_cast<unsigned char>(utf8[i + 1]) <= 0x9F) {
             code = static_cast<unsigned char>(utf8[++i]);  // U+0080..U+009F
         }
-        if (code == 0x100) {
+        if (c == '\\') {
+            shown += "\\\\";  // so that a name holding "\x0a" does not read as one holding a line feed
+        } else if (code == 0x100) {
             shown += static_cast<char>(c);
         } else {
             char escape[8];

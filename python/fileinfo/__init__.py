@@ -70,7 +70,8 @@ def load(path: PathLike) -> Record:
     Raises the OSError subclass of the system's reason when the path cannot
     be opened: FileNotFoundError, PermissionError, IsADirectoryError,
     NotADirectoryError, ... (OSError with EINVAL for a FIFO, device or
-    socket, which is never opened). Any other outcome, a file of no known
+    socket, which is never opened, and for a path holding a NUL byte).
+    Any other outcome, a file of no known
     format included, comes back in the record's status.
     """
     return _fileinfo.load(_path_bytes(path))
@@ -122,12 +123,14 @@ def scan(
     A path that cannot be reached (a named path that does not exist, a
     folder that cannot be listed, a file that cannot be opened) raises its
     OSError subclass, which ends the iteration; with `on_error`, the error
-    is passed to it instead and the scan goes on.
+    is passed to it instead and the scan goes on. A path holding a NUL byte
+    is such an error (OSError with EINVAL). A thread that cannot be started
+    raises OSError.
     """
     if jobs is None:
         jobs = 0
-    elif jobs < 1:
-        raise ValueError("jobs must be at least 1 (or None: one per core)")
+    elif jobs < 1 or jobs > 1024:
+        raise ValueError("jobs must be from 1 to 1024, as the tool's --jobs (or None: one per core)")
     if on_error is not None and not callable(on_error):
         raise TypeError("on_error must be callable")
     return _fileinfo.Scan(_roots(paths_or_dirs), jobs, _extensions(ext), hidden, on_error)

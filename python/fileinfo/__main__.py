@@ -13,16 +13,27 @@ from __future__ import annotations
 import argparse
 import csv
 import json
+import os
 import sys
 from typing import List, Optional
 
 import fileinfo
 
 
+def _path_fields(path: str) -> dict:
+    """The tool's "path" (invalid UTF-8 replaced by U+FFFD, as its writer
+    does) and, for a path that is not UTF-8, its exact bytes in hex."""
+    raw = os.fsencode(path)
+    try:
+        return {"path": raw.decode("utf-8")}
+    except UnicodeDecodeError:
+        return {"path": raw.decode("utf-8", "replace"), "path_bytes": raw.hex()}
+
+
 def _json_line(record: fileinfo.Record, verdict: Optional[fileinfo.Verdict], explain: bool) -> str:
     d = record.as_dict()
     line = {
-        "path": d["path"],
+        **_path_fields(d["path"]),
         "status": d["status"],
         "status_text": d["status_text"],
         "is_audio": d["is_audio"],
@@ -36,6 +47,8 @@ def _json_line(record: fileinfo.Record, verdict: Optional[fileinfo.Verdict], exp
         if explain:
             line["refused_by"] = verdict.refused_by
             line["explanation"] = verdict.explanation or None
+    if record.warnings:
+        line["warnings"] = list(record.warnings)
     return json.dumps(line, ensure_ascii=False, separators=(",", ":"))
 
 
@@ -43,6 +56,7 @@ def _text(record: fileinfo.Record, verdict: Optional[fileinfo.Verdict], explain:
     lines = [record.path, f"  status: {record.status} ({record.status_text})"]
     yn = {True: "yes", False: "no"}
     lines.append(f"  audio: {yn[record.is_audio]}, video: {yn[record.is_video]}, tags: {yn[record.has_tags]}")
+    lines += [f"  warning: {w}" for w in record.warnings]
     if not record.has_record:
         lines.append("  (no record)")
     else:
@@ -107,6 +121,8 @@ def main(argv: Optional[List[str]] = None) -> int:
         with fileinfo.scan(args.paths, jobs=args.jobs, ext=args.ext, hidden=args.hidden, on_error=report) as records:
             for record in records:
                 failed |= record.status != 1
+                for warning in record.warnings:
+                    print(f"fileinfo: {record.path}: {warning}", file=sys.stderr)
                 verdict = device.judge(record) if device is not None else None
                 if form == "json":
                     out.write(_json_line(record, verdict, args.explain) + "\n")
