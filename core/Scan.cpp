@@ -1,6 +1,7 @@
 #include "Scan.h"
 
 #include <dirent.h>
+#include <signal.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -97,15 +98,62 @@ private:
         return *f;
     }
 
+    // Named after the process, so that the folders of processes that ended
+    // without their exit handlers (killed, or _exit after a fork) can be
+    // told and are removed by the next process that makes one.
     static std::string Make() {
         const char* env = getenv("TMPDIR");
         const std::string bases[] = {env != nullptr && env[0] == '/' ? env : "/tmp", "/tmp", "/dev/shm", "/var/tmp"};
         for (const std::string& base : bases) {
-            std::string pattern = base + "/.fileinfo-fd-XXXXXX";
-            if (mkdtemp(&pattern[0]) != nullptr) return pattern;
+            std::string pattern = base + "/" + kPrefix + std::to_string(getpid()) + "-XXXXXX";
+            if (mkdtemp(&pattern[0]) != nullptr) {
+                RemoveLeftovers(base);
+                return pattern;
+            }
         }
         return std::string();
     }
+
+    // Folders of this user's processes that no longer run: their links and
+    // sub-folders, and they. Nothing else is touched.
+    static void RemoveLeftovers(const std::string& base) {
+        DIR* d = opendir(base.c_str());
+        if (d == nullptr) return;
+        const std::string prefix = kPrefix;
+        while (const dirent* e = readdir(d)) {
+            const std::string name = e->d_name;
+            if (name.compare(0, prefix.size(), prefix) != 0) continue;
+            const long pid = strtol(name.c_str() + prefix.size(), nullptr, 10);
+            // Only a process that is gone for certain: not one we may not signal.
+            if (pid <= 0 || kill(static_cast<pid_t>(pid), 0) == 0 || errno != ESRCH) continue;
+            const std::string folder = base + "/" + name;
+            struct stat st;
+            if (lstat(folder.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) || st.st_uid != geteuid()) continue;
+            RemoveTree(folder);
+        }
+        closedir(d);
+    }
+
+    // A folder of sub-folders of links.
+    static void RemoveTree(const std::string& folder) {
+        if (DIR* d = opendir(folder.c_str())) {
+            while (const dirent* e = readdir(d)) {
+                if (strcmp(e->d_name, ".") == 0 || strcmp(e->d_name, "..") == 0) continue;
+                const std::string path = folder + "/" + e->d_name;
+                struct stat st;
+                if (lstat(path.c_str(), &st) != 0) continue;
+                if (S_ISDIR(st.st_mode)) {
+                    RemoveTree(path);
+                } else if (S_ISLNK(st.st_mode)) {
+                    unlink(path.c_str());
+                }
+            }
+            closedir(d);
+        }
+        rmdir(folder.c_str());
+    }
+
+    static constexpr const char* kPrefix = ".fileinfo-fd-";
 
     // At exit: the links left behind (none unless a load was cut short) and
     // every folder, if this process made them.
@@ -113,17 +161,7 @@ private:
         ProcessFolder& f = Instance();
         std::lock_guard<std::mutex> lock(f.mutex_);
         if (f.pid_ != getpid() || f.path_.empty()) return;
-        for (unsigned t = 0; t < f.threads_; ++t) {
-            const std::string sub = f.path_ + "/" + std::to_string(t);
-            if (DIR* d = opendir(sub.c_str())) {
-                while (const dirent* e = readdir(d)) {
-                    if (strcmp(e->d_name, ".") != 0 && strcmp(e->d_name, "..") != 0) unlink((sub + "/" + e->d_name).c_str());
-                }
-                closedir(d);
-            }
-            rmdir(sub.c_str());
-        }
-        rmdir(f.path_.c_str());
+        RemoveTree(f.path_);
     }
 
     std::mutex mutex_;
@@ -134,21 +172,31 @@ private:
 };
 
 // The sub-folder of the process folder that the calling thread alone puts
-// its links into; empty when there is none.
-std::string ThreadFolder() {
-    thread_local pid_t madeBy = 0;
-    thread_local std::string folder;
-    if (madeBy != getpid()) {
-        madeBy = getpid();
-        folder.clear();
-        const std::string process = ProcessFolder::Get();
-        if (!process.empty()) {
-            std::string sub = process + "/" + std::to_string(ProcessFolder::NextThread());
-            if (mkdir(sub.c_str(), 0700) == 0) folder = std::move(sub);
+// its links into, made at the thread's first load and removed when the
+// thread ends (a scan's workers come and go); empty when there is none.
+class ThreadFolder {
+public:
+    static const std::string& Get() {
+        thread_local ThreadFolder folder;
+        if (folder.madeBy_ != getpid()) {
+            folder.madeBy_ = getpid();
+            folder.path_.clear();
+            const std::string process = ProcessFolder::Get();
+            if (!process.empty()) {
+                std::string sub = process + "/" + std::to_string(ProcessFolder::NextThread());
+                if (mkdir(sub.c_str(), 0700) == 0) folder.path_ = std::move(sub);
+            }
         }
+        return folder.path_;
     }
-    return folder;
-}
+    ~ThreadFolder() {
+        if (!path_.empty() && madeBy_ == getpid()) rmdir(path_.c_str());
+    }
+
+private:
+    pid_t madeBy_ = 0;
+    std::string path_;
+};
 
 // The path the library is given for a file this load opened as fd: the
 // library picks its reader by the name's extension and takes a title from
@@ -164,7 +212,7 @@ class FdPath {
 public:
     FdPath(const std::string& path, int fd) : path_(path) {
         if (!MediaFileHasReader(path.c_str())) return;
-        const std::string folder = ThreadFolder();
+        const std::string& folder = ThreadFolder::Get();
         if (folder.empty()) return;
         const size_t slash = path.rfind('/');
         const std::string link = folder + "/" + (slash == std::string::npos ? path : path.substr(slash + 1));

@@ -183,22 +183,49 @@ TEST(HostilePath, UnreadableFileGivesTheLibrarysRecordAndTheReason) {
     }
 }
 
+// The folders of links in the temporary folder that belong to a process.
+size_t FoldersOf(pid_t pid) {
+    const std::string prefix = ".fileinfo-fd-" + std::to_string(pid) + "-";
+    size_t n = 0;
+    for (const auto& e : fs::directory_iterator(fs::temp_directory_path())) {
+        n += e.path().filename().string().rfind(prefix, 0) == 0;
+    }
+    return n;
+}
+
 TEST(HostilePath, LoadsLeaveNoLinkBehind) {
     const std::string path = kExamples + "/tone-mono.wav";
-    const int result = InChild(20, [&] {
+    const pid_t pid = fork();
+    if (pid == 0) {
         ScanItem item;
         fileinfo::LoadInto(path, item);
-        return item.status == MFI_OK ? 0 : 1;
-    });
-    ASSERT_EQ(result, 0);
-    // The child's folder went with it: none of its pid remains.
-    size_t left = 0;
-    for (const auto& e : fs::directory_iterator(fs::temp_directory_path())) {
-        if (e.path().filename().string().rfind(".fileinfo-fd-", 0) == 0 && !fs::is_empty(e.path())) {
-            for (const auto& sub : fs::directory_iterator(e.path())) left += fs::is_empty(sub.path()) ? 0 : 1;
-        }
+        exit(item.status == MFI_OK && FoldersOf(getpid()) == 1 ? 0 : 1);
     }
-    EXPECT_EQ(left, 0u);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_EQ(FoldersOf(pid), 0u);
+}
+
+TEST(HostilePath, LinksOfAProcessThatWasKilledAreRemovedByTheNext) {
+    const std::string path = kExamples + "/tone-mono.wav";
+    const pid_t killed = fork();
+    if (killed == 0) {
+        ScanItem item;
+        fileinfo::LoadInto(path, item);
+        _exit(0);  // no exit handlers: the folder stays
+    }
+    waitpid(killed, nullptr, 0);
+    ASSERT_EQ(FoldersOf(killed), 1u);
+    const pid_t next = fork();
+    if (next == 0) {
+        ScanItem item;
+        fileinfo::LoadInto(path, item);
+        exit(0);
+    }
+    waitpid(next, nullptr, 0);
+    EXPECT_EQ(FoldersOf(killed), 0u);
 }
 
 // ---- 4. Capability files ----
