@@ -233,7 +233,8 @@ std::vector<std::string> ReadableCells(const FileView& file, bool explain) {
         std::string codec = item.isVideo && r.videoFormat[0] != '\0' ? text(r.videoFormat)
                             : r.audioCodec[0] != '\0'               ? text(r.audioCodec)
                                                                     : text(r.audioFormat);
-        cells = {TypeLabel(item),
+        const std::string type = TypeLabel(item);  // the record's bytes, Latin-1 like every record text
+        cells = {ForTerminal(Latin1ToUtf8(type.c_str(), type.size())),
                  codec,
                  HoursMinutesSeconds(r.durationMs),
                  r.bitRate ? Decimal(r.bitRate, 1000, 1) : "",
