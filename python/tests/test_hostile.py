@@ -7,7 +7,9 @@ Whatever could crash the interpreter runs in a child interpreter."""
 import errno
 import fcntl
 import os
+import shutil
 import struct
+import tempfile
 import subprocess
 import sys
 import zlib
@@ -149,3 +151,41 @@ def test_json_lines_are_the_tools_byte_for_byte(tmp_path, unusable_temp_file, op
     assert b'"path_bytes"' in tool.stdout and b'"warnings"' in tool.stdout
     assert ours.stdout == tool.stdout
     assert ours.returncode == tool.returncode
+
+
+@pytest.fixture
+def temp_file_held_apart():
+    """No /temp.bin, and the other tests that use it kept away meanwhile."""
+    with open("/tmp/fileinfo-temp-bin.lock", "a") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        try:
+            if os.path.lexists("/temp.bin"):
+                os.remove("/temp.bin")
+            yield
+        finally:
+            if os.path.lexists("/temp.bin"):
+                os.remove("/temp.bin")
+
+
+def test_json_lines_are_the_tools_for_a_user_who_cannot_write_the_temporary_file(temp_file_held_apart):
+    """As a user who may not create /temp.bin: the warning says Permission denied."""
+    if not os.access(TOOL, os.X_OK):
+        pytest.skip(f"the fileinfo tool is not built ({TOOL})")
+    if os.geteuid() != 0 or shutil.which("setpriv") is None:
+        pytest.skip("needs root and setpriv to run as another user")
+    tree = tempfile.mkdtemp(prefix="fileinfo-hostile-")
+    try:
+        os.chmod(tree, 0o755)
+        with open(os.path.join(tree, "movie.mov"), "wb") as f:
+            f.write(_compressed_movie())
+        with open(os.path.join(os.fsencode(tree), b"caf\xe9.wav"), "wb") as f:
+            f.write((EXAMPLES / "tone-mono.wav").read_bytes())
+        as_nobody = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
+        tool = subprocess.run([*as_nobody, TOOL, "--json", tree], capture_output=True, check=False)
+        ours = subprocess.run([*as_nobody, sys.executable, "-m", "fileinfo", "--json", tree], capture_output=True, check=False)
+        warning = "the compressed movie header could not be inflated: /temp.bin: " + os.strerror(errno.EACCES)
+        assert warning.encode() in tool.stdout and b'"path_bytes"' in tool.stdout
+        assert ours.stdout == tool.stdout
+        assert ours.stderr.decode().splitlines() == tool.stderr.decode().splitlines()
+    finally:
+        shutil.rmtree(tree)
