@@ -151,6 +151,10 @@ std::vector<std::string> TempNamesIn(const std::string& folder) {
 
 }  // namespace
 
+const char* const kNulInPath = "the path holds a NUL byte";
+
+bool PathHoldsNul(const std::string& path) { return path.find('\0') != std::string::npos; }
+
 UniqueFd& UniqueFd::operator=(UniqueFd&& other) noexcept {
     if (this != &other) {
         Reset();

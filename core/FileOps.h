@@ -10,6 +10,12 @@
 
 namespace fileinfo {
 
+// Paths with a NUL byte reach no system call whole (the call would act on
+// the part before it): every front end refuses them with this reason and
+// EINVAL.
+extern const char* const kNulInPath;
+bool PathHoldsNul(const std::string& path);
+
 // A descriptor closed when it goes out of scope.
 class UniqueFd {
 public:

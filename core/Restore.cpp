@@ -49,6 +49,7 @@ std::string LockTarget(const std::string& target, UniqueFd& lock, int& error) {
 }  // namespace
 
 EditResult RestoreBackup(const std::string& backupPath, const std::string& originalPath) {
+    if (PathHoldsNul(backupPath) || PathHoldsNul(originalPath)) return Outcome(EditStatus::Failed, kNulInPath, EINVAL);
     const std::string original = originalPath.empty() ? OriginalOfBackup(backupPath) : originalPath;
     if (original.empty())
         return Outcome(EditStatus::Refused, "not the name of a backup (NAME.orig.EXT or NAME.orig-N.EXT)", 0);

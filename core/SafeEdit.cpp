@@ -178,6 +178,8 @@ private:
     // Symbolic links are followed: the file they lead to is edited and the
     // links stay as they are.
     bool Resolve() {
+        // The system would edit the file the part before the NUL names.
+        if (PathHoldsNul(given_)) return Fail(kNulInPath, EINVAL);
         char* resolved = realpath(given_.c_str(), nullptr);
         if (resolved == nullptr) return Fail("cannot find the file", errno);
         target_ = resolved;

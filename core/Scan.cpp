@@ -1,6 +1,7 @@
 #include "Scan.h"
 
 #include <dirent.h>
+#include <signal.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <condition_variable>
+#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <mutex>
@@ -16,9 +18,18 @@
 #include <thread>
 #include <utility>
 
+#include "FileOps.h"
 #include "MediaFileInfo.h"
 
 namespace fileinfo {
+
+const char* SpecialFileKind(mode_t mode) {
+    if (S_ISFIFO(mode)) return "FIFO";
+    if (S_ISCHR(mode)) return "character device";
+    if (S_ISBLK(mode)) return "block device";
+    if (S_ISSOCK(mode)) return "socket";
+    return "special file";
+}
 
 namespace {
 
@@ -38,14 +49,6 @@ constexpr size_t kBatch = 8;
 constexpr size_t kWalkBatch = 64;
 
 std::string ErrorText(int error) { return std::generic_category().message(error); }
-
-const char* SpecialFileKind(mode_t mode) {
-    if (S_ISFIFO(mode)) return "FIFO";
-    if (S_ISCHR(mode)) return "character device";
-    if (S_ISBLK(mode)) return "block device";
-    if (S_ISSOCK(mode)) return "socket";
-    return "special file";
-}
 
 // The extension after the name's last dot, lower-case; empty when none.
 std::string LowerExtension(std::string_view path) {
@@ -72,6 +75,190 @@ bool TakesFile(const std::string& path) {
     }
     return false;
 }
+
+// Where a process's open descriptors have names: /proc/self/fd, or /dev/fd
+// on systems without /proc.
+const char* DescriptorFolder() {
+    static const char* const folder = access("/proc/self/fd", X_OK) == 0 ? "/proc/self/fd" : "/dev/fd";
+    return folder;
+}
+
+// A folder of this process's own (mode 0700), made at its first use and
+// removed at its exit; a forked child makes its own. Empty when no folder
+// for temporary files is writable.
+class ProcessFolder {
+public:
+    static std::string Get() {
+        ProcessFolder& f = Instance();
+        std::lock_guard<std::mutex> lock(f.mutex_);
+        if (f.pid_ != getpid()) {
+            f.pid_ = getpid();
+            f.path_ = Make();
+            f.threads_ = 0;
+            if (!f.path_.empty() && !f.cleanupRegistered_) {
+                f.cleanupRegistered_ = true;
+                atexit(&ProcessFolder::Remove);
+            }
+        }
+        return f.path_;
+    }
+
+    // A name for one more thread's sub-folder.
+    static unsigned NextThread() {
+        ProcessFolder& f = Instance();
+        std::lock_guard<std::mutex> lock(f.mutex_);
+        return f.threads_++;
+    }
+
+private:
+    static ProcessFolder& Instance() {
+        static ProcessFolder* const f = new ProcessFolder;  // never destroyed: used until the end
+        return *f;
+    }
+
+    // Named after the process, so that the folders of processes that ended
+    // without their exit handlers (killed, or _exit after a fork) can be
+    // told and are removed by the next process that makes one.
+    static std::string Make() {
+        const char* env = getenv("TMPDIR");
+        const std::string bases[] = {env != nullptr && env[0] == '/' ? env : "/tmp", "/tmp", "/dev/shm", "/var/tmp"};
+        for (const std::string& base : bases) {
+            std::string pattern = base + "/" + kPrefix + std::to_string(getpid()) + "-XXXXXX";
+            if (mkdtemp(&pattern[0]) != nullptr) {
+                RemoveLeftovers(base);
+                return pattern;
+            }
+        }
+        return std::string();
+    }
+
+    // Folders of this user's processes that no longer run: their links and
+    // sub-folders, and they. Nothing else is touched.
+    static void RemoveLeftovers(const std::string& base) {
+        DIR* d = opendir(base.c_str());
+        if (d == nullptr) return;
+        const std::string prefix = kPrefix;
+        while (const dirent* e = readdir(d)) {
+            const std::string name = e->d_name;
+            if (name.compare(0, prefix.size(), prefix) != 0) continue;
+            const long pid = strtol(name.c_str() + prefix.size(), nullptr, 10);
+            // Only a process that is gone for certain: not one we may not signal.
+            if (pid <= 0 || kill(static_cast<pid_t>(pid), 0) == 0 || errno != ESRCH) continue;
+            const std::string folder = base + "/" + name;
+            struct stat st;
+            if (lstat(folder.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) || st.st_uid != geteuid()) continue;
+            RemoveTree(folder);
+        }
+        closedir(d);
+    }
+
+    // A folder of sub-folders of links.
+    static void RemoveTree(const std::string& folder) {
+        if (DIR* d = opendir(folder.c_str())) {
+            while (const dirent* e = readdir(d)) {
+                if (strcmp(e->d_name, ".") == 0 || strcmp(e->d_name, "..") == 0) continue;
+                const std::string path = folder + "/" + e->d_name;
+                struct stat st;
+                if (lstat(path.c_str(), &st) != 0) continue;
+                if (S_ISDIR(st.st_mode)) {
+                    RemoveTree(path);
+                } else if (S_ISLNK(st.st_mode)) {
+                    unlink(path.c_str());
+                }
+            }
+            closedir(d);
+        }
+        rmdir(folder.c_str());
+    }
+
+    static constexpr const char* kPrefix = ".fileinfo-fd-";
+
+    // At exit: the links left behind (none unless a load was cut short) and
+    // every folder, if this process made them.
+    static void Remove() {
+        ProcessFolder& f = Instance();
+        std::lock_guard<std::mutex> lock(f.mutex_);
+        if (f.pid_ != getpid() || f.path_.empty()) return;
+        RemoveTree(f.path_);
+    }
+
+    std::mutex mutex_;
+    pid_t pid_ = 0;
+    std::string path_;
+    unsigned threads_ = 0;
+    bool cleanupRegistered_ = false;
+};
+
+// The sub-folder of the process folder that the calling thread alone puts
+// its links into, made at the thread's first load and removed when the
+// thread ends (a scan's workers come and go); empty when there is none.
+class ThreadFolder {
+public:
+    static const std::string& Get() {
+        thread_local ThreadFolder folder;
+        if (folder.madeBy_ != getpid()) {
+            folder.madeBy_ = getpid();
+            folder.path_.clear();
+            const std::string process = ProcessFolder::Get();
+            if (!process.empty()) {
+                std::string sub = process + "/" + std::to_string(ProcessFolder::NextThread());
+                if (mkdir(sub.c_str(), 0700) == 0) folder.path_ = std::move(sub);
+            }
+        }
+        return folder.path_;
+    }
+    ~ThreadFolder() {
+        if (!path_.empty() && madeBy_ == getpid()) rmdir(path_.c_str());
+    }
+
+private:
+    pid_t madeBy_ = 0;
+    std::string path_;
+};
+
+// The path the library is given for a file this load opened as fd: the
+// library picks its reader by the name's extension and takes a title from
+// the name, so the path must end in the file's own name; and it must lead
+// to the open file, not to whatever the name means by the time the library
+// opens it. So: a symbolic link of that name, in a folder of this thread's
+// own, to /proc/self/fd/N. When the library would not open the file at all
+// (no reader takes the extension) the path itself serves; when fd is -1 (the
+// path named nothing) a name in that folder that leads nowhere, so that the
+// library fails as it would on the path; when no folder can be made, the
+// path itself.
+class FdPath {
+public:
+    FdPath(const std::string& path, int fd) : path_(path) {
+        if (!MediaFileHasReader(path.c_str())) return;
+        const std::string& folder = ThreadFolder::Get();
+        if (folder.empty()) return;
+        const size_t slash = path.rfind('/');
+        const std::string link = folder + "/" + (slash == std::string::npos ? path : path.substr(slash + 1));
+        if (fd < 0) {
+            unlink(link.c_str());
+            path_ = link;
+            return;
+        }
+        const std::string target = std::string(DescriptorFolder()) + "/" + std::to_string(fd);
+        if (symlink(target.c_str(), link.c_str()) != 0) {
+            // A link left by a load that was cut short.
+            if (errno != EEXIST || unlink(link.c_str()) != 0 || symlink(target.c_str(), link.c_str()) != 0) return;
+        }
+        path_ = link;
+        made_ = true;
+    }
+    ~FdPath() {
+        if (made_) unlink(path_.c_str());
+    }
+    FdPath(const FdPath&) = delete;
+    FdPath& operator=(const FdPath&) = delete;
+
+    const std::string& Get() const { return path_; }
+
+private:
+    std::string path_;
+    bool made_ = false;
+};
 
 // One unit of the scan's work: a path to load, or an item already decided
 // (skipped, or an error) that only keeps its place in the order. Small: the
@@ -121,10 +308,39 @@ std::string TypeLabel(const ScanItem& item) {
 }
 
 void LoadInto(const std::string& path, ScanItem& item) {
+    item.outcome = Outcome::kLoaded;
+    if (PathHoldsNul(path)) {
+        // No system call could be given the whole path: nothing is loaded.
+        item.status = MFI_OPEN_FAILED;
+        item.error = EINVAL;
+        item.reason = kNulInPath;
+        item.readingError = EINVAL;
+        return;
+    }
+    // The file is opened once, checked, and then read only through that
+    // descriptor: no file swapped in after the check (a FIFO, which would
+    // block the library's open) can be reached.
+    int openError = 0;
+    UniqueFd file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+    bool readable = file.valid();
+    if (!readable) {
+        openError = errno;
+        // Still the file itself, for its kind and for the library's account
+        // of a file it cannot open (measured, but not read).
+        file = UniqueFd(open(path.c_str(), O_PATH | O_CLOEXEC));
+    }
+    struct stat st;
+    if (file.valid() && fstat(file.get(), &st) == 0 && !S_ISREG(st.st_mode)) {
+        item.outcome = Outcome::kSkipped;
+        item.skip = SkipReason::kSpecialFile;
+        item.reason = SpecialFileKind(st.st_mode);
+        return;
+    }
+
+    FdPath libraryPath(path, file.get());
     MediaFileInfo facade;
     MediaFileTakeTempFileError();  // only this load's failure counts
-    item.outcome = Outcome::kLoaded;
-    item.status = facade.LoadFile(path.c_str());
+    item.status = facade.LoadFile(libraryPath.Get().c_str());
     item.tempFileError = MediaFileTakeTempFileError();
     item.isAudio = facade.IsAudio() != 0;
     item.isVideo = facade.IsVideo() != 0;
@@ -132,17 +348,21 @@ void LoadInto(const std::string& path, ScanItem& item) {
     const MediaFileInfo_st* record = facade.GetFileInfo();
     item.hasRecord = record != nullptr;
     if (record != nullptr) memcpy(static_cast<void*>(&item.record), record, sizeof item.record);
-    item.readingError = media::ReadMediaPath(path, item.reading);
-    if (item.status == MFI_OPEN_FAILED) {
-        // The library says only that it could not open the file: ask why.
-        const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-        if (fd >= 0) {
-            close(fd);
-        } else {
-            item.error = errno;
-            item.reason = ErrorText(errno);
-        }
+    item.readingError = readable ? media::ReadMedia(file.get(), item.reading) : openError;
+    if (item.status == MFI_OPEN_FAILED && openError != 0) {
+        // The library says only that it could not open the file: this is why.
+        item.error = openError;
+        item.reason = ErrorText(openError);
     }
+}
+
+std::vector<std::string> Warnings(const ScanItem& item) {
+    std::vector<std::string> warnings;
+    if (item.tempFileError != 0) {
+        warnings.push_back(std::string("the compressed movie header could not be inflated: /temp.bin: ") +
+                           std::strerror(item.tempFileError));
+    }
+    return warnings;
 }
 
 std::string ExtensionAdvice(const std::string& path) {
@@ -314,6 +534,12 @@ private:
     }
 
     bool Root(const std::string& path, Task& task) {
+        // The system would see only the part before the NUL (a folder met
+        // again and again, walked until the stack ran out).
+        if (PathHoldsNul(path)) {
+            Decided(task, path, true, Outcome::kError, SkipReason::kNone, EINVAL, kNulInPath);
+            return true;
+        }
         struct stat st;
         if (stat(path.c_str(), &st) != 0) {
             Decided(task, path, true, Outcome::kError, SkipReason::kNone, errno, ErrorText(errno));
@@ -544,9 +770,19 @@ Scan::Scan(std::vector<std::string> roots, ScanOptions options)
     state_->inlineLoads = jobs == 1;
     state_->jobs = jobs;
     if (state_->inlineLoads) return;
-    state_->workers.reserve(jobs);
-    state_->walker = std::thread([s = state_.get()] { s->WalkAhead(); });
-    for (unsigned k = 0; k < jobs; ++k) state_->workers.emplace_back([s = state_.get()] { s->Work(); });
+    try {
+        state_->workers.reserve(jobs);
+        state_->walker = std::thread([s = state_.get()] { s->WalkAhead(); });
+        for (unsigned k = 0; k < jobs; ++k) state_->workers.emplace_back([s = state_.get()] { s->Work(); });
+    } catch (...) {
+        // A thread that cannot start (too many threads, no memory for a
+        // stack): the ones started are stopped and joined, and the caller
+        // learns why instead of the process ending.
+        state_->Stop();
+        if (state_->walker.joinable()) state_->walker.join();
+        for (std::thread& worker : state_->workers) worker.join();
+        throw;
+    }
 }
 
 Scan::~Scan() {

@@ -10,6 +10,8 @@
 #ifndef FILEINFO_CORE_SCAN_H
 #define FILEINFO_CORE_SCAN_H
 
+#include <sys/types.h>
+
 #include <atomic>
 #include <cstddef>
 #include <memory>
@@ -99,8 +101,19 @@ std::string TypeLabel(const ScanItem& item);
 // ...), or it has none. Other front ends that list files walk the same way.
 bool WalkTakes(const std::string& path);
 
-// Loads one regular file the way the scan does, in the calling thread.
+// Loads one regular file the way the scan does, in the calling thread. The
+// file is opened once, without blocking; one that is not a regular file (by
+// now) is kSkipped as a special file and never given to the library, which
+// with the readers reads the very file that was checked. A path holding a
+// NUL byte loads nothing: status MFI_OPEN_FAILED, error EINVAL.
 void LoadInto(const std::string& path, ScanItem& item);
+
+// The kind of a file that is not regular, in words: "FIFO", "socket", ...
+const char* SpecialFileKind(mode_t mode);
+
+// What the record alone does not show, in words: a compressed movie header
+// that could not be inflated, with the system's reason.
+std::vector<std::string> Warnings(const ScanItem& item);
 
 // Why a file whose extension is not one of a media format is not read:
 // "extension .txt is not read". Files without an extension are read.
@@ -108,6 +121,7 @@ std::string ExtensionAdvice(const std::string& path);
 
 class Scan {
 public:
+    // Throws std::system_error when a worker thread cannot be started.
     Scan(std::vector<std::string> roots, ScanOptions options);
     // Stops the walk and the workers; items not handed out are dropped.
     ~Scan();

@@ -1,5 +1,10 @@
 #include "Verdict.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -8,6 +13,7 @@
 #include <sstream>
 #include <utility>
 
+#include "FileOps.h"
 #include "JudgeInfo.h"
 #include "RecordFields.h"
 #include "Scan.h"
@@ -81,20 +87,46 @@ std::string Device::CheckText(const std::string& caps) {
 }
 
 bool Device::FromFile(const std::string& path, Device& device, std::string& error) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
+    if (PathHoldsNul(path)) {
+        error = kNulInPath;
+        return false;
+    }
+    // Opened without blocking and checked before anything is read: a folder,
+    // a FIFO or a device (/dev/zero never ends) is no capability list.
+    const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+    if (fd < 0) {
         error = std::strerror(errno);
         return false;
     }
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (in.bad()) {
-        error = std::strerror(errno);
-        return false;
-    }
-    error = CheckText(text);
+    std::string text;
+    error = ReadCapabilityFile(fd, text);
+    close(fd);
+    if (error.empty()) error = CheckText(text);
     if (!error.empty()) return false;
     device.caps_ = std::move(text);
     return true;
+}
+
+std::string Device::ReadCapabilityFile(int fd, std::string& text) {
+    struct stat st;
+    if (fstat(fd, &st) != 0) return std::strerror(errno);
+    if (S_ISDIR(st.st_mode)) return "not a regular file (folder)";
+    if (!S_ISREG(st.st_mode)) return std::string("not a regular file (") + SpecialFileKind(st.st_mode) + ")";
+    const std::string tooLarge = "larger than the " + std::to_string(kLargestCapabilityFile >> 20) +
+                                 " MiB a capability list may have";
+    if (static_cast<unsigned long long>(st.st_size) > kLargestCapabilityFile) return tooLarge;
+    // Read to its end, whatever fstat said: the file may be growing. One
+    // byte more than the limit shows that it went past it.
+    text.clear();
+    char chunk[65536];
+    for (;;) {
+        const ssize_t n = read(fd, chunk, sizeof chunk);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return std::strerror(errno);
+        if (n == 0) return std::string();
+        if (text.size() + static_cast<size_t>(n) > kLargestCapabilityFile) return tooLarge;
+        text.append(chunk, static_cast<size_t>(n));
+    }
 }
 
 DeviceVerdict Device::Judge(const MediaFileInfo_st& record) const {

@@ -42,10 +42,19 @@ public:
     // The capability list's text.
     explicit Device(std::string caps);
 
+    // The largest capability list read from a file: 64 MiB, far above any
+    // device's (a few kB), and small enough to hold in memory.
+    static constexpr unsigned long long kLargestCapabilityFile = 64ull << 20;
+
     // Reads a capability list from a file. False, with the reason in
-    // `error`, when it cannot be read or holds no <dict> (it is then no
-    // property list, and would refuse every file).
+    // `error`, when it cannot be read, is not a regular file (a folder, a
+    // FIFO, a device: refused before anything is read), is larger than
+    // kLargestCapabilityFile, or holds no <dict> (it is then no property
+    // list, and would refuse every file).
     static bool FromFile(const std::string& path, Device& device, std::string& error);
+    // The reading itself, from an open descriptor: the text, or the reason
+    // it cannot be had. Kept apart for the fuzz target.
+    static std::string ReadCapabilityFile(int fd, std::string& text);
     // The same check for a text: an empty error when it is usable.
     static std::string CheckText(const std::string& caps);
 

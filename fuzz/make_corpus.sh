@@ -56,4 +56,30 @@ for type in MP3 AAC WAV H.264; do
     cat "$root/devices/player-caps.plist"; } \
     >"$out/fuzz_filter/caps-$type"
 done
+# The front ends' targets take their structure from the input's bytes:
+# the fixtures' heads give them realistic records, texts and names.
+head2k() { head -c 2048 "$1"; }
+for target in fuzz_views fuzz_report fuzz_difference fuzz_text fuzz_walk; do
+  mkdir -p "$out/$target"
+  for f in "$fixtures"/*/* "$root"/examples/*.wav; do head2k "$f" >"$out/$target/$(basename "$f")"; done
+done
+# The capability file: a fixture's head for the item and the reading, then
+# the example device's list.
+mkdir -p "$out/fuzz_caps"
+for f in "$fixtures"/*/*; do
+  { head -c 3000 "$f"; cat "$root/devices/player-caps.plist"; } >"$out/fuzz_caps/$(basename "$f")"
+done
+# The readings' readers: every fixture and example as it is, cut to the
+# fuzzer's longest input.
+mkdir -p "$out/fuzz_media"
+for f in "$fixtures"/*/* "$root"/examples/*; do
+  [ -f "$f" ] && head -c 65536 "$f" >"$out/fuzz_media/$(basename "$f")"
+done
+# Inputs that once found a fault stay in every corpus made from now on.
+for dir in "$root"/fuzz/findings/*/; do
+  [ -d "$dir" ] || continue
+  target=$(basename "$dir")
+  mkdir -p "$out/$target"
+  cp "$dir"* "$out/$target/"
+done
 du -sh "$out"

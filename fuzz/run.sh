@@ -3,6 +3,8 @@
 # corpus (new inputs go to a scratch folder, not into the repo). A crash,
 # leak, timeout or out-of-memory fails the run and prints the reproducer.
 #   fuzz/run.sh BUILD_DIR SECONDS [TARGET...]   (default: every target)
+# FUZZ_WORK=DIR keeps the new inputs and the logs there; FUZZ_TIMEOUT=N
+# sets the seconds an input may take (2).
 set -uo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${1:?usage: run.sh BUILD_DIR SECONDS [TARGET...]}
@@ -19,8 +21,9 @@ for target in "${targets[@]}"; do
   artifacts=$work/$target/artifacts
   mkdir -p "$corpus" "$artifacts"
   echo "== $target for ${seconds}s"
-  # A load must finish in well under a second; 2 s allows for the sanitizers.
-  "$build/fuzz/$target" -max_total_time="$seconds" -timeout=2 -rss_limit_mb=2048 -max_len=65536 \
+  # A load must finish in well under a second; 2 s allows for the sanitizers
+  # (FUZZ_TIMEOUT=N for long runs on a machine busy with other work).
+  "$build/fuzz/$target" -max_total_time="$seconds" -timeout="${FUZZ_TIMEOUT:-2}" -rss_limit_mb=2048 -max_len=65536 \
     -print_final_stats=1 -artifact_prefix="$artifacts/" "$corpus" "$root/fuzz/corpus/$target" \
     >"$work/$target/log" 2>&1
   status=$?

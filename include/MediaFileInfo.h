@@ -20,8 +20,22 @@ FILEINFO_API int MediaFileHasReader(const char* path);
 // QuickTime movie header that failed (EACCES when / is not writable, ELOOP
 // for a symbolic link there, EPERM for a file of another owner or with
 // other links), 0 when none failed since the last call. The call clears it.
-// Such a movie loads as one whose header could not be read.
+// Such a movie loads as one whose header could not be read. A wait for
+// another load's lock that ran out gives EWOULDBLOCK, one ended by the
+// interruption check EINTR.
 FILEINFO_API int MediaFileTakeTempFileError();
+
+// Our addition to the described API: the longest a load waits for another
+// load (of any process) to finish with "/temp.bin", in milliseconds; 10,000
+// unless set. The owner and kind of the file are checked before any wait,
+// so a file of another user is refused at once. For all threads.
+FILEINFO_API void MediaFileSetTempFileWait(unsigned milliseconds);
+
+// Our addition to the described API: a function a waiting load calls every
+// few milliseconds; when it returns non-zero the wait ends at once, as if
+// the file could not be used. Null (the default) waits out the bound. For
+// all threads; the function must be safe to call from any of them.
+FILEINFO_API void MediaFileSetTempFileInterrupt(int (*interrupted)());
 
 class FILEINFO_API MediaFileInfo {
 public:

@@ -43,7 +43,7 @@ classes='MediaFileInfo|MediaFileInfoBase|WavInfo|AifInfo|Mp3Info|AacInfo|Mp4Info
 tables='Mp3Tail|AacTail|Mp4Tail|TGPTail|M4vTail|M4aTail|WavTail|AifTail|MovTail|CHANNEL|Mp3FileType|AacFileType'
 tables="$tables|WavFileType|AIFTYPE|AIFFORMAT|FormatType|H264LCFileType|PCM_FORMAT|RiffTag|WavTag|ID3V1TAG"
 tables="$tables|ID3V2Ver2_TAG|ID3V2_TAG|SAMPLE"
-grep -v -E "(^|[ <(])($classes)::|^(typeinfo|typeinfo name|vtable|VTT) for ($classes)\$|^($tables)\$|^strlwr\\(char\\*\\)\$|^MediaFileStatusText\\(int\\)\$|^FileInfoVersion\\(\\)\$|^MediaFileHasReader\\(char const\\*\\)\$|^MediaFileTakeTempFileError\\(\\)\$|^FileInfoRequirementFields\\(char const\\*\\)\$|^(void |bool |char |int )?std::" \
+grep -v -E "(^|[ <(])($classes)::|^(typeinfo|typeinfo name|vtable|VTT) for ($classes)\$|^($tables)\$|^strlwr\\(char\\*\\)\$|^MediaFileStatusText\\(int\\)\$|^FileInfoVersion\\(\\)\$|^MediaFileHasReader\\(char const\\*\\)\$|^MediaFileTakeTempFileError\\(\\)\$|^MediaFileSetTempFileWait\\(unsigned int\\)\$|^MediaFileSetTempFileInterrupt\\(int \\(\*\\)\\(\\)\\)\$|^FileInfoRequirementFields\\(char const\\*\\)\$|^(void |bool |char |int )?std::" \
   "$work/symbols" >"$work/unexpected" || true
 echo "  $(wc -l <"$work/symbols") symbols exported"
 if [ -s "$work/unexpected" ]; then

@@ -262,15 +262,6 @@ void AppendValue(std::string& out, const Value& v) {
 
 }  // namespace
 
-std::vector<std::string> Warnings(const ScanItem& item) {
-    std::vector<std::string> warnings;
-    if (item.tempFileError != 0) {
-        warnings.push_back(std::string("the compressed movie header could not be inflated: /temp.bin: ") +
-                           std::strerror(item.tempFileError));
-    }
-    return warnings;
-}
-
 void JsonLineWriter::Write(std::ostream& out, const FileView& file, bool explain, bool record) {
     const std::vector<std::string> warnings = Warnings(file.item);
     const std::string* tail = nullptr;

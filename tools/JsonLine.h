@@ -17,11 +17,6 @@
 
 namespace fileinfo {
 
-// The warnings a result carries for people and for its JSON line: things
-// the record alone does not show (a compressed movie header that could
-// not be inflated).
-std::vector<std::string> Warnings(const ScanItem& item);
-
 class JsonLineWriter {
 public:
     // The whole line: path (and path_bytes when the path is no UTF-8),

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdio>
 
+#include "MediaFileInfo.h"
 #include "Scan.h"
 
 namespace fileinfo {
@@ -17,6 +18,10 @@ struct sigaction previousAction {};
 bool installed = false;
 
 void OnInterrupt(int) { interrupted = 1; }
+
+// A load waiting for another to finish with the compressed-movie temporary
+// file asks this every few milliseconds: Ctrl-C ends the wait too.
+int InterruptedForLibrary() { return interrupted != 0 ? 1 : 0; }
 
 void WriteAll(const std::string& text) {
     size_t done = 0;
@@ -51,12 +56,14 @@ void InstallInterruptHandler() {
     sigemptyset(&action.sa_mask);
     action.sa_flags = SA_RESTART;
     if (sigaction(SIGINT, &action, installed ? nullptr : &previousAction) == 0) installed = true;
+    MediaFileSetTempFileInterrupt(&InterruptedForLibrary);
 }
 
 void RestoreInterruptHandler() {
     if (installed) sigaction(SIGINT, &previousAction, nullptr);
     installed = false;
     interrupted = 0;
+    MediaFileSetTempFileInterrupt(nullptr);
 }
 
 Progress::Progress(ProgressMode mode)

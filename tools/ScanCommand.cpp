@@ -161,7 +161,9 @@ int RunScanCommand(Options o, bool terminal, unsigned width) {
         progress.Start(scan);
         if (!o.summaryOnly) progress.Aside([&] { view->Begin(); });
         ScanItem item;
-        while (!Interrupted() && scan.Next(item)) {
+        // An item taken after Ctrl-C may be a load the interruption cut
+        // short: it is not shown.
+        while (!Interrupted() && scan.Next(item) && !Interrupted()) {
             Report(item, progress, state);
             std::optional<DeviceVerdict> verdict;
             std::optional<ReadingVerdict> readingVerdict;

@@ -253,7 +253,8 @@ std::vector<std::string> ReadableCells(const FileView& file, bool explain) {
         std::string codec = item.isVideo && r.videoFormat[0] != '\0' ? text(r.videoFormat)
                             : r.audioCodec[0] != '\0'               ? text(r.audioCodec)
                                                                     : text(r.audioFormat);
-        cells = {TypeLabel(item),
+        const std::string type = TypeLabel(item);  // the record's bytes, Latin-1 like every record text
+        cells = {ForTerminal(Latin1ToUtf8(type.c_str(), type.size())),
                  codec,
                  HoursMinutesSeconds(r.durationMs),
                  r.bitRate ? Decimal(r.bitRate, 1000, 1) : "",
@@ -587,7 +588,9 @@ std::string ForTerminal(const std::string& utf8) {
                    static_cast<unsigned char>(utf8[i + 1]) <= 0x9F) {
             code = static_cast<unsigned char>(utf8[++i]);  // U+0080..U+009F
         }
-        if (code == 0x100) {
+        if (c == '\\') {
+            shown += "\\\\";  // so that a name holding "\x0a" does not read as one holding a line feed
+        } else if (code == 0x100) {
             shown += static_cast<char>(c);
         } else {
             char escape[8];

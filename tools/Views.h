@@ -42,7 +42,8 @@ std::unique_ptr<View> MakeView(const ViewOptions& options, std::ostream& out);
 
 // A text shown on a terminal: control characters (C0, DEL and C1, which
 // a terminal may act on) become \xNN, so that no tag or file name can move
-// the cursor or change the terminal's state.
+// the cursor or change the terminal's state; the backslash itself becomes
+// \\, so that every shown text reads back to one text only.
 std::string ForTerminal(const std::string& utf8);
 
 // The listing of one file, as --set prints its read-back too.

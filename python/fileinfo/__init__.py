@@ -106,7 +106,8 @@ def load(path: PathLike, device: Union[None, PathLike, "Device"] = None) -> Reco
     Raises the OSError subclass of the system's reason when the path cannot
     be opened: FileNotFoundError, PermissionError, IsADirectoryError,
     NotADirectoryError, ... (OSError with EINVAL for a FIFO, device or
-    socket, which is never opened). Any other outcome, a file of no known
+    socket, which is never opened, and for a path holding a NUL byte).
+    Any other outcome, a file of no known
     format included, comes back in the record's status.
     """
     return _fileinfo.load(_path_bytes(path), _native_device(device))
@@ -162,18 +163,20 @@ def scan(
     OSError subclass, which ends the iteration; with `on_error`, the error
     is passed to it instead and the scan goes on. So does a FIFO, device or
     socket, named or found in a walk (OSError EINVAL, "not a regular file
-    (FIFO)"): it is never opened, and never dropped in silence. The paths a
-    walk passes over by choice (extensions no reader takes or not in `ext`,
-    hidden names, links to folders) are counted by reason in the
-    iterator's `skipped` dict, as the tool's summary counts them.
+    (FIFO)"): it is never opened, and never dropped in silence. A path
+    holding a NUL byte is such an error too (OSError with EINVAL). The paths
+    a walk passes over by choice (extensions no reader takes or not in
+    `ext`, hidden names, links to folders) are counted by reason in the
+    iterator's `skipped` dict, as the tool's summary counts them. A thread
+    that cannot be started raises OSError.
 
     With `device`, every record carries `verdict` and `library_verdict`,
     judged on the loading threads.
     """
     if jobs is None:
         jobs = 0
-    elif jobs < 1:
-        raise ValueError("jobs must be at least 1 (or None: one per core)")
+    elif jobs < 1 or jobs > 1024:
+        raise ValueError("jobs must be from 1 to 1024, as the tool's --jobs (or None: one per core)")
     if on_error is not None and not callable(on_error):
         raise TypeError("on_error must be callable")
     return _fileinfo.Scan(_roots(paths_or_dirs), jobs, _extensions(ext), hidden, on_error, _native_device(device))

@@ -119,6 +119,9 @@ class Record:
     def has_record(self) -> bool: ...
     @property
     def identified(self) -> bool: ...
+    # What the record alone does not show, as the fileinfo tool warns of it.
+    @property
+    def warnings(self) -> Tuple[str, ...]: ...
     # The library's record: numbers as int, texts as str. Only when has_record
     # is False (the library kept no record, as for a file of no known
     # extension) are they None; check has_record (or status) first.

@@ -17,11 +17,13 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
 #include "DeviceLists.h"
 #include "FileInfoVersion.h"
+#include "FileOps.h"
 #include "MediaFileInfo.h"
 #include "ReadingFields.h"
 #include "RecordDiffers.h"
@@ -303,11 +305,14 @@ bool SameRecord(const Record& a, const Record& b) {
 py::tuple GetState(const Record& r) {
     const ScanItem& i = r.item;
     return py::make_tuple(py::bytes(i.path), i.status, i.isAudio, i.isVideo, i.hasTags, i.hasRecord,
-                          py::bytes(reinterpret_cast<const char*>(&i.record), sizeof i.record), ReadingState(i));
+                          py::bytes(reinterpret_cast<const char*>(&i.record), sizeof i.record), ReadingState(i),
+                          i.tempFileError);
 }
 
 Record SetState(const py::tuple& t) {
-    if (t.size() != 7 && t.size() != 8) throw std::runtime_error("fileinfo.Record: bad pickled state");
+    // Seven items from before records carried their readings, eight from
+    // before they carried their warnings.
+    if (t.size() < 7 || t.size() > 9) throw std::runtime_error("fileinfo.Record: bad pickled state");
     Record r;
     ScanItem& i = r.item;
     i.path = t[0].cast<std::string>();
@@ -320,7 +325,8 @@ Record SetState(const py::tuple& t) {
     const std::string bytes = t[6].cast<std::string>();
     if (bytes.size() != sizeof i.record) throw std::runtime_error("fileinfo.Record: bad pickled record");
     memcpy(static_cast<void*>(&i.record), bytes.data(), sizeof i.record);
-    if (t.size() == 8) SetReadingState(t[7].cast<py::tuple>(), i);
+    if (t.size() >= 8) SetReadingState(t[7].cast<py::tuple>(), i);
+    if (t.size() == 9) i.tempFileError = t[8].cast<int>();
     return r;
 }
 
@@ -342,6 +348,11 @@ std::string Repr(const Record& r) {
 // failure (`special` for a file that is not regular, with its mode).
 void LoadPath(const std::string& path, Record& record, int& error, mode_t& special,
               const fileinfo::Device* device = nullptr) {
+    if (fileinfo::PathHoldsNul(path)) {
+        error = EINVAL;
+        record.item.reason = fileinfo::kNulInPath;
+        return;
+    }
     struct stat st;
     if (stat(path.c_str(), &st) != 0) {
         error = errno;
@@ -358,6 +369,9 @@ void LoadPath(const std::string& path, Record& record, int& error, mode_t& speci
     QuietStdout quiet;
     fileinfo::LoadInto(path, record.item);
     record.item.path = path;
+    // Replaced by a special file since the look above: the load opened it
+    // without blocking and left it alone.
+    if (record.item.outcome == fileinfo::Outcome::kSkipped) error = EINVAL;
     if (record.item.status == MFI_OPEN_FAILED && record.item.error != 0) error = record.item.error;
     JudgeRecord(device, record);
 }
@@ -370,7 +384,10 @@ Record Load(const std::string& path, const fileinfo::Device* device) {
         py::gil_scoped_release release;
         LoadPath(path, record, error, special, device);
     }
-    if (error != 0) Raise(MakeOSError(error, std::string(), path));
+    if (record.item.outcome == fileinfo::Outcome::kSkipped) {
+        Raise(MakeOSError(EINVAL, "not a regular file (" + record.item.reason + ")", path));
+    }
+    if (error != 0) Raise(MakeOSError(error, record.item.reason, path));
     if (special != 0) Raise(NotRegularFile(special, path));
     return record;
 }
@@ -386,9 +403,24 @@ public:
         options.jobs = jobs;
         options.extensions = std::move(extensions);
         options.hidden = hidden;
+        if (jobs > kMostJobs) {
+            throw py::value_error("jobs must be at most " + std::to_string(kMostJobs) + " (or None: one per core)");
+        }
         quiet_ = std::make_unique<QuietStdout>();
-        scan_ = std::make_unique<fileinfo::Scan>(std::move(roots), std::move(options));
+        try {
+            scan_ = std::make_unique<fileinfo::Scan>(std::move(roots), std::move(options));
+        } catch (const std::system_error& e) {
+            quiet_.reset();
+            PyErr_SetObject(PyExc_OSError, py::make_tuple(e.code().value(), std::string("fileinfo.scan: cannot start "
+                                                                                         "its loading threads: ") +
+                                                                                 e.code().message())
+                                               .ptr());
+            throw py::error_already_set();
+        }
     }
+
+    // As many as the tool's --jobs takes.
+    static constexpr unsigned kMostJobs = 1024;
 
     ~PyScan() { Close(); }
 
@@ -684,7 +716,16 @@ has_tags and identified.)");
         .def_property_readonly("has_tags", [](const Record& r) { return r.item.hasTags; })
         .def_property_readonly("has_record", [](const Record& r) { return r.item.hasRecord; })
         .def_property_readonly("identified", [](const Record& r) { return r.item.Identified(); },
-                               "Loaded with success, and some reader recognised the contents.");
+                               "Loaded with success, and some reader recognised the contents.")
+        .def_property_readonly(
+            "warnings",
+            [](const Record& r) {
+                py::list texts;
+                for (const std::string& w : fileinfo::Warnings(r.item)) texts.append(Utf8(w));
+                return py::tuple(texts);
+            },
+            "What the record alone does not show, as the fileinfo tool warns of it (a compressed movie "
+            "header that could not be inflated, with the system's reason).");
     for (size_t k = 0; k < fileinfo::kNumberFieldCount; ++k) {
         const auto get = fileinfo::kNumberFields[k].get;
         record.def_property_readonly(fileinfo::kNumberFields[k].name, [get](const Record& r) -> py::object {

@@ -5,6 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <time.h>
+
+#include <atomic>
 #include <cerrno>
 #include <mutex>
 #include <unordered_map>
@@ -36,6 +39,31 @@ std::unordered_map<const void*, Claim>& Claims() {
 
 thread_local int tempFileError = 0;
 
+// How long a load waits for another to let go of the file, and what may end
+// the wait early: never without end, as a load that holds the lock may be
+// stuck, or another user's program may hold it on purpose.
+std::atomic<unsigned> waitMilliseconds{10000};
+std::atomic<int (*)()> interruptCheck{nullptr};
+constexpr long kWaitStepNanoseconds = 10 * 1000 * 1000;
+
+// Takes the lock, trying again every few milliseconds until the bound: 0,
+// or EWOULDBLOCK when the bound ran out, EINTR when the check ended it.
+int LockWithinBound(int fd) {
+    const unsigned bound = waitMilliseconds.load();
+    unsigned waited = 0;
+    for (;;) {
+        if (flock(fd, LOCK_EX | LOCK_NB) == 0) return 0;
+        if (errno == EINTR) continue;
+        if (errno != EWOULDBLOCK) return errno;
+        int (*const check)() = interruptCheck.load();
+        if (check != nullptr && check() != 0) return EINTR;
+        if (waited >= bound) return EWOULDBLOCK;
+        const struct timespec step = {0, kWaitStepNanoseconds};
+        nanosleep(&step, nullptr);
+        waited += static_cast<unsigned>(kWaitStepNanoseconds / 1000000);
+    }
+}
+
 FILE* Fail(int fd, int error) {
     if (fd >= 0) close(fd);
     tempFileError = error;
@@ -43,12 +71,20 @@ FILE* Fail(int fd, int error) {
     return nullptr;
 }
 
+// A file that may be waited for: a plain file of ours. Checked before any
+// wait, so that another user's file, locked or not, never holds a load up.
+int RefuseForeignKind(const struct stat& st) {
+    if (!S_ISREG(st.st_mode)) return EINVAL;
+    if (st.st_uid != geteuid()) return EPERM;
+    return 0;
+}
+
 // A file this process may empty and later delete: a plain file of ours with
 // no other name, so that no other file is reached through it. No name at
 // all is fine: the load before removed it while this one waited for it.
 int RefuseForeignFile(const struct stat& st) {
-    if (!S_ISREG(st.st_mode)) return EINVAL;
-    if (st.st_nlink > 1 || st.st_uid != geteuid()) return EPERM;
+    if (const int refused = RefuseForeignKind(st)) return refused;
+    if (st.st_nlink > 1) return EPERM;
     return 0;
 }
 
@@ -61,6 +97,10 @@ bool HoldsLockOn(const void* owner, const struct stat& st) {
 }
 
 }  // namespace
+
+void MediaFileSetTempFileWait(unsigned milliseconds) { waitMilliseconds.store(milliseconds); }
+
+void MediaFileSetTempFileInterrupt(int (*interrupted)()) { interruptCheck.store(interrupted); }
 
 int MediaFileTakeTempFileError() {
     const int error = tempFileError;
@@ -81,11 +121,11 @@ FILE* OpenClaimedTempFile(const void* owner, const char* path) {
     // ourselves. Any other file, the path's new one included, is locked.
     const bool relock = !HoldsLockOn(owner, st);
     if (relock) {
-        int locked;
-        do {
-            locked = flock(fd, LOCK_EX);
-        } while (locked != 0 && errno == EINTR);
-        if (locked != 0) return Fail(fd, errno);
+        if (const int refused = RefuseForeignKind(st)) return Fail(fd, refused);
+        if (const int error = LockWithinBound(fd)) return Fail(fd, error);
+        // Whatever happened to the file during the wait, it is judged as it
+        // is now that it is ours.
+        if (fstat(fd, &st) != 0) return Fail(fd, errno);
     }
     if (const int refused = RefuseForeignFile(st)) return Fail(fd, refused);
     if (ftruncate(fd, 0) != 0) return Fail(fd, errno);
