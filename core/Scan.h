@@ -4,9 +4,12 @@
 //
 // Order: the paths as given; inside a folder its entries sorted by name
 // (bytewise), each subfolder walked where it stands. Symbolic links to
-// files are followed; links to folders are not walked. The walk runs ahead
-// of the loads on a thread of its own, and the number of files found but
-// not yet handed out is bounded, so memory stays flat for any tree size.
+// files are followed; links to folders are not walked. With one job the
+// caller's thread walks and loads in turn, and nothing crosses a thread.
+// With several, the walk runs ahead on a thread of its own and hands its
+// tasks over a folder at a time (at most 64), workers take a share of what
+// is queued, and results come back in batches; the number of files found
+// but not yet handed out is bounded, so memory stays flat for any tree size.
 #ifndef FILEINFO_CORE_SCAN_H
 #define FILEINFO_CORE_SCAN_H
 
