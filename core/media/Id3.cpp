@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Source.h"
+#include "Utf8.h"
 
 namespace fileinfo {
 namespace media {
@@ -398,7 +399,7 @@ void TakeFrame(Field field, const uint8_t* p, size_t n, int version, Gathered& g
         if (t.genre.empty()) t.genre = GenreText(version < 4 ? std::vector<std::string>{values.front()} : values);
         break;
     case Field::kYear:
-        if (t.year.empty()) t.year = values.front().substr(0, 4);
+        if (t.year.empty()) t.year = FirstCharacters(values.front(), 4);
         break;
     case Field::kTrack:
         if (t.track == 0 && t.track_total == 0) ParseTrack(values.front(), t.track, t.track_total);

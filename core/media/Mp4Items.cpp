@@ -5,6 +5,7 @@
 
 #include "Id3.h"
 #include "Mp4Walk.h"
+#include "Utf8.h"
 
 namespace fileinfo {
 namespace media {
@@ -104,7 +105,7 @@ void Apply(Item item, uint32_t dataType, const uint8_t* p, size_t length, Mp4Wal
         case Item::kComposer: SetText(tags.composer, Text(dataType, p, length)); break;
         case Item::kYear: {
             const std::string date = Text(dataType, p, length);
-            SetText(tags.year, date.substr(0, 4));
+            SetText(tags.year, FirstCharacters(date, 4));
             break;
         }
         case Item::kGenre: {

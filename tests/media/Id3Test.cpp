@@ -102,6 +102,13 @@ TEST(Id3v2, V23FramesInLatin1BecomeUtf8) {
     EXPECT_EQ(t.track_total, 0u);
 }
 
+// Found by fuzzing: a year cut to four bytes split the UTF-8 of "ÿ".
+TEST(Id3v2, YearIsCutByCharactersNotBytes) {
+    Id3v2Fields s;
+    s.frames = {Encoded("TYER", 0, Raw("202\xff"))};
+    EXPECT_EQ(ParseV2(BuildId3v2(s)).year, "202\xC3\xBF");
+}
+
 TEST(Id3v2, V22ThreeLetterFrames) {
     Id3v2Fields s;
     s.majorVersion = 2;

@@ -650,6 +650,10 @@ TEST(Mp4Items, GenreTextWinsOverGenreNumber) {
     EXPECT_EQ(ReadItems(Cat({TextItem(Copyright("gen"), "Trip-Hop"), GenreNumber(18)})).tags.genre, "Trip-Hop");
 }
 
+TEST(Mp4Items, YearIsCutByCharactersNotBytes) {
+    EXPECT_EQ(ReadItems(TextItem(Copyright("day"), "\xC3\xA9t\xC3\xA9 2001")).tags.year, "\xC3\xA9t\xC3\xA9 ");
+}
+
 TEST(Mp4Items, ShortYearIsKept) { EXPECT_EQ(ReadItems(TextItem(Copyright("day"), "98")).tags.year, "98"); }
 
 TEST(Mp4Items, ValueRunningPastItsBoxIsCut) {
