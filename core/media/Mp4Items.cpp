@@ -77,11 +77,11 @@ std::string Text(uint32_t dataType, const uint8_t* p, size_t length) {
     switch (dataType) {
         case 1:  // UTF-8
         case 4:  // UTF-8, for sorting
-        case 3:  // S/JIS: taken as it is
+        case 3:  // S/JIS: taken as UTF-8, so made well-formed like it
             {
                 size_t n = 0;
                 while (n < length && p[n] != 0) ++n;
-                return std::string(reinterpret_cast<const char*>(p), n);
+                return Utf8Text(p, n);
             }
         case 2:  // UTF-16 big-endian
         case 5:

@@ -1,13 +1,22 @@
-// UTF-8 texts cut by characters, not bytes: a tag cut in the middle of a
-// character would no longer be UTF-8.
+// UTF-8 for the readings' texts: made well-formed from what a file holds,
+// and cut by characters, not bytes (a tag cut in the middle of a character
+// would no longer be UTF-8).
 #ifndef FILEINFO_CORE_MEDIA_UTF8_H
 #define FILEINFO_CORE_MEDIA_UTF8_H
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 namespace fileinfo {
 namespace media {
+
+// Appends one code point as UTF-8.
+void AppendUtf8(std::string& out, uint32_t code);
+
+// UTF-8 as it should be: every ill-formed sequence (overlong, surrogate,
+// above U+10FFFF, cut short) becomes one U+FFFD per maximal bad prefix.
+std::string Utf8Text(const uint8_t* p, size_t n);
 
 // The first `count` characters of a UTF-8 text (a year's four, from a
 // date); continuation bytes stay with the character they belong to.

@@ -650,6 +650,11 @@ TEST(Mp4Items, GenreTextWinsOverGenreNumber) {
     EXPECT_EQ(ReadItems(Cat({TextItem(Copyright("gen"), "Trip-Hop"), GenreNumber(18)})).tags.genre, "Trip-Hop");
 }
 
+// Found by fuzzing: an item's UTF-8 was taken as it stood, bad bytes and all.
+TEST(Mp4Items, IllFormedUtf8BecomesReplacementCharacters) {
+    EXPECT_EQ(ReadItems(TextItem("\xA9" "ART", "The Build\xFFrs")).tags.artist, "The Build\xEF\xBF\xBDrs");
+}
+
 TEST(Mp4Items, YearIsCutByCharactersNotBytes) {
     EXPECT_EQ(ReadItems(TextItem(Copyright("day"), "\xC3\xA9t\xC3\xA9 2001")).tags.year, "\xC3\xA9t\xC3\xA9 ");
 }
