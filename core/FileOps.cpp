@@ -23,18 +23,6 @@ const char kMarkCopy[] = "copy";
 constexpr size_t kTempRandom = 6;  // the XXXXXX of mkostemp
 constexpr size_t kBlock = 1 << 16;
 
-// write() until all is written; a zero-byte write counts as out of space.
-int WriteAll(int fd, const char* data, size_t size) {
-    while (size > 0) {
-        const ssize_t n = write(fd, data, size);
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0) return errno;
-        if (n == 0) return ENOSPC;
-        data += n;
-        size -= static_cast<size_t>(n);
-    }
-    return 0;
-}
 
 // pread() of up to `size` bytes at `offset`; -1 with errno on failure.
 ssize_t ReadAt(int fd, char* data, size_t size, off_t offset) {
@@ -150,6 +138,19 @@ std::vector<std::string> TempNamesIn(const std::string& folder) {
 }
 
 }  // namespace
+
+// write() until all is written; a zero-byte write counts as out of space.
+int WriteAll(int fd, const char* data, size_t size) {
+    while (size > 0) {
+        const ssize_t n = write(fd, data, size);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return errno;
+        if (n == 0) return ENOSPC;
+        data += n;
+        size -= static_cast<size_t>(n);
+    }
+    return 0;
+}
 
 const char* const kNulInPath = "the path holds a NUL byte";
 

@@ -6,6 +6,7 @@
 
 #include <sys/stat.h>
 
+#include <cstddef>
 #include <string>
 
 namespace fileinfo {
@@ -46,6 +47,10 @@ int CopyContents(int from, int to);
 bool SameContents(int a, int b, int& error);
 // fsync of the folder, so that a rename or a new name in it is on disk.
 int SyncFolder(const std::string& folder);
+
+// write() until all is written: 0, or errno (a zero-byte write counts as
+// out of space).
+int WriteAll(int fd, const char* data, size_t size);
 // True when `path` names the file open on `fd` (same device and inode).
 bool NamesFile(const std::string& path, int fd);
 

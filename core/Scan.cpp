@@ -299,6 +299,21 @@ bool ScanItem::LoadFailed() const {
 
 bool WalkTakes(const std::string& path) { return TakesFile(path); }
 
+std::vector<std::string> ExtensionList(const std::string& list) {
+    std::vector<std::string> out;
+    size_t start = 0;
+    while (start <= list.size()) {
+        size_t end = list.find(',', start);
+        if (end == std::string::npos) end = list.size();
+        std::string ext = list.substr(start, end - start);
+        if (!ext.empty() && ext[0] == '.') ext.erase(0, 1);
+        for (char& c : ext) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+        if (!ext.empty()) out.push_back(ext);
+        start = end + 1;
+    }
+    return out;
+}
+
 std::string TypeLabel(const ScanItem& item) {
     if (!item.Identified()) return std::string();
     if (item.record.fileType[0] != '\0') return std::string(item.record.fileType, strnlen(item.record.fileType, MEDIA_TEXT_SIZE));

@@ -99,6 +99,10 @@ struct ScanItem {
 // fileType.
 std::string TypeLabel(const ScanItem& item);
 
+// The extensions of an --ext list ("mp3,.M4A"), as ScanOptions takes them:
+// lower-case, without a leading dot, empty entries dropped.
+std::vector<std::string> ExtensionList(const std::string& list);
+
 // Whether a walk loads a regular file of this name: its extension is one a
 // library reader takes or another name of those formats (.aiff, .m4b, .mp2,
 // ...), or it has none. Other front ends that list files walk the same way.

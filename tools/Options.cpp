@@ -55,13 +55,11 @@ size_t EditDistance(const std::string& a, const std::string& b) {
     return row[b.size()];
 }
 
-// The extensions of --ext: lower-case, without a leading dot.
+// The extensions of --ext (CLI11 has split the list at its commas).
 std::vector<std::string> ExtensionList(const std::vector<std::string>& given) {
     std::vector<std::string> extensions;
-    for (std::string e : given) {
-        if (!e.empty() && e[0] == '.') e.erase(0, 1);
-        std::transform(e.begin(), e.end(), e.begin(), [](unsigned char c) { return static_cast<char>(tolower(c)); });
-        if (!e.empty()) extensions.push_back(e);
+    for (const std::string& e : given) {
+        for (std::string& one : fileinfo::ExtensionList(e)) extensions.push_back(std::move(one));
     }
     return extensions;
 }

@@ -23,21 +23,6 @@ using fileinfo::sync::Plan;
 using fileinfo::sync::PlanEntry;
 using fileinfo::sync::SkipKind;
 
-std::vector<std::string> SplitExtensions(const std::string& list) {
-    std::vector<std::string> out;
-    size_t start = 0;
-    while (start <= list.size()) {
-        size_t end = list.find(',', start);
-        if (end == std::string::npos) end = list.size();
-        std::string ext = list.substr(start, end - start);
-        if (!ext.empty() && ext[0] == '.') ext.erase(0, 1);
-        for (char& c : ext) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-        if (!ext.empty()) out.push_back(ext);
-        start = end + 1;
-    }
-    return out;
-}
-
 std::string Bytes(uint64_t bytes) {
     static const char* const kUnits[] = {"B", "kB", "MB", "GB", "TB"};
     double value = static_cast<double>(bytes);
@@ -207,7 +192,7 @@ int RunSyncCommand(int argc, char** argv) {
     request.device = &device;
     request.dryRun = dryRun;
     request.plan.jobs = jobs;
-    request.plan.extensions = SplitExtensions(extensions);
+    request.plan.extensions = fileinfo::ExtensionList(extensions);
     request.plan.hidden = hidden;
     request.plan.keepRemoved = keepRemoved;
     request.plan.fatNames = fatNames;

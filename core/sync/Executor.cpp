@@ -12,6 +12,8 @@
 #include <set>
 #include <system_error>
 
+#include "FileOps.h"
+
 namespace fileinfo {
 namespace sync {
 
@@ -67,18 +69,6 @@ public:
 private:
     int fd_;
 };
-
-int WriteAll(int fd, const char* data, size_t size) {
-    while (size > 0) {
-        const ssize_t n = write(fd, data, size);
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0) return errno;
-        if (n == 0) return ENOSPC;
-        data += n;
-        size -= static_cast<size_t>(n);
-    }
-    return 0;
-}
 
 // Opens a folder below the device folder, one name at a time, never
 // following a symbolic link (a link in the device folder could lead out

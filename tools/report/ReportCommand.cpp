@@ -23,21 +23,6 @@ namespace {
 
 using fileinfo::Outcome;
 
-std::vector<std::string> SplitExtensions(const std::string& list) {
-    std::vector<std::string> out;
-    size_t start = 0;
-    while (start <= list.size()) {
-        size_t end = list.find(',', start);
-        if (end == std::string::npos) end = list.size();
-        std::string ext = list.substr(start, end - start);
-        if (!ext.empty() && ext[0] == '.') ext.erase(0, 1);
-        for (char& c : ext) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-        if (!ext.empty()) out.push_back(ext);
-        start = end + 1;
-    }
-    return out;
-}
-
 }  // namespace
 
 int RunReportCommand(int argc, char** argv) {
@@ -75,7 +60,7 @@ int RunReportCommand(int argc, char** argv) {
 
     fileinfo::ScanOptions options;
     options.jobs = jobs;
-    options.extensions = SplitExtensions(extensions);
+    options.extensions = fileinfo::ExtensionList(extensions);
     options.hidden = hidden;
     fileinfo::ReportData data(withDevice ? &device : nullptr);
     fileinfo::Scan scan(paths, options);
