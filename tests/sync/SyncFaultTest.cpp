@@ -34,7 +34,9 @@ protected:
     std::string Src() const { return work_.file("music"); }
 
     ChildResult Driver(const std::string& device, const std::vector<std::string>& environment) {
-        std::vector<std::string> env{"LD_PRELOAD=" SYNC_FAULT_SHIM};
+        // A sanitizer build's runtime must come first; the shim comes first
+        // here, which the runtime then allows.
+        std::vector<std::string> env{"LD_PRELOAD=" SYNC_FAULT_SHIM, "ASAN_OPTIONS=verify_asan_link_order=0"};
         env.insert(env.end(), environment.begin(), environment.end());
         return RunChild({SYNC_DRIVER_PATH, "--to", device, Src()}, env, work_.path().string());
     }
