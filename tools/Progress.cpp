@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 
@@ -12,16 +13,20 @@ namespace fileinfo {
 
 namespace {
 
-volatile std::sig_atomic_t interrupted = 0;
+// Set by the handler, read by the output's thread and by loading workers
+// that wait for the temporary file: a lock-free atomic serves both a signal
+// handler and other threads.
+std::atomic<int> interrupted{0};
+static_assert(std::atomic<int>::is_always_lock_free, "the interrupt flag is set from a signal handler");
 // The handler in place before ours, put back by RestoreInterruptHandler.
 struct sigaction previousAction {};
 bool installed = false;
 
-void OnInterrupt(int) { interrupted = 1; }
+void OnInterrupt(int) { interrupted.store(1); }
 
 // A load waiting for another to finish with the compressed-movie temporary
 // file asks this every few milliseconds: Ctrl-C ends the wait too.
-int InterruptedForLibrary() { return interrupted != 0 ? 1 : 0; }
+int InterruptedForLibrary() { return interrupted.load() != 0 ? 1 : 0; }
 
 void WriteAll(const std::string& text) {
     size_t done = 0;
@@ -48,7 +53,7 @@ constexpr auto kTick = std::chrono::milliseconds(100);
 
 }  // namespace
 
-bool Interrupted() { return interrupted != 0; }
+bool Interrupted() { return interrupted.load() != 0; }
 
 void InstallInterruptHandler() {
     struct sigaction action {};
@@ -62,7 +67,7 @@ void InstallInterruptHandler() {
 void RestoreInterruptHandler() {
     if (installed) sigaction(SIGINT, &previousAction, nullptr);
     installed = false;
-    interrupted = 0;
+    interrupted.store(0);
     MediaFileSetTempFileInterrupt(nullptr);
 }
 
