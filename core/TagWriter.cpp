@@ -22,6 +22,7 @@
 #include <cerrno>
 #include <exception>
 
+#include "AiffTextChunks.h"
 #include "TagStream.h"
 
 namespace fileinfo {
@@ -281,26 +282,43 @@ TagWriteResult WriteWav(TagStream& stream, const TagEdits& edits, const TagWrite
     return result;
 }
 
-TagWriteResult WriteAiff(TagStream& stream, const TagEdits& edits, const TagWriteOptions& options) {
-    TagLib::RIFF::AIFF::File file(&stream, false);
-    if (!file.isValid()) return Refused("TagLib cannot read the file's chunks");
-    if (!file.hasID3v2Tag())
-        return Refused("fileinfo writes AIFF tags only into an ID3 chunk, and the file's tags are elsewhere");
-    const TagLib::ID3v2::Version version = VersionFor(file.tag(), options);
-    SetId3v2(*file.tag(), edits, EncodingFor(version));
-    TagWriteResult result;
-    result.written = file.save(version);
-    if (!result.written) result.reason = "TagLib could not save the ID3 chunk";
-    return result;
+// A field no text chunk holds needs an ID3 chunk; removing one does not.
+bool NeedsId3Chunk(const TagEdits& edits) {
+    for (const TagEdit& edit : edits.edits())
+        if (!AiffTextChunkHolds(edit.field) && !GivenValue(edit).empty()) return true;
+    return false;
 }
 
-TagWriteResult WriteFormat(TagStream& stream, TagFormat format, const TagEdits& edits,
+// AIFF keeps tags in an ID3 chunk, whose fields the reading takes first,
+// and in the text chunks NAME, AUTH and ANNO. Every field goes into the ID3
+// chunk when the file has one or a field needs one (TagLib adds it at the
+// end of the FORM); the title, artist and comment also go into the text
+// chunks there are, so that no reader sees the old value beside the new.
+// Without an ID3 chunk the text chunks take them, added where missing.
+TagWriteResult WriteAiff(int fd, TagStream& stream, const TagEdits& edits, const TagWriteOptions& options) {
+    bool id3 = false;
+    {
+        TagLib::RIFF::AIFF::File file(&stream, false);
+        if (!file.isValid()) return Refused("TagLib cannot read the file's chunks");
+        id3 = file.hasID3v2Tag() || NeedsId3Chunk(edits);
+        if (id3) {
+            const TagLib::ID3v2::Version version = VersionFor(file.hasID3v2Tag() ? file.tag() : nullptr, options);
+            SetId3v2(*file.tag(), edits, EncodingFor(version));
+            if (!file.save(version)) return Refused("TagLib could not save the ID3 chunk");
+        }
+    }
+    // WriteTags reports a write that failed underneath TagLib.
+    if (stream.error() != 0) return Refused("writing the ID3 chunk failed");
+    return WriteAiffTextChunks(fd, edits, !id3);
+}
+
+TagWriteResult WriteFormat(int fd, TagStream& stream, TagFormat format, const TagEdits& edits,
                            const TagWriteOptions& options) {
     switch (format) {
         case TagFormat::Id3: return WriteId3File(stream, edits, options);
         case TagFormat::Mp4: return WriteMp4(stream, edits);
         case TagFormat::Wav: return WriteWav(stream, edits, options);
-        case TagFormat::Aiff: return WriteAiff(stream, edits, options);
+        case TagFormat::Aiff: return WriteAiff(fd, stream, edits, options);
         case TagFormat::None: break;
     }
     return Refused("fileinfo cannot write tags into such files");
@@ -367,7 +385,7 @@ TagWriteResult WriteTags(int fd, const std::string& name, TagFormat format, cons
     TagStream stream(fd, name);
     TagWriteResult result;
     try {
-        result = WriteFormat(stream, format, edits, options);
+        result = WriteFormat(fd, stream, format, edits, options);
     } catch (const std::exception& e) {
         result = Refused(std::string("TagLib failed: ") + e.what());
     }

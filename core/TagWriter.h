@@ -19,7 +19,7 @@ enum class TagFormat {
     Id3,   // MP3 and ADTS: an ID3v2 tag in front, an ID3v1 trailer if there was one
     Mp4,   // the ISO family: items under moov/udta/meta/ilst
     Wav,   // the "id3 " chunk and the LIST/INFO chunk, where the file has them
-    Aiff,  // the "ID3 " chunk, where the file has one
+    Aiff,  // the "ID3 " chunk and the NAME, AUTH and ANNO text chunks
 };
 
 // The family for a reading's container type ("MP3", "AAC" with its ADTS
