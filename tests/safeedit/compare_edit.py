@@ -2,8 +2,8 @@
 """Compares a media file before and after a tag edit, independently of the
 edit's own checks. Prints one JSON object:
 
-  changed_keys  the tag keys (ID3v2 frame keys, MP4 item names) whose value
-                or text encoding differs, sorted
+  changed_keys  the tag keys (ID3v2 frame keys, MP4 item names, AIFF text
+                chunk ids) whose value or text encoding differs, sorted
   version       the ID3v2 version after the edit, "2.3" or "2.4", or null
   values        every tag key after the edit with its text, for exact checks
   encodings     every ID3v2 text frame after the edit with its encoding
@@ -13,6 +13,10 @@ edit's own checks. Prints one JSON object:
                 chunk
   same_samples  ffmpeg decodes both files to the same samples
   id3v1_before, id3v1_after   whether an ID3v1 trailer is there
+  chunks_before, chunks_after the ids of an AIFF file's chunks in order, or []
+
+AIFF text chunks (NAME, AUTH, ANNO, "(c) ") are keyed by their id, a second
+chunk of an id as "ANNO#2"; their text is cut at a NUL and taken as UTF-8.
 
 usage: compare_edit.py BEFORE AFTER
 """
@@ -70,6 +74,28 @@ def describe(t):
         else:
             values[key] = repr(value)
     return values, encodings
+
+
+def form_chunks(data):
+    """The (id, body) of each chunk of an AIFF FORM, pad bytes skipped."""
+    out, at = [], 12
+    end = min(len(data), 8 + struct.unpack(">I", data[4:8])[0]) if len(data) >= 12 else 0
+    while at + 8 <= end:
+        name = data[at:at + 4]
+        size = struct.unpack(">I", data[at + 4:at + 8])[0]
+        out.append((name.decode("latin-1"), data[at + 8:at + 8 + size]))
+        at += 8 + size + (size & 1)
+    return out
+
+
+def aiff_texts(path):
+    values, seen = {}, {}
+    for name, body in form_chunks(open(path, "rb").read()):
+        if name in ("NAME", "AUTH", "ANNO", "(c) "):
+            seen[name] = seen.get(name, 0) + 1
+            key = name if seen[name] == 1 else "%s#%d" % (name, seen[name])
+            values[key] = body.split(b"\0")[0].decode("utf-8", "replace")
+    return values
 
 
 def mp4_audio(data):
@@ -141,6 +167,10 @@ def main():
     tb, ta = tags(before), tags(after)
     vb, eb = describe(tb)
     va, ea = describe(ta)
+    is_aiff = kind(before) == "aiff"
+    if is_aiff:
+        vb.update(aiff_texts(before))
+        va.update(aiff_texts(after))
     changed = sorted(k for k in set(vb) | set(va) if vb.get(k) != va.get(k) or eb.get(k) != ea.get(k))
     version = None
     if ta is not None and hasattr(ta, "version") and ta.version:
@@ -155,6 +185,8 @@ def main():
         "same_samples": sb[0] == 0 and sa[0] == 0 and sb[1:] == sa[1:] and sb[2] > 0,
         "id3v1_before": open(before, "rb").read()[-128:][:3] == b"TAG",
         "id3v1_after": open(after, "rb").read()[-128:][:3] == b"TAG",
+        "chunks_before": [n for n, _ in form_chunks(open(before, "rb").read())] if is_aiff else [],
+        "chunks_after": [n for n, _ in form_chunks(open(after, "rb").read())] if is_aiff else [],
     }, ensure_ascii=False, sort_keys=True))
 
 
