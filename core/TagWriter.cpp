@@ -289,6 +289,12 @@ bool NeedsId3Chunk(const TagEdits& edits) {
     return false;
 }
 
+bool SetsAiffText(const TagEdits& edits) {
+    for (const TagEdit& edit : edits.edits())
+        if (AiffTextChunkHolds(edit.field)) return true;
+    return false;
+}
+
 // AIFF keeps tags in an ID3 chunk, whose fields the reading takes first,
 // and in the text chunks NAME, AUTH and ANNO. Every field goes into the ID3
 // chunk when the file has one or a field needs one (TagLib adds it at the
@@ -309,6 +315,12 @@ TagWriteResult WriteAiff(int fd, TagStream& stream, const TagEdits& edits, const
     }
     // WriteTags reports a write that failed underneath TagLib.
     if (stream.error() != 0) return Refused("writing the ID3 chunk failed");
+    // An edit of other fields leaves the text chunks, and their layout, alone.
+    if (!SetsAiffText(edits)) {
+        TagWriteResult result;
+        result.written = true;
+        return result;
+    }
     return WriteAiffTextChunks(fd, edits, !id3);
 }
 
