@@ -77,3 +77,19 @@ def test_mistakes(song):
         fileinfo.set_tags(song, track="3/x")
     with pytest.raises(TypeError):
         fileinfo.set_tags(song, track=3.5)
+
+
+def test_aiff_text_chunks_take_the_title_artist_and_comment(tmp_path):
+    # NAME, AUTH and ANNO hold the tags; the texts are written there as
+    # UTF-8, and a field they cannot hold goes into a new ID3 chunk.
+    path = tmp_path / "tone.aif"
+    shutil.copy(EXAMPLES / "tone-tagged.aif", path)
+    planned = fileinfo.set_tags(path, dry_run=True, title="Café 日本", comment="")
+    assert planned.fields == (fileinfo.FieldChange("title", "Tuning Tone", "Café 日本"),
+                              fileinfo.FieldChange("comment", "A4 reference", ""))
+    done = fileinfo.set_tags(path, backup=False, title="Café 日本", comment="", album="Tones")
+    assert done.changed and not done.goes_beyond and done.mismatches == ()
+    data = path.read_bytes()
+    assert "NAME\0\0\0\x0cCafé 日本".encode() in data and b"ANNO" not in data and b"AUTH\0\0\0\x08Test Lab" in data
+    tags = fileinfo.load(path).media.tags
+    assert (tags.title, tags.artist, tags.comment, tags.album) == ("Café 日本", "Test Lab", None, "Tones")
