@@ -1,6 +1,7 @@
-// The writer for people, on TagLib: each field set where the format keeps
-// it, in place of the frame or item that held it, with the text encoding
-// of the tag's version; nothing else is touched.
+// The writer for people, on TagLib (and our own for AIFF's text chunks):
+// each field set where the format keeps it, in place of the frame or item
+// that held it, with the text encoding of the tag's version; nothing else
+// is touched.
 #include "TagWriter.h"
 
 #include <taglib/aifffile.h>

@@ -2,8 +2,9 @@
 // else. Frames and items it is not asked about stay as they were (cover
 // art, private and user frames, padding where the tag still fits), the
 // ID3v2 version stays, an ID3v1 trailer is updated but never added, and the
-// audio is never rewritten. TagLib does the formats' work; it edits the
-// open file given, which the safe edit makes a private copy.
+// audio is never rewritten. TagLib does the formats' work, but for AIFF's
+// text chunks, which AiffTextChunks.h writes; both edit the open file
+// given, which the safe edit makes a private copy.
 #ifndef FILEINFO_CORE_TAGWRITER_H
 #define FILEINFO_CORE_TAGWRITER_H
 
