@@ -212,19 +212,19 @@ void ExpectOnlyTheseFields(const std::string& original, const std::vector<std::s
     EXPECT_EQ(probed.value("comment", ""), expected.comment) << context;
 }
 
-TEST(AiffTextChunks, EachFieldAloneChangesOnlyItsOwnChunkOrFrameAndNeverTheSound) {
+TEST(TagWriterAiffTextChunks, EachFieldAloneChangesOnlyItsOwnChunkOrFrameAndNeverTheSound) {
     for (const std::string& fixture : kTextFixtures)
         for (const std::string& a : kAssignments) ExpectOnlyTheseFields(fixture, {a});
 }
 
-TEST(AiffTextChunks, AllFieldsAtOnceChangeOnlyTheirChunksAndFrames) {
+TEST(TagWriterAiffTextChunks, AllFieldsAtOnceChangeOnlyTheirChunksAndFrames) {
     for (const std::string& fixture : kTextFixtures) {
         ExpectOnlyTheseFields(fixture, kAssignments);
         ExpectOnlyTheseFields(fixture, {"title=Only texts", "artist=Someone", "comment=A note"});
     }
 }
 
-TEST(AiffTextChunks, AnAifcFileTakesEachFieldAndAllAtOnce) {
+TEST(TagWriterAiffTextChunks, AnAifcFileTakesEachFieldAndAllAtOnce) {
     TempDir made;
     const std::string aifc = AifcWithTexts(made);
     ASSERT_EQ(ReadingOf(aifc).type, "AIFC");
@@ -233,7 +233,7 @@ TEST(AiffTextChunks, AnAifcFileTakesEachFieldAndAllAtOnce) {
     ExpectOnlyTheseFields(aifc, kAssignments);
 }
 
-TEST(AiffTextChunks, WithoutAnId3ChunkTheTextsAloneChangeAndTheChunksKeepTheirPlaces) {
+TEST(TagWriterAiffTextChunks, WithoutAnId3ChunkTheTextsAloneChangeAndTheChunksKeepTheirPlaces) {
     TempDir dir;
     const std::string original = kTextFixtures[0];
     const std::string path = Copy(dir, original, "tone.aif");
@@ -249,7 +249,7 @@ const std::string kTitles[] = {"\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E\xE3\x81\xAE
                                "Tone \xF0\x9F\x8E\xB5 \xF0\x9F\x98\x80", "Cafe\xCC\x81 n\xCC\x83 a\xCC\x8A\xCC\x88",
                                "Caf\xC3\xA9 \xC3\x80 \xC3\xBF"};
 
-TEST(AiffTextChunks, UnicodeAndLatin1TextsAreWrittenAsUtf8AndReadBackExactly) {
+TEST(TagWriterAiffTextChunks, UnicodeAndLatin1TextsAreWrittenAsUtf8AndReadBackExactly) {
     for (const std::string& title : kTitles) {
         TempDir dir;
         const std::string path = Copy(dir, kTextFixtures[0], "tone.aif");
@@ -268,7 +268,7 @@ TEST(AiffTextChunks, UnicodeAndLatin1TextsAreWrittenAsUtf8AndReadBackExactly) {
     }
 }
 
-TEST(AiffTextChunks, TheDryRunListsExactlyTheTagsThatChangeAndTouchesNothing) {
+TEST(TagWriterAiffTextChunks, TheDryRunListsExactlyTheTagsThatChangeAndTouchesNothing) {
     TempDir dir;
     const std::string path = Copy(dir, kTextFixtures[0], "tone.aif");
     const fileinfo::EditResult r = Edit(path, {"title=New", "album=An album", "comment=A4 reference"}, true);
@@ -280,7 +280,7 @@ TEST(AiffTextChunks, TheDryRunListsExactlyTheTagsThatChangeAndTouchesNothing) {
     EXPECT_EQ(NamesIn(dir.path().string()), std::vector<std::string>{"tone.aif"});
 }
 
-TEST(AiffTextChunks, TheToolEditsAndItsDryRunPrintsTheDifference) {
+TEST(TagWriterAiffTextChunks, TheToolEditsAndItsDryRunPrintsTheDifference) {
     TempDir dir;
     const std::string path = Copy(dir, kTextFixtures[1], "tone.aif");
     const ToolResult dry = RunToolIn(dir.path().string(), {"--set", "artist=Lab B", "--dry-run", path});
@@ -330,7 +330,7 @@ Bytes SoundChunkBody(size_t samples) {
     return w.take();
 }
 
-TEST(AiffTextChunks, AnOddTextEndsInANulThatKeepsItsChunkEvenAndOtherPadBytesStay) {
+TEST(TagWriterAiffTextChunks, AnOddTextEndsInANulThatKeepsItsChunkEvenAndOtherPadBytesStay) {
     TempDir dir;
     const Bytes sound = SoundChunkBody(64);
     const std::string path = dir.file("odd.aif");
@@ -345,7 +345,7 @@ TEST(AiffTextChunks, AnOddTextEndsInANulThatKeepsItsChunkEvenAndOtherPadBytesSta
     EXPECT_EQ(ReadingOf(path).tags.artist, "Ann");
 }
 
-TEST(AiffTextChunks, TextsGrowingAndShrinkingOnBothSidesOfTheSoundMoveItWhole) {
+TEST(TagWriterAiffTextChunks, TextsGrowingAndShrinkingOnBothSidesOfTheSoundMoveItWhole) {
     TempDir dir;
     // More than one block of the move, and a stretch of zeros.
     const Bytes sound = SoundChunkBody(5u << 20);
@@ -370,7 +370,7 @@ TEST(AiffTextChunks, TextsGrowingAndShrinkingOnBothSidesOfTheSoundMoveItWhole) {
     }
 }
 
-TEST(AiffTextChunks, AFixtureGrownAndShrunkBackIsItsOwnBytesAgain) {
+TEST(TagWriterAiffTextChunks, AFixtureGrownAndShrunkBackIsItsOwnBytesAgain) {
     TempDir dir;
     const std::string path = Copy(dir, kTextFixtures[0], "tone.aif");
     ASSERT_EQ(Edit(path, {"title=" + std::string(70000, 'x')}).status, EditStatus::Changed);
@@ -381,7 +381,7 @@ TEST(AiffTextChunks, AFixtureGrownAndShrunkBackIsItsOwnBytesAgain) {
     EXPECT_TRUE(ReadFile(path) == ReadFile(kTextFixtures[0]));
 }
 
-TEST(AiffTextChunks, AMissingTextChunkGoesAfterTheLastTextOrBeforeTheSound) {
+TEST(TagWriterAiffTextChunks, AMissingTextChunkGoesAfterTheLastTextOrBeforeTheSound) {
     TempDir dir;
     const Bytes sound = SoundChunkBody(64);
     const std::string path = dir.file("t.aif");
@@ -405,7 +405,7 @@ TEST(AiffTextChunks, AMissingTextChunkGoesAfterTheLastTextOrBeforeTheSound) {
     EXPECT_EQ(ReadFile(path), Aiff({}, sound));
 }
 
-TEST(AiffTextChunks, ALastChunkWithoutItsPadByteGetsItBeforeANewChunk) {
+TEST(TagWriterAiffTextChunks, ALastChunkWithoutItsPadByteGetsItBeforeANewChunk) {
     TempDir dir;
     const std::string path = dir.file("t.aif");
     AiffBuilder b;
@@ -417,7 +417,7 @@ TEST(AiffTextChunks, ALastChunkWithoutItsPadByteGetsItBeforeANewChunk) {
     EXPECT_EQ(ReadFile(path), AsString(e.build()));
 }
 
-TEST(AiffTextChunks, RemovingAFieldRemovesEveryChunkOfItAndSettingOneTakesTheFirst) {
+TEST(TagWriterAiffTextChunks, RemovingAFieldRemovesEveryChunkOfItAndSettingOneTakesTheFirst) {
     TempDir dir;
     const Bytes sound = SoundChunkBody(64);
     const std::string path = dir.file("t.aif");
@@ -443,7 +443,7 @@ std::string WithId3(const TempDir& dir, const std::string& metadata) {
     return path;
 }
 
-TEST(AiffTextChunks, AnId3ChunkTakesTheFieldsAndTheTextChunksThereAreFollow) {
+TEST(TagWriterAiffTextChunks, AnId3ChunkTakesTheFieldsAndTheTextChunksThereAreFollow) {
     TempDir made, dir;
     const std::string original = WithId3(made, "-metadata title=Old");
     const json chunks = Compare(original, original)["chunks_after"];
@@ -462,7 +462,7 @@ TEST(AiffTextChunks, AnId3ChunkTakesTheFieldsAndTheTextChunksThereAreFollow) {
     EXPECT_EQ(Compare(original, path)["chunks_after"], json({"COMM", "SSND", "ID3 "}));
 }
 
-TEST(AiffTextChunks, AFileWithOnlyAnId3ChunkGetsNoTextChunk) {
+TEST(TagWriterAiffTextChunks, AFileWithOnlyAnId3ChunkGetsNoTextChunk) {
     TempDir made, dir;
     const std::string original = WithId3(made, "-metadata album=Old");
     ASSERT_EQ(Compare(original, original)["chunks_after"], json({"COMM", "SSND", "ID3 "}));
@@ -477,7 +477,7 @@ TEST(AiffTextChunks, AFileWithOnlyAnId3ChunkGetsNoTextChunk) {
 
 // ---- layouts the writer does not follow ----
 
-TEST(AiffTextChunks, HostileLayoutsAreRefusedByTheWriterWithNothingWritten) {
+TEST(TagWriterAiffTextChunks, HostileLayoutsAreRefusedByTheWriterWithNothingWritten) {
     TempDir dir;
     const Bytes sound = SoundChunkBody(64);
     struct Case {
@@ -512,7 +512,7 @@ TEST(AiffTextChunks, HostileLayoutsAreRefusedByTheWriterWithNothingWritten) {
     }
 }
 
-TEST(AiffTextChunks, HostileLayoutsAreRefusedByTheEditWithTheFileUnchanged) {
+TEST(TagWriterAiffTextChunks, HostileLayoutsAreRefusedByTheEditWithTheFileUnchanged) {
     TempDir dir;
     const Bytes sound = SoundChunkBody(64);
     std::string pastEnd = Aiff({{{"AUTH", "By"}, {"NAME", "Name"}}, {}}, sound);
@@ -536,7 +536,7 @@ TEST(AiffTextChunks, HostileLayoutsAreRefusedByTheEditWithTheFileUnchanged) {
     }
 }
 
-TEST(AiffTextChunks, AFailedWriteIsReportedWithItsError) {
+TEST(TagWriterAiffTextChunks, AFailedWriteIsReportedWithItsError) {
     TempDir dir;
     const std::string path = Copy(dir, kTextFixtures[0], "tone.aif");
     // Open for reading only: the first write fails with EBADF.

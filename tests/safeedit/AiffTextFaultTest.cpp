@@ -44,7 +44,7 @@ std::string BigAiff(size_t megabytes) {
     return std::string(built.begin(), built.end());
 }
 
-class AiffTextEditUnderFault : public testing::Test {
+class SafeEditOfAiffTextsUnderFault : public testing::Test {
 protected:
     void SetUp() override {
         folder_ = files_.path().string();
@@ -103,7 +103,7 @@ std::map<std::string, long> CallCounts(const std::string& logs, const std::vecto
     return counts;
 }
 
-TEST_F(AiffTextEditUnderFault, EveryFailingWriteSyncRenameOrLinkLeavesTheOldOrTheNewFile) {
+TEST_F(SafeEditOfAiffTextsUnderFault, EveryFailingWriteSyncRenameOrLinkLeavesTheOldOrTheNewFile) {
     const std::string original = ReadFile(kFixture);
     const std::string result = CleanResult(original);
     ASSERT_TRUE(result != original);
@@ -154,7 +154,7 @@ constexpr size_t kBigMegabytes = 4;
 constexpr size_t kBigMegabytes = 40;
 #endif
 
-TEST_F(AiffTextEditUnderFault, KillingAnEditAtAnyMomentLeavesTheOldOrTheNewFileAndNeverBlocksTheNext) {
+TEST_F(SafeEditOfAiffTextsUnderFault, KillingAnEditAtAnyMomentLeavesTheOldOrTheNewFileAndNeverBlocksTheNext) {
     TempDir memory(KillTestBase());
     folder_ = memory.path().string();
     path_ = folder_ + "/tone.aif";
