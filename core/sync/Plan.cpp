@@ -471,6 +471,7 @@ const char* SkipKindName(SkipKind kind) {
         case SkipKind::kHidden: return "hidden";
         case SkipKind::kSpecial: return "not a regular file";
         case SkipKind::kUnreadable: return "could not be read";
+        case SkipKind::kNeedsConverter: return "needs ffmpeg";
     }
     return "";
 }
