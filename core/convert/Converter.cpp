@@ -119,9 +119,9 @@ int Converter::ConvertInto(const sync::PlanEntry& entry, int out, std::string& e
         return kConversionFailed;
     }
     media::Reading source;
-    media::ReadMediaPath(entry.source, source);  // for its tags; ffmpeg reads the rest
+    media::ReadMediaPath(entry.source, source);  // its tags and duration; ffmpeg reads the rest
     // One thread each: the workers are the parallelism.
-    const std::vector<std::string> args = FfmpegArguments(target, entry.source, source.tags, 1);
+    const std::vector<std::string> args = FfmpegArguments(target, entry.source, source, 1);
     const ProgramRun run = RunProgram(program_, args, out, &cancel_);
     if (run.Succeeded()) return 0;
     error = "ffmpeg: " + run.Failure();

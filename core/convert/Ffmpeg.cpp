@@ -94,8 +94,9 @@ std::string FindProgram(const std::string& given) {
     return OnPath(name);
 }
 
-std::vector<std::string> FfmpegArguments(const Target& t, const std::string& source, const media::Tags& tags,
+std::vector<std::string> FfmpegArguments(const Target& t, const std::string& source, const media::Reading& reading,
                                          unsigned threads) {
+    const media::Tags& tags = reading.tags;
     std::vector<std::string> a = {"-nostdin", "-hide_banner", "-loglevel", "error", "-y"};
     if (threads != 0) a.insert(a.end(), {"-threads", Number(threads)});
     // "file:" keeps a name starting with '-' or holding ':' a file's name.
@@ -120,6 +121,10 @@ std::vector<std::string> FfmpegArguments(const Target& t, const std::string& sou
     // MP3: the library reads tags only with an ID3v1 trailer.
     if (t.container == "mp3") a.insert(a.end(), {"-id3v2_version", "3", "-write_id3v1", "1"});
     if (t.container == "aiff") a.insert(a.end(), {"-write_id3v2", "1"});
+    if (reading.duration_ms != 0 && !reading.duration_estimated) {
+        const std::string ms = Number(reading.duration_ms % 1000);
+        a.insert(a.end(), {"-t", Number(reading.duration_ms / 1000) + "." + std::string(3 - ms.size(), '0') + ms});
+    }
     if (threads != 0) a.insert(a.end(), {"-threads", Number(threads)});
     a.insert(a.end(), {"-f", Muxer(t.container), "file:/proc/self/fd/" + Number(kOutputFd)});
     return a;

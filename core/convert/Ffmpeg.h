@@ -24,9 +24,12 @@ std::string FindProgram(const std::string& given);
 constexpr int kOutputFd = 3;
 
 // ffmpeg's arguments (without the program's name) converting `source` to
-// `target`, with `tags` written out, into kOutputFd; `threads` for the
-// decoder and the encoder (0: ffmpeg's choice).
-std::vector<std::string> FfmpegArguments(const Target& target, const std::string& source, const media::Tags& tags,
+// `target`, with the source's tags written out, into kOutputFd. The output
+// is cut at the source's duration (when known): a sound track whose header
+// says it is shorter than its frames (an encoder's padding) stays as long
+// as the source says it is. `threads` for the decoder and the encoder (0:
+// ffmpeg's choice).
+std::vector<std::string> FfmpegArguments(const Target& target, const std::string& source, const media::Reading& reading,
                                          unsigned threads = 0);
 
 struct ProgramRun {
