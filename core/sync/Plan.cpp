@@ -733,7 +733,8 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
         if (row.source == e.sourceState && row.capsDigest == options.capsDigest) {
             // The source and the list are as they were: the decision holds,
             // and the device copy is missing, changed by hand, or unfinished.
-            e.action = Action::kCopy;
+            // A converted file is made again from its recorded target.
+            e.action = row.target.empty() ? Action::kCopy : Action::kConvert;
             e.target = row.target;
             e.bytes = e.sourceState.size;
             e.libraryPlayable = true;

@@ -365,6 +365,9 @@ TEST_F(ConvertRun, SigkillDuringAConversionLeavesNoPartialFileAndTheNextRunConve
     EXPECT_NE(again.out.find("\"converted\":1"), std::string::npos) << again.out;
     EXPECT_EQ(DeviceFiles(Dev()), std::set<std::string>{"slow.m4a"});
     EXPECT_EQ(TempFiles(Dev()), 0u);
+    media::Reading made;
+    ASSERT_EQ(media::ReadMediaPath(Dev() + "/slow.m4a", made), 0);
+    EXPECT_EQ(made.audio_codec, "AAC LC");
 }
 
 }  // namespace
