@@ -170,6 +170,10 @@ ProgramRun RunProgram(const std::string& program, const std::vector<std::string>
     };
     errPipe[1] = high(errPipe[1]);
     const int devNull = high(open("/dev/null", O_RDWR | O_CLOEXEC));
+    // Descriptors this process inherited without close-on-exec are not the
+    // child's business: all above kOutputFd are closed in it.
+    const long openMax = sysconf(_SC_OPEN_MAX);
+    const int lastFd = openMax > 0 && openMax < 65536 ? static_cast<int>(openMax) - 1 : 65535;
     const pid_t parent = getpid();
     const pid_t pid = fork();
     if (pid == 0) {
@@ -180,6 +184,9 @@ ProgramRun RunProgram(const std::string& program, const std::vector<std::string>
         if (output != kOutputFd && dup2(output, kOutputFd) < 0) _exit(127);
         if (output == kOutputFd) fcntl(kOutputFd, F_SETFD, 0);
         if (errPipe[1] < 0 || devNull < 0 || dup2(devNull, 0) < 0 || dup2(devNull, 1) < 0 || dup2(errPipe[1], 2) < 0) _exit(127);
+        if (close_range(kOutputFd + 1, ~0u, 0) != 0) {
+            for (int fd = kOutputFd + 1; fd <= lastFd; ++fd) close(fd);
+        }
         execv(program.c_str(), argv.data());
         const char failed[] = "could not run the program\n";
         ssize_t ignored = write(2, failed, sizeof failed - 1);
