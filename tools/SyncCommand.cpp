@@ -129,8 +129,9 @@ void PrintPlanTable(const Plan& plan, const std::string& converterMissing) {
         if (!e.reason.empty()) line += "  (" + e.reason + ")";
         fileinfo::convert::Target target;
         if (!e.playlist && fileinfo::convert::Target::Parse(e.target, target)) {
-            line += "  (" + (e.refusedBy.empty() ? std::string() : "refused by " + e.refusedBy + "; ") + "to " +
-                    target.Words() + ")";
+            // A type the list does not name refuses with no key.
+            line += "  (" + (e.refusedBy.empty() ? std::string("refused by the device") : "refused by " + e.refusedBy) +
+                    "; to " + target.Words() + ")";
         }
         if (e.loaded && e.action == Action::kSkip && e.skip == SkipKind::kRefused) {
             line += e.libraryPlayable ? " [the library's filter: playable]" : " [the library's filter: " + e.libraryExplanation + "]";

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -58,6 +59,20 @@ void SoundArguments(const Target& t, std::vector<std::string>& a) {
     a.insert(a.end(), {"-ar", Number(s.sampleRate), "-ac", Number(s.channels)});
 }
 
+// The rate limit's buffer: one second of the peak rate. For MPEG-4 Visual,
+// a whole number of 512 kbit (64 KiB): the library reads an mp4v track's
+// peak rate from the bytes where the decoder configuration keeps the low
+// half of the buffer size (in bytes) and the high half of the maximum rate,
+// and a buffer of whole 64 KiB leaves there the maximum rate's high half
+// alone, far below any limit, so that its filter judges the file by what
+// the device lists rather than by that misreading. The reading's verdict
+// still judges the real peak rate.
+uint64_t BufferBits(const PictureTarget& p) {
+    if (p.codec != "mpeg4") return p.peakBitRate;
+    constexpr uint64_t kWhole = 8ull * 65536;
+    return std::max<uint64_t>(kWhole, p.peakBitRate / kWhole * kWhole);
+}
+
 void PictureArguments(const Target& t, std::vector<std::string>& a) {
     const PictureTarget& p = t.picture;
     const std::string scale = "scale=" + Number(p.width) + ":" + Number(p.height) + ",setsar=1";
@@ -70,7 +85,7 @@ void PictureArguments(const Target& t, std::vector<std::string>& a) {
         a.insert(a.end(), {"-c:v", "mpeg4", "-profile:v", "0", "-level:v", Number(p.profile), "-bf", "0"});
     }
     a.insert(a.end(), {"-pix_fmt", "yuv420p", "-vf", scale, "-r", Number(p.frameRateMilli) + "/1000",
-                       "-b:v", Number(p.bitRate), "-maxrate", Number(p.peakBitRate), "-bufsize", Number(p.peakBitRate)});
+                       "-b:v", Number(p.bitRate), "-maxrate", Number(p.peakBitRate), "-bufsize", Number(BufferBits(p))});
 }
 
 const char* Muxer(const std::string& container) {

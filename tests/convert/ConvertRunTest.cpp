@@ -161,6 +161,27 @@ TEST_F(ConvertRun, EveryRefusedFixtureLandsConvertedAndBothVerdictsPlayIt) {
     EXPECT_EQ(TempFiles(Dev()), 0u);
 }
 
+TEST_F(ConvertRun, MoviesBecomeMpeg4VisualWhenTheDeviceListsNoH264) {
+    for (const char* name : {"h264-high-1080p.mp4", "mpeg4-asp-640x480.mp4"}) CopyInto(kOwnFixtures + "/" + name, Src() + "/" + name);
+    std::string text = PlayerCaps().Text();
+    const size_t from = text.find("<key>H.264</key>"), to = text.find("<key>MPEG-4</key>");
+    ASSERT_LT(from, to);
+    text.erase(from, to - from);
+    const Device device(text);
+    const sync::SyncOutcome out = Sync(device);
+    for (const auto& failure : out.run.failures) ADD_FAILURE() << failure.second;
+    ASSERT_EQ(out.run.done[static_cast<int>(sync::Action::kConvert)], 2u);
+    for (const char* name : {"h264-high-1080p.mp4", "mpeg4-asp-640x480.mp4"}) {
+        ScanItem made;
+        LoadInto(Dev() + "/" + name, made);
+        EXPECT_EQ(made.reading.video_codec, "MPEG-4 Visual") << name;
+        EXPECT_EQ(made.reading.profile_id, 3u) << name;  // Simple Profile level 3
+        EXPECT_EQ(made.reading.width, 320u) << name;
+        EXPECT_TRUE(device.JudgeReading(made.reading).playable) << name;
+        EXPECT_TRUE(device.Judge(made).playable) << name << ": " << device.Judge(made).explanation;
+    }
+}
+
 TEST_F(ConvertRun, EveryTagIsCarriedOver) {
     // ALAC with all eight tags.
     const std::string source = Src() + "/tagged.m4a";
