@@ -1,6 +1,7 @@
 #include "convert/Target.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>

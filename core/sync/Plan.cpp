@@ -425,6 +425,16 @@ void ApplyDecision(PlanEntry& e, const Decision& d) {
         return;
     }
     e.bytes = d.bytes;
+    // A file that now becomes another type than its device copy (a copy
+    // now converted, or the other way round) would keep the old name's
+    // extension: the old copy goes, and the next sync names the new file.
+    const std::string becomes = LowerExtension(d.extension.empty() ? e.source : "file" + d.extension);
+    if (e.hasRow && becomes != LowerExtension(e.row->devicePath)) {
+        e.action = Action::kRemove;
+        e.bytes = e.row->deviceSize;
+        e.reason = "becomes ." + becomes + ": the next sync puts it on the device";
+        return;
+    }
     if (e.hasRow) {
         const bool intact = e.action == Action::kKeep;  // set by the caller when the device file is intact
         if (intact && d.target == e.row->target) {

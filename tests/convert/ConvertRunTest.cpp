@@ -355,6 +355,27 @@ TEST_F(ConvertRun, AChangedListReconvertsExactlyTheFilesWhoseTargetChanged) {
     EXPECT_EQ(made.sample_rate, 32000u);
 }
 
+TEST_F(ConvertRun, ACopyThatBecomesAConversionOfAnotherTypeIsRenamedOverTwoSyncs) {
+    CopyInto(std::string(FILEINFO_FIXTURES_DIR) + "/mp3/cbr128.mp3", Src() + "/song.mp3");
+    const Device device = PlayerCaps();
+    ASSERT_EQ(Sync(device).run.done[static_cast<int>(sync::Action::kCopy)], 1u);
+    // The device no longer plays MP3: the song becomes AAC in .m4a, which
+    // a file named .mp3 must not hold.
+    std::string text = device.Text();
+    const size_t from = text.find("<key>MP3</key>"), to = text.find("<key>AAC</key>");
+    ASSERT_LT(from, to);
+    text.erase(from, to - from);
+    const Device noMp3(text);
+    const sync::SyncOutcome first = Sync(noMp3);
+    ASSERT_EQ(first.plan.entries.size(), 1u);
+    EXPECT_EQ(first.plan.entries[0].action, sync::Action::kRemove);
+    EXPECT_EQ(first.plan.entries[0].reason, "becomes .m4a: the next sync puts it on the device");
+    EXPECT_TRUE(DeviceFiles(Dev()).empty());
+    const sync::SyncOutcome second = Sync(noMp3);
+    EXPECT_EQ(second.run.done[static_cast<int>(sync::Action::kConvert)], 1u);
+    EXPECT_EQ(DeviceFiles(Dev()), std::set<std::string>{"song.m4a"});
+}
+
 TEST_F(ConvertRun, SigkillDuringAConversionLeavesNoPartialFileAndTheNextRunConvertsIt) {
     CopyInto(std::string(FILEINFO_FIXTURES_DIR) + "/mp4/alac.m4a", Src() + "/slow.m4a");
     // An ffmpeg that writes part of the file, says so, and hangs.
