@@ -5,7 +5,7 @@ _fileinfo_fields="path status is_audio is_video has_tags identified playable ref
 # The subcommands, and each one's options: one line each to add.
 _fileinfo_subcommands="report sync"
 _fileinfo_options_report="-o --output --device --title -j --jobs --ext --hidden --help"
-_fileinfo_options_sync="--to --device -n --dry-run -j --jobs --ext --hidden --keep-removed --format --fat-names --help"
+_fileinfo_options_sync="--to --device -n --dry-run -j --jobs --ext --hidden --keep-removed --format --fat-names --no-convert --ffmpeg --help"
 
 # Device lists by name, as --device finds them (share/fileinfo/devices).
 _fileinfo_devices() {
@@ -51,7 +51,7 @@ _fileinfo() {
             COMPREPLY=($(compgen -d -- "$cur"))
             compopt -o filenames 2>/dev/null || :
             return ;;
-        --from|--summary-file|-o|--output)
+        --from|--summary-file|-o|--output|--ffmpeg)
             COMPREPLY=($(compgen -f -- "$cur"))
             compopt -o filenames 2>/dev/null || :
             return ;;

@@ -322,6 +322,37 @@ std::string TypeLabel(const ScanItem& item) {
     return item.isVideo ? "video" : "audio";
 }
 
+// The library's load of `libraryPath` and our readers' reading of `fd`
+// (when it is not -1), into `item`.
+static void LoadOpened(const std::string& libraryPath, int fd, ScanItem& item) {
+    MediaFileInfo facade;
+    MediaFileTakeTempFileError();  // only this load's failure counts
+    item.status = facade.LoadFile(libraryPath.c_str());
+    item.tempFileError = MediaFileTakeTempFileError();
+    item.isAudio = facade.IsAudio() != 0;
+    item.isVideo = facade.IsVideo() != 0;
+    item.hasTags = facade.HasId3Info() != 0;
+    const MediaFileInfo_st* record = facade.GetFileInfo();
+    item.hasRecord = record != nullptr;
+    if (record != nullptr) memcpy(static_cast<void*>(&item.record), record, sizeof item.record);
+    if (fd >= 0) item.readingError = media::ReadMedia(fd, item.reading);
+}
+
+void LoadDescriptorInto(int fd, const std::string& name, ScanItem& item) {
+    item.path = name;
+    item.outcome = Outcome::kLoaded;
+    FdPath libraryPath(name, fd);
+    if (name.empty() || name.find('/') != std::string::npos || libraryPath.Get() == name) {
+        // No link of that name leads to the descriptor: nothing is loaded.
+        item.status = MFI_OPEN_FAILED;
+        item.error = EINVAL;
+        item.reason = "the file cannot be given to the library under a name";
+        item.readingError = EINVAL;
+        return;
+    }
+    LoadOpened(libraryPath.Get(), fd, item);
+}
+
 void LoadInto(const std::string& path, ScanItem& item) {
     item.outcome = Outcome::kLoaded;
     if (PathHoldsNul(path)) {
@@ -353,17 +384,8 @@ void LoadInto(const std::string& path, ScanItem& item) {
     }
 
     FdPath libraryPath(path, file.get());
-    MediaFileInfo facade;
-    MediaFileTakeTempFileError();  // only this load's failure counts
-    item.status = facade.LoadFile(libraryPath.Get().c_str());
-    item.tempFileError = MediaFileTakeTempFileError();
-    item.isAudio = facade.IsAudio() != 0;
-    item.isVideo = facade.IsVideo() != 0;
-    item.hasTags = facade.HasId3Info() != 0;
-    const MediaFileInfo_st* record = facade.GetFileInfo();
-    item.hasRecord = record != nullptr;
-    if (record != nullptr) memcpy(static_cast<void*>(&item.record), record, sizeof item.record);
-    item.readingError = readable ? media::ReadMedia(file.get(), item.reading) : openError;
+    LoadOpened(libraryPath.Get(), readable ? file.get() : -1, item);
+    if (!readable) item.readingError = openError;
     if (item.status == MFI_OPEN_FAILED && openError != 0) {
         // The library says only that it could not open the file: this is why.
         item.error = openError;

@@ -115,6 +115,13 @@ bool WalkTakes(const std::string& path);
 // NUL byte loads nothing: status MFI_OPEN_FAILED, error EINVAL.
 void LoadInto(const std::string& path, ScanItem& item);
 
+// Loads an open regular file the way LoadInto does, as if it were named
+// `name` (a name without a folder, whose extension picks the library's
+// reader): a file being made under a temporary name is judged as what it
+// will be. Nothing is loaded (status MFI_OPEN_FAILED) when no such name can
+// be given to the library.
+void LoadDescriptorInto(int fd, const std::string& name, ScanItem& item);
+
 // The kind of a file that is not regular, in words: "FIFO", "socket", ...
 const char* SpecialFileKind(mode_t mode);
 

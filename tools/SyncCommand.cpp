@@ -14,6 +14,8 @@
 
 #include "DeviceLists.h"
 #include "Progress.h"
+#include "convert/Converter.h"
+#include "convert/Target.h"
 #include "sync/Sync.h"
 
 namespace {
@@ -40,6 +42,29 @@ std::string Json(const nlohmann::json& value) {
     return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
+// What a file is converted to, field by field.
+nlohmann::json ConversionJson(const fileinfo::convert::Target& t) {
+    nlohmann::json out{{"type", t.type}, {"container", t.container}, {"extension", t.extension}, {"words", t.Words()}};
+    if (t.hasSound) {
+        out["audio"] = {{"codec", t.sound.codec == "aac" ? "AAC LC" : t.sound.codec == "mp3" ? "MP3" : "PCM"},
+                        {"sampleRate", t.sound.sampleRate},
+                        {"channels", t.sound.channels},
+                        {"bitsPerSample", t.sound.bitsPerSample},
+                        {"bitRate", t.sound.bitRate}};
+    }
+    if (t.hasPicture) {
+        out["video"] = {{"codec", t.picture.codec == "h264" ? "H.264" : "MPEG-4 Visual"},
+                        {"width", t.picture.width},
+                        {"height", t.picture.height},
+                        {"frameRate", t.picture.frameRateMilli / 1000.0},
+                        {"profile", t.picture.profile},
+                        {"level", t.picture.level},
+                        {"bitRate", t.picture.bitRate},
+                        {"peakBitRate", t.picture.peakBitRate}};
+    }
+    return out;
+}
+
 nlohmann::json EntryJson(const PlanEntry& e) {
     nlohmann::json line;
     line["action"] = fileinfo::sync::ActionName(e.action);
@@ -54,6 +79,8 @@ nlohmann::json EntryJson(const PlanEntry& e) {
     }
     if (!e.target.empty()) line["target"] = e.target;
     if (e.playlist) line["playlistDropped"] = e.playlistDropped;
+    fileinfo::convert::Target target;
+    if (!e.playlist && fileinfo::convert::Target::Parse(e.target, target)) line["conversion"] = ConversionJson(target);
     return line;
 }
 
@@ -90,7 +117,7 @@ std::string SkippedWords(const size_t (&skipped)[fileinfo::sync::kSkipKindCount]
     return words;
 }
 
-void PrintPlanTable(const Plan& plan) {
+void PrintPlanTable(const Plan& plan, const std::string& converterMissing) {
     const fileinfo::sync::PlanTotals& t = plan.totals;
     for (const PlanEntry& e : plan.entries) {
         if (e.action == Action::kKeep && e.reason.empty()) continue;
@@ -100,6 +127,12 @@ void PrintPlanTable(const Plan& plan) {
         bytes.resize(10, ' ');
         line += bytes + (e.devicePath.empty() ? e.source : e.devicePath);
         if (!e.reason.empty()) line += "  (" + e.reason + ")";
+        fileinfo::convert::Target target;
+        if (!e.playlist && fileinfo::convert::Target::Parse(e.target, target)) {
+            // A type the list does not name refuses with no key.
+            line += "  (" + (e.refusedBy.empty() ? std::string("refused by the device") : "refused by " + e.refusedBy) +
+                    "; to " + target.Words() + ")";
+        }
         if (e.loaded && e.action == Action::kSkip && e.skip == SkipKind::kRefused) {
             line += e.libraryPlayable ? " [the library's filter: playable]" : " [the library's filter: " + e.libraryExplanation + "]";
         }
@@ -116,6 +149,9 @@ void PrintPlanTable(const Plan& plan) {
     std::cout << "\n";
     const std::string skipped = SkippedWords(t.skipped);
     if (!skipped.empty()) std::cout << "skipped: " << skipped << "\n";
+    if (!converterMissing.empty() && t.skipped[static_cast<int>(SkipKind::kNeedsConverter)] != 0) {
+        std::cout << "convert: " << converterMissing << "\n";
+    }
     if (t.playlistDropped != 0) std::cout << "playlists: " << t.playlistDropped << " entries dropped\n";
     std::cout << "space: needs " << Bytes(t.needed) << ", frees " << Bytes(t.freed) << ", " << Bytes(t.available)
               << " free" << (plan.fat ? " (FAT names and limits)" : "") << "\n";
@@ -155,13 +191,15 @@ private:
 }  // namespace
 
 int RunSyncCommand(int argc, char** argv) {
-    CLI::App app{"Puts a collection on a device and keeps it in step: copies what the device plays, keeps what is "
+    CLI::App app{"Puts a collection on a device and keeps it in step: copies what the device plays, converts what it "
+                 "would play converted, keeps what is "
                  "there unchanged, updates what changed, removes what is gone.",
                  "fileinfo sync"};
     std::vector<std::string> sources;
     std::string to, devicePath, extensions, format = "table";
     unsigned jobs = 0;
-    bool hidden = false, dryRun = false, keepRemoved = false, fatNames = false;
+    bool hidden = false, dryRun = false, keepRemoved = false, fatNames = false, noConvert = false;
+    std::string ffmpeg;
     app.add_option("sources", sources, "media files or folders (walked recursively)")->required();
     app.add_option("--to", to, "the device's mount point or a folder on it")->required();
     app.add_option("--device", devicePath, "the device's capability list: a file, or a list's name (player-caps)")->required();
@@ -172,6 +210,8 @@ int RunSyncCommand(int argc, char** argv) {
     app.add_flag("--keep-removed", keepRemoved, "keep device copies whose sources are gone");
     app.add_option("--format", format, "table or json (one line per file)")->check(CLI::IsMember({"table", "json"}));
     app.add_flag("--fat-names", fatNames, "names and limits of FAT even where the file system is not FAT");
+    app.add_flag("--no-convert", noConvert, "skip what the device refuses instead of converting it");
+    app.add_option("--ffmpeg", ffmpeg, "the ffmpeg program that converts (default: ffmpeg on PATH)");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -196,20 +236,35 @@ int RunSyncCommand(int argc, char** argv) {
     request.plan.hidden = hidden;
     request.plan.keepRemoved = keepRemoved;
     request.plan.fatNames = fatNames;
+    fileinfo::convert::ConvertOptions convertOptions;
+    convertOptions.enabled = !noConvert;
+    convertOptions.program = ffmpeg;
+    convertOptions.jobs = jobs;
+    fileinfo::convert::Converter converter(device, convertOptions);
+    converter.Attach(request);
+    // Said once in the plan, when a file would have been converted.
+    const std::string converterMissing =
+        converter.Enabled() && converter.Program().empty()
+            ? (ffmpeg.empty() ? std::string("no ffmpeg on PATH") : ffmpeg + ": not an executable program") +
+                  "; files the device would play converted are skipped"
+            : std::string();
     fileinfo::InstallInterruptHandler();
     request.execute.stopRequested = [] { return fileinfo::Interrupted(); };
     ProgressLine progress(isatty(STDERR_FILENO) != 0);
     request.execute.progress = [&progress](const fileinfo::sync::ExecuteProgress& p) { progress.Update(p); };
 
-    const fileinfo::sync::SyncOutcome out = fileinfo::sync::RunSync(request, [json](const Plan& plan) {
+    const fileinfo::sync::SyncOutcome out = fileinfo::sync::RunSync(request, [json, &converterMissing](const Plan& plan) {
         if (json) {
             std::string lines;
             for (const PlanEntry& e : plan.entries) lines += Json(EntryJson(e)) + "\n";
-            std::cout << lines << Json(PlanJson(plan)) << "\n" << std::flush;
+            nlohmann::json totals = PlanJson(plan);
+            if (!converterMissing.empty()) totals["plan"]["converterMissing"] = converterMissing;
+            std::cout << lines << Json(totals) << "\n" << std::flush;
         } else {
-            PrintPlanTable(plan);
+            PrintPlanTable(plan, converterMissing);
         }
     });
+    converter.Stop();
     progress.Clear();
     using fileinfo::sync::SyncStatus;
     switch (out.status) {
@@ -241,7 +296,7 @@ int RunSyncCommand(int argc, char** argv) {
     } else {
         char seconds[32];
         snprintf(seconds, sizeof seconds, "%.1f s", run.seconds);
-        std::cout << "done: copied " << done(Action::kCopy) << ", updated " << done(Action::kUpdate) << ", kept "
+        std::cout << "done: copied " << done(Action::kCopy) << ", converted " << done(Action::kConvert) << ", updated " << done(Action::kUpdate) << ", kept "
                   << done(Action::kKeep) << ", removed " << done(Action::kRemove) << ", skipped " << run.skipped;
         const std::string skipped = SkippedWords(out.plan.totals.skipped);
         if (!skipped.empty()) std::cout << " (" << skipped << ")";

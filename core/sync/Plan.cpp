@@ -425,6 +425,16 @@ void ApplyDecision(PlanEntry& e, const Decision& d) {
         return;
     }
     e.bytes = d.bytes;
+    // A file that now becomes another type than its device copy (a copy
+    // now converted, or the other way round) would keep the old name's
+    // extension: the old copy goes, and the next sync names the new file.
+    const std::string becomes = LowerExtension(d.extension.empty() ? e.source : "file" + d.extension);
+    if (e.hasRow && becomes != LowerExtension(e.row->devicePath)) {
+        e.action = Action::kRemove;
+        e.bytes = e.row->deviceSize;
+        e.reason = "becomes ." + becomes + ": the next sync puts it on the device";
+        return;
+    }
     if (e.hasRow) {
         const bool intact = e.action == Action::kKeep;  // set by the caller when the device file is intact
         if (intact && d.target == e.row->target) {
@@ -471,6 +481,7 @@ const char* SkipKindName(SkipKind kind) {
         case SkipKind::kHidden: return "hidden";
         case SkipKind::kSpecial: return "not a regular file";
         case SkipKind::kUnreadable: return "could not be read";
+        case SkipKind::kNeedsConverter: return "needs ffmpeg";
     }
     return "";
 }
@@ -732,7 +743,8 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
         if (row.source == e.sourceState && row.capsDigest == options.capsDigest) {
             // The source and the list are as they were: the decision holds,
             // and the device copy is missing, changed by hand, or unfinished.
-            e.action = Action::kCopy;
+            // A converted file is made again from its recorded target.
+            e.action = row.target.empty() ? Action::kCopy : Action::kConvert;
             e.target = row.target;
             e.bytes = e.sourceState.size;
             e.libraryPlayable = true;

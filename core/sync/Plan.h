@@ -42,8 +42,9 @@ enum class SkipKind : unsigned char {
     kHidden,         // a hidden file or folder, without --hidden
     kSpecial,        // a FIFO, device, socket, or a link to a folder
     kUnreadable,     // could not be reached (see the reason)
+    kNeedsConverter, // the device would play it converted, and there is no converter
 };
-constexpr int kSkipKindCount = 10;
+constexpr int kSkipKindCount = 11;
 // In the tool's words: "did not load", "not identified", "refused by the
 // device", "too large for the file system", ...
 const char* SkipKindName(SkipKind kind);

@@ -21,6 +21,7 @@ SyncOutcome RunSync(const SyncRequest& request, const std::function<void(const P
     PlanOptions planOptions = request.plan;
     ExecuteOptions executeOptions = request.execute;
     if (request.device != nullptr) planOptions.capsDigest = CapsDigest(request.device->Text());
+    planOptions.capsDigest += request.decideDigest;
     executeOptions.capsDigest = planOptions.capsDigest;
     const Decider decide = request.decide ? request.decide : CopyDecider(*request.device);
 
@@ -60,6 +61,7 @@ SyncOutcome RunSync(const SyncRequest& request, const std::function<void(const P
         out.error = "the plan needs " + std::to_string(out.plan.totals.shortBy) + " bytes more than the device has free";
         return out;
     }
+    if (request.running) request.running(out.plan);
     out.run = Execute(out.plan, manifest, executeOptions);
     out.ran = true;
     return out;

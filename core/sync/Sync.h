@@ -23,6 +23,13 @@ struct SyncRequest {
     PlanOptions plan;                // its capsDigest is set from the device
     bool dryRun = false;
     ExecuteOptions execute;          // its capsDigest likewise
+    // Joined to the capability list's digest: what else decides what a
+    // file becomes (conversion on or off), so that files judged without it
+    // are judged again.
+    std::string decideDigest;
+    // Called with the plan just before it is carried out (not in a dry
+    // run): a converter starts its work ahead of the executor here.
+    std::function<void(const Plan&)> running;
 };
 
 enum class SyncStatus {

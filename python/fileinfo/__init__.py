@@ -468,19 +468,30 @@ def sync(
     hidden: bool = False,
     keep_removed: bool = False,
     fat_names: bool = False,
+    convert: bool = True,
+    ffmpeg: Optional[PathLike] = None,
 ) -> dict:
     """Puts on a device what it plays and keeps it in step, as `fileinfo
-    sync` does (the same code): copy, keep, update, remove or skip for every
-    file the walk of `sources` finds, below the folder `to`.
+    sync` does (the same code): copy, convert, keep, update, remove or skip
+    for every file the walk of `sources` finds, below the folder `to`.
+
+    A file the device refuses is converted with the ffmpeg program (found on
+    PATH, or `ffmpeg`) into what the device's list allows, and lands only
+    when both verdicts play the converted file; convert=False skips it
+    instead. Without ffmpeg such files are skipped, "needs ffmpeg".
 
     Returns a dict: "status" ("ok", or "no room" when the plan does not fit
     and nothing was written), "plan" (one dict per file: action, source,
-    device_path, reason, bytes, refused_by, library_playable, target and,
-    after a run, "result": "done", "failed" or "not run", with "error"),
+    device_path, reason, bytes, refused_by, library_playable, target, for
+    a conversion "conversion" (type, container, extension, words, and
+    "audio" and "video" dicts of codec, rates, channels, picture size,
+    profile, level), and after a run, "result": "done", "failed" or "not
+    run", with "error"),
     "totals" (counts and bytes by action, skips by reason, needed, freed
     and free bytes, fits, short_by, loaded) and "result" (None for a dry
-    run; else copied, updated, kept, removed, skipped, failed,
-    bytes_written, seconds, device_failed, device_error).
+    run; else copied, converted, updated, kept, removed, skipped, failed,
+    bytes_written, seconds, device_failed, device_error) and "converter"
+    (the ffmpeg program used, or None).
 
     Raises ValueError for a device folder that is missing, lies inside a
     source or holds one; SyncRefused when another sync holds it or its
@@ -490,7 +501,17 @@ def sync(
     if not isinstance(device, Device):
         device = Device(device)
     out = _fileinfo.sync(
-        _roots(sources), _path_bytes(to), device._device, dry_run, jobs, _extensions(ext), hidden, keep_removed, fat_names
+        _roots(sources),
+        _path_bytes(to),
+        device._device,
+        dry_run,
+        jobs,
+        _extensions(ext),
+        hidden,
+        keep_removed,
+        fat_names,
+        convert,
+        b"" if ffmpeg is None else _path_bytes(ffmpeg),
     )
     status = out["status"]
     if status == "usage":

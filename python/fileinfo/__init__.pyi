@@ -306,4 +306,6 @@ def sync(
     hidden: bool = ...,
     keep_removed: bool = ...,
     fat_names: bool = ...,
+    convert: bool = ...,
+    ffmpeg: Optional[PathLike] = ...,
 ) -> Dict[str, Any]: ...

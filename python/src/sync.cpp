@@ -10,6 +10,8 @@
 #include <vector>
 
 #include "Verdict.h"
+#include "convert/Converter.h"
+#include "convert/Target.h"
 #include "sync/Sync.h"
 
 namespace py = pybind11;
@@ -26,6 +28,37 @@ py::object Text(const std::string& text) {
     return py::reinterpret_steal<py::object>(PyUnicode_DecodeUTF8(text.data(), static_cast<Py_ssize_t>(text.size()), "replace"));
 }
 
+// What a file is converted to, as the tool's JSON "conversion" gives it.
+py::dict Conversion(const fileinfo::convert::Target& t) {
+    py::dict d;
+    d["type"] = t.type;
+    d["container"] = t.container;
+    d["extension"] = t.extension;
+    d["words"] = Text(t.Words());
+    if (t.hasSound) {
+        py::dict a;
+        a["codec"] = t.sound.codec == "aac" ? "AAC LC" : t.sound.codec == "mp3" ? "MP3" : "PCM";
+        a["sample_rate"] = t.sound.sampleRate;
+        a["channels"] = t.sound.channels;
+        a["bits_per_sample"] = t.sound.bitsPerSample;
+        a["bit_rate"] = t.sound.bitRate;
+        d["audio"] = a;
+    }
+    if (t.hasPicture) {
+        py::dict v;
+        v["codec"] = t.picture.codec == "h264" ? "H.264" : "MPEG-4 Visual";
+        v["width"] = t.picture.width;
+        v["height"] = t.picture.height;
+        v["frame_rate"] = t.picture.frameRateMilli / 1000.0;
+        v["profile"] = t.picture.profile;
+        v["level"] = t.picture.level;
+        v["bit_rate"] = t.picture.bitRate;
+        v["peak_bit_rate"] = t.picture.peakBitRate;
+        d["video"] = v;
+    }
+    return d;
+}
+
 py::dict Entry(const fileinfo::sync::PlanEntry& e) {
     py::dict d;
     d["action"] = fileinfo::sync::ActionName(e.action);
@@ -37,6 +70,8 @@ py::dict Entry(const fileinfo::sync::PlanEntry& e) {
     d["library_playable"] = e.loaded ? py::object(py::bool_(e.libraryPlayable)) : py::object(py::none());
     d["target"] = e.target.empty() ? py::object(py::none()) : Text(e.target);
     if (e.playlist) d["playlist_dropped"] = e.playlistDropped;
+    fileinfo::convert::Target target;
+    if (!e.playlist && fileinfo::convert::Target::Parse(e.target, target)) d["conversion"] = Conversion(target);
     return d;
 }
 
@@ -77,7 +112,7 @@ const char* StatusName(fileinfo::sync::SyncStatus status) {
 
 py::dict Sync(const std::vector<std::string>& sources, const std::string& to, const fileinfo::Device& device,
               bool dryRun, unsigned jobs, const std::vector<std::string>& extensions, bool hidden, bool keepRemoved,
-              bool fatNames) {
+              bool fatNames, bool convert, const std::string& ffmpeg) {
     fileinfo::sync::SyncRequest request;
     request.sources = sources;
     request.deviceFolder = to;
@@ -88,6 +123,12 @@ py::dict Sync(const std::vector<std::string>& sources, const std::string& to, co
     request.plan.hidden = hidden;
     request.plan.keepRemoved = keepRemoved;
     request.plan.fatNames = fatNames;
+    fileinfo::convert::ConvertOptions convertOptions;
+    convertOptions.enabled = convert;
+    convertOptions.program = ffmpeg;
+    convertOptions.jobs = jobs;
+    fileinfo::convert::Converter converter(device, convertOptions);
+    converter.Attach(request);
     bool interrupted = false;
     request.execute.stopRequested = [&interrupted] {
         if (interrupted) return true;
@@ -99,6 +140,7 @@ py::dict Sync(const std::vector<std::string>& sources, const std::string& to, co
     {
         py::gil_scoped_release release;
         out = fileinfo::sync::RunSync(request, nullptr);
+        converter.Stop();
     }
     if (interrupted) throw py::error_already_set();
     py::dict d;
@@ -118,6 +160,8 @@ py::dict Sync(const std::vector<std::string>& sources, const std::string& to, co
     for (const auto& failure : out.run.failures) entries[failure.first]["error"] = Text(failure.second);
     d["plan"] = entries;
     d["totals"] = Totals(out.plan);
+    d["converter"] = converter.Enabled() && !converter.Program().empty() ? py::object(Path(converter.Program()))
+                                                                          : py::object(py::none());
     if (out.ran) {
         py::dict r;
         const auto done = [&out](fileinfo::sync::Action a) { return out.run.done[static_cast<int>(a)]; };
@@ -143,6 +187,7 @@ py::dict Sync(const std::vector<std::string>& sources, const std::string& to, co
 
 void DefineSync(py::module_& m) {
     m.def("sync", &Sync, py::arg("sources"), py::arg("to"), py::arg("device"), py::arg("dry_run"), py::arg("jobs"),
-          py::arg("extensions"), py::arg("hidden"), py::arg("keep_removed"), py::arg("fat_names"),
+          py::arg("extensions"), py::arg("hidden"), py::arg("keep_removed"), py::arg("fat_names"), py::arg("convert"),
+          py::arg("ffmpeg"),
           "Plans and runs a sync; see fileinfo.sync.");
 }
