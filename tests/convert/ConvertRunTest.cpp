@@ -43,12 +43,6 @@ Device PlayerCaps() {
     return device;
 }
 
-// A capability list as lists are written, a line per element.
-Device LinedCaps(std::string text) {
-    for (size_t at = 0; (at = text.find("><", at)) != std::string::npos; at += 2) text.insert(at + 1, "\n");
-    return Device(text);
-}
-
 // Every fixture the device refuses, by the name it has in the sources.
 const std::vector<std::pair<std::string, std::string>>& Refused() {
     static const std::vector<std::pair<std::string, std::string>> files = {

@@ -197,8 +197,9 @@ TEST_F(SafeEditOfAiffTextsUnderFault, KillingAnEditAtAnyMomentLeavesTheOldOrTheN
         Cleanup();
         const std::string context = "killed after " + std::to_string(k) + "/" + std::to_string(kills);
         ExpectIntact(original, result, context);
-        if (ReadFile(path_) == original)
+        if (ReadFile(path_) == original) {
             EXPECT_EQ(BackupsIn(folder_), std::vector<std::string>()) << context << ": a stray backup";
+        }
     }
 }
 
