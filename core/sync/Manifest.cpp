@@ -75,6 +75,8 @@ const char kCreate[] =
 // gets it once, on its first writable open; its schema is the same.
 const char kIndexBySource[] = "CREATE INDEX IF NOT EXISTS files_by_source ON files(source_path, device_path)";
 
+const char kCacheSize[] = "PRAGMA cache_size=-256";  // KiB
+
 }  // namespace
 
 struct Manifest::Db {
@@ -157,6 +159,11 @@ ManifestStatus Manifest::Open(const std::string& folder, bool writable, std::str
         return ManifestStatus::kError;
     }
     sqlite3_busy_timeout(db_->handle, 2000);
+    // A small page cache: SQLite's default (2 MB) would grow with the
+    // manifest up to its size, and a plan reads the rows nearly in the
+    // order they were written, so few pages are read twice.
+    std::string ignored;
+    db_->Exec(kCacheSize, ignored);
     sqlite3_stmt* version = nullptr;
     int schema = -1;
     if (sqlite3_prepare_v2(db_->handle, "PRAGMA user_version", -1, &version, nullptr) == SQLITE_OK &&
@@ -299,18 +306,39 @@ bool Manifest::FindBySource(const std::string& sourcePath, const std::function<b
 bool Manifest::EachRow(const std::function<bool(int64_t)>& wanted, const std::function<void(int64_t, ManifestRow&)>& each,
                        std::string& error) {
     if (!IsOpen()) return true;
+    // The ids first, from the device path's own index alone; then the rows
+    // wanted, each by its id: a plan wants few of them.
+    std::vector<int64_t> ids;
     sqlite3_stmt* s = nullptr;
-    if (sqlite3_prepare_v2(db_->handle, "SELECT rowid, * FROM files ORDER BY device_path", -1, &s, nullptr) != SQLITE_OK) {
+    if (sqlite3_prepare_v2(db_->handle, "SELECT rowid FROM files ORDER BY device_path", -1, &s, nullptr) != SQLITE_OK) {
         error = db_->Error();
         return false;
     }
     int step;
     while ((step = sqlite3_step(s)) == SQLITE_ROW) {
         const int64_t id = sqlite3_column_int64(s, 0);
-        if (!wanted(id)) continue;
-        ManifestRow r;
-        ReadRow(s, 1, r);
-        each(id, r);
+        if (wanted(id)) ids.push_back(id);
+    }
+    if (step != SQLITE_DONE) error = db_->Error();
+    sqlite3_finalize(s);
+    if (step != SQLITE_DONE) return false;
+    if (ids.empty()) return true;
+    if (sqlite3_prepare_v2(db_->handle, "SELECT * FROM files WHERE rowid=?1", -1, &s, nullptr) != SQLITE_OK) {
+        error = db_->Error();
+        return false;
+    }
+    for (const int64_t id : ids) {
+        sqlite3_bind_int64(s, 1, id);
+        step = sqlite3_step(s);
+        if (step == SQLITE_ROW) {
+            ManifestRow r;
+            ReadRow(s, 0, r);
+            each(id, r);
+        } else if (step != SQLITE_DONE) {
+            break;
+        }
+        sqlite3_reset(s);
+        step = SQLITE_DONE;
     }
     if (step != SQLITE_DONE) error = db_->Error();
     sqlite3_finalize(s);

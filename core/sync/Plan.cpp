@@ -63,8 +63,19 @@ bool Inside(const std::string& path, const std::string& folder) {
 
 // A file the walk found: its source path, and its path below the device
 // folder before the device's names are applied.
+// A folder of the walk, open while files found in it wait for their stat:
+// a stat relative to it looks up one name rather than the whole path.
+struct OpenFolder {
+    int fd;
+    explicit OpenFolder(int f) : fd(f) {}
+    ~OpenFolder() {
+        if (fd >= 0) close(fd);
+    }
+};
+
 struct Found {
     std::string source;
+    std::shared_ptr<OpenFolder> folder;  // the source's folder, or null
     std::string relative;
     struct stat st;
     bool playlist = false;
@@ -76,6 +87,7 @@ struct Found {
 // Walks the sources in order, handing what it finds over in chunks of
 // kChunk files, so that the walk holds no more than a chunk.
 constexpr size_t kChunk = 512;
+constexpr size_t kChunkFolders = 64;
 
 class Walker {
 public:
@@ -110,6 +122,11 @@ private:
              std::string reason, bool playlist = false, bool needsStat = false) {
         Found f;
         f.needsStat = needsStat;
+        if (needsStat && folder_) {
+            f.folder = folder_;
+            if (folder_.get() != lastFolder_) ++chunkFolders_;
+            lastFolder_ = folder_.get();
+        }
         f.source = source;
         f.relative = relative;
         if (st != nullptr) {
@@ -121,7 +138,11 @@ private:
         f.reason = std::move(reason);
         f.playlist = playlist;
         found_.push_back(std::move(f));
-        if (found_.size() >= kChunk) full_();
+        if (found_.size() >= kChunk || chunkFolders_ >= kChunkFolders) {
+            full_();
+            chunkFolders_ = 0;
+            lastFolder_ = nullptr;
+        }
     }
 
     bool Selected(const std::string& path) const {
@@ -131,8 +152,10 @@ private:
     }
 
     void Folder(const std::string& path, const std::string& relative) {
-        DIR* folder = opendir(path.c_str());
+        const int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        DIR* folder = fd >= 0 ? fdopendir(fd) : nullptr;
         if (folder == nullptr) {
+            if (fd >= 0) close(fd);
             Add(path, relative, nullptr, SkipKind::kUnreadable, ErrorText(errno));
             return;
         }
@@ -140,13 +163,20 @@ private:
         while (const dirent* entry = readdir(folder)) {
             if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0) names.emplace_back(entry->d_name, entry->d_type);
         }
+        // Kept open for the stats while there are few: with too many
+        // descriptors open, the files are stated by their paths.
+        const int kept = dup(dirfd(folder));
         closedir(folder);
+        const std::shared_ptr<OpenFolder> held = kept >= 0 ? std::make_shared<OpenFolder>(kept) : nullptr;
+        folder_ = held;
         std::sort(names.begin(), names.end());
         for (const auto& name : names) {
             const std::string child = path == "/" ? "/" + name.first : path + "/" + name.first;
             const std::string childRelative = relative.empty() ? name.first : relative + "/" + name.first;
             Entry(child, childRelative, name.first, name.second);
+            folder_ = held;
         }
+        folder_.reset();
     }
 
     void Entry(const std::string& path, const std::string& relative, const std::string& name, unsigned char type) {
@@ -207,6 +237,9 @@ private:
     const PlanOptions& options_;
     std::vector<Found>& found_;
     std::function<void()> full_;
+    std::shared_ptr<OpenFolder> folder_;  // the folder being listed
+    const OpenFolder* lastFolder_ = nullptr;
+    size_t chunkFolders_ = 0;  // folders the chunk holds open
 };
 
 std::string FolderPart(const std::string& path) {
@@ -677,7 +710,10 @@ void Planner::Chunk(std::vector<Found>& found) {
     ParallelFor(found.size(), options_.jobs, [&found](size_t k) {
         Found& f = found[k];
         if (!f.needsStat || f.skip != SkipKind::kNone) return;
-        if (stat(f.source.c_str(), &f.st) != 0) {
+        const int stated = f.folder ? fstatat(f.folder->fd, f.source.c_str() + f.source.rfind('/') + 1, &f.st, 0)
+                                    : stat(f.source.c_str(), &f.st);
+        f.folder.reset();
+        if (stated != 0) {
             f.skip = SkipKind::kUnreadable;
             f.reason = ErrorText(errno);
         }

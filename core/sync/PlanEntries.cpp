@@ -83,6 +83,7 @@ public:
         Number(s.ino);
     }
     bool ok() const { return ok_; }
+    void Fail() { ok_ = false; }
 
 private:
     const char* at_;
@@ -136,8 +137,9 @@ void PutEntry(const PlanEntry& e, std::string& out) {
     }
 }
 
+// Every field is assigned, so that an entry read into again reuses its
+// texts' memory.
 bool GetEntry(const char* at, size_t size, PlanEntry& e) {
-    e = PlanEntry();
     Reader r(at, size);
     uint32_t length = 0;
     uint8_t action = 0, skip = 0, bits = 0, hasRow = 0;
@@ -146,7 +148,7 @@ bool GetEntry(const char* at, size_t size, PlanEntry& e) {
     r.Number(skip);
     r.Number(bits);
     r.Number(hasRow);
-    if (action >= kActionCount || skip >= kSkipKindCount) return false;
+    if (action >= kActionCount || skip >= kSkipKindCount) action = skip = 0, r.Fail();
     e.action = static_cast<Action>(action);
     e.skip = static_cast<SkipKind>(skip);
     e.playlist = (bits & kBitPlaylist) != 0;
@@ -166,8 +168,13 @@ bool GetEntry(const char* at, size_t size, PlanEntry& e) {
     r.Text(e.target);
     r.Text(e.libraryExplanation);
     r.Text(e.playlistText);
-    if (hasRow != 0) {
-        auto row = std::make_shared<ManifestRow>();
+    e.row = nullptr;
+    if (hasRow == 0) {
+        e.rowHeld.reset();
+    } else {
+        // The row read into before, when no other entry shares it.
+        std::shared_ptr<ManifestRow> row = e.rowHeld.use_count() == 1 ? std::const_pointer_cast<ManifestRow>(e.rowHeld)
+                                                                        : std::make_shared<ManifestRow>();
         r.Text(row->devicePath);
         r.Text(row->sourcePath);
         r.State(row->source);
@@ -274,15 +281,15 @@ struct PlanEntries::Store {
         pending.clear();
     }
 
-    // Appends a record made in `record`; its offset.
-    uint64_t Append(const std::string& record) {
+    // Appends the entry's record, made in place; its offset.
+    uint64_t Append(const PlanEntry& entry) {
         const uint64_t at = Size();
-        if (fd < 0) {
-            memory += record;
-            return at;
-        }
-        pending += record;
-        if (pending.size() >= kWindow) Flush();
+        std::string& out = fd < 0 ? memory : pending;
+        const size_t start = out.size();
+        PutEntry(entry, out);
+        const uint32_t length = static_cast<uint32_t>(out.size() - start);
+        memcpy(&out[start], &length, sizeof length);
+        if (fd >= 0 && pending.size() >= kWindow) Flush();
         return at;
     }
 
@@ -323,31 +330,25 @@ void PlanEntries::SpillTo(int folderFd, bool mayName) {
 bool PlanEntries::Spilled() const { return store_ && store_->fd >= 0; }
 
 void PlanEntries::push_back(const PlanEntry& entry) {
-    std::string record;
-    PutEntry(entry, record);
-    const uint32_t length = static_cast<uint32_t>(record.size());
-    memcpy(&record[0], &length, sizeof length);
-    offsets_.push_back(store_->Append(record));
+    offsets_.push_back(store_->Append(entry));
     briefs_.push_back(BriefOf(entry));
 }
 
 void PlanEntries::Replace(size_t k, const PlanEntry& entry) {
-    std::string record;
-    PutEntry(entry, record);
-    const uint32_t length = static_cast<uint32_t>(record.size());
-    memcpy(&record[0], &length, sizeof length);
-    offsets_[k] = store_->Append(record);
+    offsets_[k] = store_->Append(entry);
     briefs_[k] = BriefOf(entry);
 }
 
 void PlanEntries::Read(size_t k, PlanEntry& entry) const {
-    entry = PlanEntry();
-    if (k >= offsets_.size()) return;
+    if (k >= offsets_.size()) {
+        entry = PlanEntry();
+        return;
+    }
     const char* head = store_->Bytes(offsets_[k], sizeof(uint32_t));
     uint32_t length = 0;
     if (head != nullptr) memcpy(&length, head, sizeof length);
     const char* record = head != nullptr ? store_->Bytes(offsets_[k], length) : nullptr;
-    if (record == nullptr || !GetEntry(record, length, entry)) {
+    if (record == nullptr || length < sizeof length || !GetEntry(record, length, entry)) {
         if (store_->error.empty()) store_->error = "the plan's scratch file: a record could not be read back";
         entry = PlanEntry();
     }
