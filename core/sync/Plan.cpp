@@ -258,6 +258,31 @@ std::string ReplaceExtension(const std::string& name, const std::string& extensi
     return (dot == std::string::npos || dot == 0 ? name : name.substr(0, dot)) + extension;
 }
 
+// A set of 64-bit hashes at 8 bytes each: a sorted run, and a short tail
+// merged into it when it fills.
+class HashSet {
+public:
+    bool Has(uint64_t hash) const {
+        return std::binary_search(sorted_.begin(), sorted_.end(), hash) ||
+               std::find(tail_.begin(), tail_.end(), hash) != tail_.end();
+    }
+    void Add(uint64_t hash) {
+        if (Has(hash)) return;
+        tail_.push_back(hash);
+        if (tail_.size() < kTail) return;
+        std::sort(tail_.begin(), tail_.end());
+        const size_t middle = sorted_.size();
+        sorted_.insert(sorted_.end(), tail_.begin(), tail_.end());
+        std::inplace_merge(sorted_.begin(), sorted_.begin() + static_cast<std::ptrdiff_t>(middle), sorted_.end());
+        tail_.clear();
+    }
+
+private:
+    static constexpr size_t kTail = 256;
+    std::vector<uint64_t> sorted_;
+    std::vector<uint64_t> tail_;
+};
+
 // The device's names: each found file's device path, with names the file
 // system takes and no two files on one name (as the file system compares
 // names). Paths the manifest gave earlier are claimed first, so a file
@@ -269,7 +294,7 @@ public:
     std::string Key(const std::string& path) const { return fat_ ? FatFoldKey(path) : path; }
 
     void Claim(const std::string& devicePath) {
-        files_.insert(Hash(Key(devicePath)));
+        files_.Add(Hash(Key(devicePath)));
         // Its folders are spelt as they are already.
         std::string folder = FolderPart(devicePath);
         while (!folder.empty()) {
@@ -297,8 +322,8 @@ public:
             const std::string name = n == 1 ? base : (fat_ ? NumberedName(base, n) : Numbered(base, n));
             const std::string path = folder.empty() ? name : folder + "/" + name;
             const std::string key = Key(path);
-            if (files_.count(Hash(key)) != 0 || folders_.count(key) != 0 || Occupied(path)) continue;
-            files_.insert(Hash(key));
+            if (files_.Has(Hash(key)) || folders_.count(key) != 0 || Occupied(path)) continue;
+            files_.Add(Hash(key));
             return path;
         }
     }
@@ -326,7 +351,7 @@ private:
 
     bool fat_;
     int deviceFd_;
-    std::unordered_set<uint64_t> files_;
+    HashSet files_;
     std::unordered_map<std::string, std::string> folders_;
 };
 
