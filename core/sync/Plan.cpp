@@ -686,7 +686,8 @@ public:
 
 private:
     void Chunk(std::vector<Found>& found);
-    void Decide(std::vector<PlanEntry>& entries, std::vector<std::string>& relatives);
+    // `intactFiles`: whether each entry's recorded device file is intact.
+    void Decide(std::vector<PlanEntry>& entries, std::vector<std::string>& relatives, const std::vector<char>& intactFiles);
     bool PathTooLong(PlanEntry& e) const;
 
     void ClaimRows() {
@@ -732,16 +733,41 @@ bool Planner::PathTooLong(PlanEntry& e) const {
 
 void Planner::Chunk(std::vector<Found>& found) {
     if (found.empty()) return;
-    ParallelFor(found.size(), options_.jobs, [&found](size_t k) {
+    // The manifest's row of each file first (SQLite on this thread), so
+    // that one pass on the loading threads stats both the source and the
+    // device file its row names.
+    std::vector<std::shared_ptr<ManifestRow>> rows(found.size());
+    std::vector<int64_t> ids(found.size(), 0);
+    for (size_t k = 0; k < found.size(); ++k) {
+        if (found[k].skip != SkipKind::kNone) continue;
+        std::string error;
+        const bool ok = manifest_.FindBySource(
+            found[k].source,
+            [&](int64_t id, ManifestRow& row) {
+                if (!SafeDevicePath(row.devicePath)) return false;
+                ids[k] = id;
+                rows[k] = std::make_shared<ManifestRow>(std::move(row));
+                return true;
+            },
+            error);
+        if (!ok && error_.empty()) error_ = error;
+    }
+    std::vector<char> intact(found.size(), 0);
+    ParallelFor(found.size(), options_.jobs, [&](size_t k) {
         Found& f = found[k];
-        if (!f.needsStat || f.skip != SkipKind::kNone) return;
-        const int stated = f.folder ? fstatat(f.folder->fd, f.source.c_str() + f.source.rfind('/') + 1, &f.st, 0)
-                                    : stat(f.source.c_str(), &f.st);
-        f.folder.reset();
-        if (stated != 0) {
-            f.skip = SkipKind::kUnreadable;
-            f.reason = ErrorText(errno);
+        if (f.skip != SkipKind::kNone) return;
+        if (f.needsStat) {
+            const int stated = f.folder ? fstatat(f.folder->fd, f.source.c_str() + f.source.rfind('/') + 1, &f.st, 0)
+                                        : stat(f.source.c_str(), &f.st);
+            f.folder.reset();
+            if (stated != 0) {
+                f.skip = SkipKind::kUnreadable;
+                f.reason = ErrorText(errno);
+                return;
+            }
         }
+        // Whether the recorded device file is intact.
+        if (rows[k] && !rows[k]->pending) intact[k] = DeviceIntact(deviceFd_, *rows[k]);
     });
     std::vector<PlanEntry> entries(found.size());
     std::vector<std::string> relatives(found.size());
@@ -763,24 +789,16 @@ void Planner::Chunk(std::vector<Found>& found) {
             e.reason = "named twice";
             continue;
         }
-        std::string error;
-        const bool ok = manifest_.FindBySource(
-            e.source,
-            [&](int64_t id, ManifestRow& row) {
-                if (!SafeDevicePath(row.devicePath)) return false;
-                rowsTaken_.push_back(id);
-                e.hasRow = true;
-                e.devicePath = row.devicePath;
-                auto held = std::make_shared<ManifestRow>(std::move(row));
-                e.row = held.get();
-                e.rowHeld = std::move(held);
-                return true;
-            },
-            error);
-        if (!ok && error_.empty()) error_ = error;
+        if (rows[k]) {
+            rowsTaken_.push_back(ids[k]);
+            e.hasRow = true;
+            e.devicePath = rows[k]->devicePath;
+            e.row = rows[k].get();
+            e.rowHeld = std::move(rows[k]);
+        }
     }
     found.clear();
-    Decide(entries, relatives);
+    Decide(entries, relatives, intact);
     for (size_t k = 0; k < entries.size(); ++k) {
         if (entries[k].playlist && entries[k].skip == SkipKind::kNone) playlists_.push_back(plan_.entries.size());
         plan_.entries.push_back(entries[k]);
@@ -791,16 +809,10 @@ void Planner::Chunk(std::vector<Found>& found) {
 // the loading threads. New files are named once they are decided, in the
 // walk's order: a converted file takes its new type's extension, and a
 // skipped one takes no name from a file that lands.
-void Planner::Decide(std::vector<PlanEntry>& entries, std::vector<std::string>& relatives) {
+void Planner::Decide(std::vector<PlanEntry>& entries, std::vector<std::string>& relatives,
+                     const std::vector<char>& intactFiles) {
     std::vector<size_t> loads;
     std::vector<std::string> extensions(entries.size());
-    // Whether each recorded device file is intact: a stat each, on the
-    // loading threads, as the walk's stats were one each.
-    std::vector<char> intactFiles(entries.size(), 0);
-    ParallelFor(entries.size(), options_.jobs, [&](size_t k) {
-        const PlanEntry& e = entries[k];
-        if (e.hasRow && !e.row->pending) intactFiles[k] = DeviceIntact(deviceFd_, *e.row);
-    });
     for (size_t index = 0; index < entries.size(); ++index) {
         PlanEntry& e = entries[index];
         if (e.skip != SkipKind::kNone) continue;
