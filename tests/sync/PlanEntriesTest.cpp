@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sqlite3.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <string>
@@ -234,4 +236,27 @@ TEST(ManifestLookup, ManifestWithoutTheSourceIndexGetsItOnItsFirstWritableOpen) 
     fileinfo::sync::Manifest writable;
     ASSERT_EQ(writable.Open(dir.file(""), true, error), fileinfo::sync::ManifestStatus::kOk) << error;
     EXPECT_EQ(indexes(), 1);
+}
+
+TEST(PlanEntries, EntriesStayWholeInMemoryWhenTheScratchFileCannotGrow) {
+    TempDir dir;
+    const int fd = open(dir.file("").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    PlanEntries entries;
+    entries.SpillTo(fd, true);
+    close(fd);
+    ASSERT_TRUE(entries.Spilled());
+    // A file may not grow past 100 kB: the second flush of the records
+    // fails part way, as on a full device.
+    struct rlimit before;
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const auto oldHandler = signal(SIGXFSZ, SIG_IGN);
+    struct rlimit small = before;
+    small.rlim_cur = 100000;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    for (size_t k = 0; k < 3000; ++k) entries.push_back(Sample(k));
+    setrlimit(RLIMIT_FSIZE, &before);
+    signal(SIGXFSZ, oldHandler);
+    EXPECT_FALSE(entries.Spilled());
+    ExpectReadBack(entries, 3000);
+    EXPECT_FALSE(entries.Failed());
 }
