@@ -203,9 +203,8 @@ int RunSyncCommand(int argc, char** argv) {
 
     const fileinfo::sync::SyncOutcome out = fileinfo::sync::RunSync(request, [json](const Plan& plan) {
         if (json) {
-            std::string lines;
-            for (const PlanEntry& e : plan.entries) lines += Json(EntryJson(e)) + "\n";
-            std::cout << lines << Json(PlanJson(plan)) << "\n" << std::flush;
+            for (const PlanEntry& e : plan.entries) std::cout << Json(EntryJson(e)) << "\n";
+            std::cout << Json(PlanJson(plan)) << "\n" << std::flush;
         } else {
             PrintPlanTable(plan);
         }
