@@ -87,8 +87,10 @@ struct Manifest::Db {
     sqlite3_stmt* eraseSkip = nullptr;
     sqlite3_stmt* bySource = nullptr;
     sqlite3_stmt* skipOf = nullptr;
+    sqlite3_stmt* inRange = nullptr;
 
     ~Db() {
+        sqlite3_finalize(inRange);
         sqlite3_finalize(bySource);
         sqlite3_finalize(skipOf);
         sqlite3_finalize(put);
@@ -301,6 +303,34 @@ bool Manifest::FindBySource(const std::string& sourcePath, const std::function<b
     sqlite3_reset(s);
     sqlite3_clear_bindings(s);
     return ok;
+}
+
+bool Manifest::EachInSourceRange(const std::string& first, const std::string& last,
+                                 const std::function<bool(const char*, size_t)>& wanted,
+                                 const std::function<void(int64_t, ManifestRow&)>& each, std::string& error) {
+    if (!IsOpen()) return true;
+    if (db_->inRange == nullptr &&
+        sqlite3_prepare_v2(db_->handle,
+                           "SELECT rowid, * FROM files WHERE source_path BETWEEN ?1 AND ?2 ORDER BY source_path, device_path",
+                           -1, &db_->inRange, nullptr) != SQLITE_OK) {
+        error = db_->Error();
+        return false;
+    }
+    sqlite3_stmt* s = db_->inRange;
+    BindText(s, 1, first);
+    BindText(s, 2, last);
+    int step;
+    while ((step = sqlite3_step(s)) == SQLITE_ROW) {
+        const unsigned char* source = sqlite3_column_text(s, 2);
+        if (source == nullptr || !wanted(reinterpret_cast<const char*>(source), sqlite3_column_bytes(s, 2))) continue;
+        ManifestRow r;
+        ReadRow(s, 1, r);
+        each(sqlite3_column_int64(s, 0), r);
+    }
+    if (step != SQLITE_DONE) error = db_->Error();
+    sqlite3_reset(s);
+    sqlite3_clear_bindings(s);
+    return step == SQLITE_DONE;
 }
 
 bool Manifest::EachRow(const std::function<bool(int64_t)>& wanted, const std::function<void(int64_t, ManifestRow&)>& each,

@@ -119,6 +119,13 @@ public:
     // it answers true. `found` tells whether one was taken.
     bool FindBySource(const std::string& sourcePath, const std::function<bool(int64_t id, ManifestRow& row)>& each,
                       std::string& error);
+    // The rows whose sources lie between `first` and `last` (byte order),
+    // in source then device-path order: `wanted` picks, by source, those
+    // read in full and given to `each`. One pass over the source index
+    // for many files, rather than one lookup each.
+    bool EachInSourceRange(const std::string& first, const std::string& last,
+                           const std::function<bool(const char* source, size_t size)>& wanted,
+                           const std::function<void(int64_t id, ManifestRow& row)>& each, std::string& error);
     // Every row in device-path order, its id first; `wanted` picks, by id,
     // the rows read in full (the others are not).
     bool EachRow(const std::function<bool(int64_t id)>& wanted,

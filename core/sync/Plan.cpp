@@ -686,6 +686,8 @@ public:
 
 private:
     void Chunk(std::vector<Found>& found);
+    void FindRows(const std::vector<Found>& found, std::vector<std::shared_ptr<ManifestRow>>& rows,
+                  std::vector<int64_t>& ids);
     // `intactFiles`: whether each entry's recorded device file is intact.
     void Decide(std::vector<PlanEntry>& entries, std::vector<std::string>& relatives, const std::vector<char>& intactFiles);
     bool PathTooLong(PlanEntry& e) const;
@@ -738,20 +740,7 @@ void Planner::Chunk(std::vector<Found>& found) {
     // device file its row names.
     std::vector<std::shared_ptr<ManifestRow>> rows(found.size());
     std::vector<int64_t> ids(found.size(), 0);
-    for (size_t k = 0; k < found.size(); ++k) {
-        if (found[k].skip != SkipKind::kNone) continue;
-        std::string error;
-        const bool ok = manifest_.FindBySource(
-            found[k].source,
-            [&](int64_t id, ManifestRow& row) {
-                if (!SafeDevicePath(row.devicePath)) return false;
-                ids[k] = id;
-                rows[k] = std::make_shared<ManifestRow>(std::move(row));
-                return true;
-            },
-            error);
-        if (!ok && error_.empty()) error_ = error;
-    }
+    FindRows(found, rows, ids);
     std::vector<char> intact(found.size(), 0);
     ParallelFor(found.size(), options_.jobs, [&](size_t k) {
         Found& f = found[k];
@@ -803,6 +792,50 @@ void Planner::Chunk(std::vector<Found>& found) {
         if (entries[k].playlist && entries[k].skip == SkipKind::kNone) playlists_.push_back(plan_.entries.size());
         plan_.entries.push_back(entries[k]);
     }
+}
+
+// Each file's row: of the rows of its source, the first in device-path
+// order whose path is safe. The chunk's sources are found in one pass over
+// the source index between the least and the greatest of them: the walk
+// goes folder by folder in byte order, so that range holds few others.
+void Planner::FindRows(const std::vector<Found>& found, std::vector<std::shared_ptr<ManifestRow>>& rows,
+                       std::vector<int64_t>& ids) {
+    std::vector<std::pair<std::string_view, size_t>> sources;
+    for (size_t k = 0; k < found.size(); ++k) {
+        if (found[k].skip == SkipKind::kNone) sources.emplace_back(found[k].source, k);
+    }
+    if (sources.empty()) return;
+    std::sort(sources.begin(), sources.end());
+    size_t at = 0;  // the rows come in source order: where the last one was
+    const auto find = [&](std::string_view source) {
+        while (at < sources.size() && sources[at].first < source) ++at;
+        return at < sources.size() && sources[at].first == source;
+    };
+    std::string error;
+    const bool ok = manifest_.EachInSourceRange(
+        std::string(sources.front().first), std::string(sources.back().first),
+        [&](const char* source, size_t size) {
+            if (!find(std::string_view(source, size))) return false;
+            // Every file of this source that has no row yet (a source the
+            // walk found twice is one file, decided once).
+            for (size_t j = at; j < sources.size() && sources[j].first == std::string_view(source, size); ++j) {
+                if (!rows[sources[j].second]) return true;
+            }
+            return false;
+        },
+        [&](int64_t id, ManifestRow& row) {
+            if (!SafeDevicePath(row.devicePath)) return;
+            std::shared_ptr<ManifestRow> held;
+            for (size_t j = at; j < sources.size() && sources[j].first == row.sourcePath; ++j) {
+                const size_t k = sources[j].second;
+                if (rows[k]) continue;
+                if (!held) held = std::make_shared<ManifestRow>(std::move(row));
+                rows[k] = held;
+                ids[k] = id;
+            }
+        },
+        error);
+    if (!ok && error_.empty()) error_ = error;
 }
 
 // The chunk's decisions: first those that need no load, then the loads on
