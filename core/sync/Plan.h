@@ -167,8 +167,9 @@ public:
     // an unnamed one (O_TMPFILE), or where the file system has none and
     // `mayName`, one under the sync's temporary-file mark, unlinked at once.
     // Otherwise, and when the file system refuses a write to it (full), they
-    // stay in memory.
-    void SpillTo(int folderFd, bool mayName);
+    // stay in memory. `unnamed` false goes to the named file at once, as on
+    // a file system without unnamed files (FAT).
+    void SpillTo(int folderFd, bool mayName, bool unnamed = true);
     bool Spilled() const;
 
     size_t size() const { return briefs_.size(); }

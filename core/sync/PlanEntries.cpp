@@ -209,8 +209,8 @@ PlanEntries::Brief BriefOf(const PlanEntry& e) {
 
 std::string ErrorText(int error) { return std::generic_category().message(error); }
 
-int MakeScratchFile(int folderFd, bool mayName) {
-    const int fd = openat(folderFd, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+int MakeScratchFile(int folderFd, bool mayName, bool unnamed) {
+    const int fd = unnamed ? openat(folderFd, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600) : -1;
     if (fd >= 0 || !mayName) return fd;
     static const char kChars[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
     std::mt19937_64 random(std::random_device{}() ^
@@ -321,10 +321,10 @@ PlanEntries::~PlanEntries() = default;
 PlanEntries::PlanEntries(PlanEntries&& other) noexcept = default;
 PlanEntries& PlanEntries::operator=(PlanEntries&& other) noexcept = default;
 
-void PlanEntries::SpillTo(int folderFd, bool mayName) {
+void PlanEntries::SpillTo(int folderFd, bool mayName, bool unnamed) {
     if (!store_) store_ = std::make_unique<Store>();
     if (store_->fd >= 0 || store_->Size() != 0) return;
-    store_->fd = MakeScratchFile(folderFd, mayName);
+    store_->fd = MakeScratchFile(folderFd, mayName, unnamed);
 }
 
 bool PlanEntries::Spilled() const { return store_ && store_->fd >= 0; }

@@ -136,6 +136,24 @@ TEST(PlanEntries, EntriesInAScratchFileReadBackAsTheyWereStoredAndLeaveNoNameInT
     ExpectSame(Sample(2999), moved[2999], 2999);
 }
 
+TEST(PlanEntries, WithoutUnnamedFilesTheScratchFileIsNamedAndUnlinkedAtOnce) {
+    TempDir dir;
+    const int fd = open(dir.file("").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    PlanEntries entries;
+    entries.SpillTo(fd, true, false);
+    EXPECT_TRUE(entries.Spilled());
+    for (size_t k = 0; k < 1000; ++k) entries.push_back(Sample(k));
+    EXPECT_TRUE(fs::is_empty(dir.file("")));
+    ExpectReadBack(entries, 1000);
+    // A dry run names nothing: its entries stay in memory.
+    PlanEntries dry;
+    dry.SpillTo(fd, false, false);
+    close(fd);
+    EXPECT_FALSE(dry.Spilled());
+    for (size_t k = 0; k < 10; ++k) dry.push_back(Sample(k));
+    ExpectReadBack(dry, 10);
+}
+
 TEST(PlanEntries, BriefSaysWhatTheExecutorSortsBy) {
     PlanEntries entries;
     for (size_t k = 0; k < 40; ++k) entries.push_back(Sample(k));
