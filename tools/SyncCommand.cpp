@@ -255,11 +255,10 @@ int RunSyncCommand(int argc, char** argv) {
 
     const fileinfo::sync::SyncOutcome out = fileinfo::sync::RunSync(request, [json, &converterMissing](const Plan& plan) {
         if (json) {
-            std::string lines;
-            for (const PlanEntry& e : plan.entries) lines += Json(EntryJson(e)) + "\n";
+            for (const PlanEntry& e : plan.entries) std::cout << Json(EntryJson(e)) << "\n";
             nlohmann::json totals = PlanJson(plan);
             if (!converterMissing.empty()) totals["plan"]["converterMissing"] = converterMissing;
-            std::cout << lines << Json(totals) << "\n" << std::flush;
+            std::cout << Json(totals) << "\n" << std::flush;
         } else {
             PrintPlanTable(plan, converterMissing);
         }

@@ -133,15 +133,18 @@ void Converter::Start(const sync::Plan& plan) {
     plan_ = &plan;
     cancel_ = false;
     nextSlot_ = consumed_ = 0;
-    slotOfEntry_.assign(plan.entries.size(), 0);
+    slotOfSource_.clear();
     for (size_t k = 0; k < plan.entries.size(); ++k) {
-        const sync::PlanEntry& e = plan.entries[k];
-        const bool writes = e.action == sync::Action::kCopy || e.action == sync::Action::kConvert ||
-                            e.action == sync::Action::kUpdate;
-        if (!writes || e.playlist || e.target.empty()) continue;
+        // The brief says which entries write; only those are read back.
+        const sync::PlanEntries::Brief& brief = plan.entries.brief(k);
+        const bool writes = brief.action == sync::Action::kCopy || brief.action == sync::Action::kConvert ||
+                            brief.action == sync::Action::kUpdate;
+        if (!writes || brief.Has(sync::PlanEntries::kPlaylist)) continue;
+        const sync::PlanEntry e = plan.entries[k];
+        if (e.target.empty()) continue;
         slots_.push_back(std::make_unique<Slot>());
         slots_.back()->entry = k;
-        slotOfEntry_[k] = slots_.size();
+        slotOfSource_[e.source] = slots_.size();
     }
     const size_t workers = std::min<size_t>(jobs_, slots_.size());
     for (size_t k = 0; k < workers; ++k) workers_.emplace_back([this] { Work(); });
@@ -194,18 +197,14 @@ void Converter::Stop() {
         if (slot->fd >= 0) close(slot->fd);
     }
     slots_.clear();
-    slotOfEntry_.clear();
+    slotOfSource_.clear();
     plan_ = nullptr;
 }
 
 int Converter::Produce(const sync::PlanEntry& entry, int out, std::string& error) {
-    size_t index = SIZE_MAX;
-    if (plan_ != nullptr && !plan_->entries.empty() && &entry >= &plan_->entries.front() &&
-        &entry <= &plan_->entries.back()) {
-        index = static_cast<size_t>(&entry - &plan_->entries.front());
-    }
-    if (index == SIZE_MAX || slotOfEntry_[index] == 0) return ConvertInto(entry, out, error);  // not started ahead
-    const size_t number = slotOfEntry_[index] - 1;
+    const auto at = plan_ != nullptr ? slotOfSource_.find(entry.source) : slotOfSource_.end();
+    if (at == slotOfSource_.end()) return ConvertInto(entry, out, error);  // not started ahead
+    const size_t number = at->second - 1;
     Slot& slot = *slots_[number];
     int fd = -1;
     {

@@ -19,6 +19,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <unordered_map>
 #include <vector>
 
 #include "Verdict.h"
@@ -83,7 +84,10 @@ private:
 
     const sync::Plan* plan_ = nullptr;
     std::vector<std::unique_ptr<Slot>> slots_;
-    std::vector<size_t> slotOfEntry_;  // entry index -> slot + 1; 0: none
+    // A converted entry's source -> its slot + 1. Entries come back from the
+    // plan's store as copies, so they are known by their sources, which the
+    // plan gives one entry each.
+    std::unordered_map<std::string, size_t> slotOfSource_;
     std::mutex mutex_;
     std::condition_variable changed_;
     size_t nextSlot_ = 0;

@@ -152,6 +152,7 @@ int Rename(int folderFd, const std::string& from, const std::string& to, bool re
 
 struct InFlight {
     size_t index = 0;
+    PlanEntry entry;  // read back from the plan
     Fd folder;
     Fd file;
     std::string tempName;
@@ -174,7 +175,8 @@ public:
             return;
         }
         result_.results.assign(plan_.entries.size(), EntryResult::kNotRun);
-        for (const PlanEntry& e : plan_.entries) {
+        for (size_t k = 0; k < plan_.entries.size(); ++k) {
+            const PlanEntries::Brief& e = plan_.entries.brief(k);
             if (Writes(e)) {
                 ++progress_.filesTotal;
                 progress_.bytesTotal += e.bytes;
@@ -186,11 +188,11 @@ public:
         if (!result_.deviceFailed) Writes();
         if (!result_.deviceFailed) RecordSkips();
         for (size_t k = 0; k < plan_.entries.size(); ++k) {
-            const PlanEntry& e = plan_.entries[k];
+            const PlanEntries::Brief& e = plan_.entries.brief(k);
             if (e.action == Action::kSkip) {
                 ++result_.skipped;
                 result_.results[k] = EntryResult::kDone;
-            } else if (e.action == Action::kKeep && !e.refreshRow) {
+            } else if (e.action == Action::kKeep && !e.Has(PlanEntries::kRefreshRow)) {
                 ++result_.done[static_cast<int>(Action::kKeep)];
                 result_.results[k] = EntryResult::kDone;
             }
@@ -198,7 +200,9 @@ public:
     }
 
 private:
-    static bool Writes(const PlanEntry& e) {
+    // The plan's entries are read back from its store: the passes below
+    // sort them by their briefs, and read in full only those they act on.
+    static bool Writes(const PlanEntries::Brief& e) {
         return e.action == Action::kCopy || e.action == Action::kConvert || e.action == Action::kUpdate;
     }
 
@@ -218,7 +222,9 @@ private:
     // Temporary files of the runs that stopped before they finished: only
     // those the manifest says sync made, with sync's mark in their names.
     void RemoveStaleTemps() {
-        for (const PlanEntry& e : plan_.entries) {
+        for (size_t k = 0; k < plan_.entries.size(); ++k) {
+            if (!plan_.entries.brief(k).Has(PlanEntries::kRowPending)) continue;
+            const PlanEntry e = plan_.entries[k];
             if (!e.hasRow || !e.row->pending || e.row->tempPath.empty()) continue;
             if (!SafeDevicePath(e.row->tempPath) || !IsSyncTempName(NamePart(e.row->tempPath))) continue;
             const Fd folder(OpenFolder(deviceFd_.get(), FolderPart(e.row->tempPath), false));
@@ -241,12 +247,13 @@ private:
     void Refresh() {
         std::vector<size_t> refresh;
         for (size_t k = 0; k < plan_.entries.size(); ++k) {
-            if (plan_.entries[k].action == Action::kKeep && plan_.entries[k].refreshRow) refresh.push_back(k);
+            const PlanEntries::Brief& e = plan_.entries.brief(k);
+            if (e.action == Action::kKeep && e.Has(PlanEntries::kRefreshRow)) refresh.push_back(k);
         }
         if (refresh.empty()) return;
         Commit([&](std::string& error) {
             for (const size_t k : refresh) {
-                const PlanEntry& e = plan_.entries[k];
+                const PlanEntry e = plan_.entries[k];
                 struct stat st;
                 if (fstatat(deviceFd_.get(), e.devicePath.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) continue;
                 ManifestRow row = RowFor(e);
@@ -267,17 +274,20 @@ private:
     // The judgements that skipped files, so that the next run does not load
     // them again while they stay as they are.
     void RecordSkips() {
-        std::vector<const PlanEntry*> put, erase;
-        for (const PlanEntry& e : plan_.entries) {
-            if (e.loaded && JudgedSkip(e.skip)) {
-                put.push_back(&e);
-            } else if (e.hadSkipRow && !e.skipRecorded) {
-                erase.push_back(&e);
+        std::vector<size_t> put, erase;
+        for (size_t k = 0; k < plan_.entries.size(); ++k) {
+            const PlanEntries::Brief& e = plan_.entries.brief(k);
+            if (e.Has(PlanEntries::kLoaded) && JudgedSkip(e.skip)) {
+                put.push_back(k);
+            } else if (e.Has(PlanEntries::kHadSkipRow) && !e.Has(PlanEntries::kSkipRecorded)) {
+                erase.push_back(k);
             }
         }
         if (put.empty() && erase.empty() && plan_.staleSkips.empty()) return;
         Commit([&](std::string& error) {
-            for (const PlanEntry* e : put) {
+            for (const size_t k : put) {
+                const PlanEntry entry = plan_.entries[k];
+                const PlanEntry* e = &entry;
                 SkipRow row;
                 row.sourcePath = e->source;
                 row.source = e->sourceState;
@@ -288,8 +298,8 @@ private:
                 row.libraryExplanation = e->libraryExplanation;
                 if (!manifest_.PutSkip(row, error)) return false;
             }
-            for (const PlanEntry* e : erase) {
-                if (!manifest_.EraseSkip(e->source, error)) return false;
+            for (const size_t k : erase) {
+                if (!manifest_.EraseSkip(plan_.entries[k].source, error)) return false;
             }
             for (const std::string& source : plan_.staleSkips) {
                 if (!manifest_.EraseSkip(source, error)) return false;
@@ -312,13 +322,14 @@ private:
     void Removes() {
         std::vector<size_t> removes;
         for (size_t k = 0; k < plan_.entries.size(); ++k) {
-            if (plan_.entries[k].action == Action::kRemove) removes.push_back(k);
+            if (plan_.entries.brief(k).action == Action::kRemove) removes.push_back(k);
         }
         for (size_t start = 0; start < removes.size() && !result_.deviceFailed && !Stop(); start += 256) {
             const size_t end = std::min(removes.size(), start + 256);
             std::vector<size_t> gone;
+            std::vector<std::string> gonePaths;
             for (size_t k = start; k < end; ++k) {
-                const PlanEntry& e = plan_.entries[removes[k]];
+                const PlanEntry e = plan_.entries[removes[k]];
                 struct stat st;
                 const bool present = fstatat(deviceFd_.get(), e.devicePath.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
                 const FileState device = present ? FileState::Of(st) : FileState();
@@ -335,10 +346,11 @@ private:
                     }
                 }
                 gone.push_back(removes[k]);
+                gonePaths.push_back(e.devicePath);
             }
             if (!Commit([&](std::string& error) {
-                    for (const size_t k : gone) {
-                        if (!manifest_.Erase(plan_.entries[k].devicePath, error)) return false;
+                    for (const std::string& path : gonePaths) {
+                        if (!manifest_.Erase(path, error)) return false;
                     }
                     return true;
                 })) {
@@ -355,7 +367,7 @@ private:
     void Writes() {
         std::vector<size_t> writes;
         for (size_t k = 0; k < plan_.entries.size(); ++k) {
-            if (Writes(plan_.entries[k])) writes.push_back(k);
+            if (Writes(plan_.entries.brief(k))) writes.push_back(k);
         }
         size_t next = 0;
         while (next < writes.size() && !result_.deviceFailed) {
@@ -366,8 +378,8 @@ private:
             std::vector<size_t> batch;
             uint64_t bytes = 0;
             while (next < writes.size() && batch.size() < options_.batchFiles &&
-                   (batch.empty() || bytes + plan_.entries[writes[next]].bytes <= options_.batchBytes)) {
-                bytes += plan_.entries[writes[next]].bytes;
+                   (batch.empty() || bytes + plan_.entries.brief(writes[next]).bytes <= options_.batchBytes)) {
+                bytes += plan_.entries.brief(writes[next]).bytes;
                 batch.push_back(writes[next++]);
             }
             Batch(batch);
@@ -378,7 +390,8 @@ private:
         std::vector<InFlight> flight(batch.size());
         for (size_t k = 0; k < batch.size(); ++k) {
             InFlight& f = flight[k];
-            const PlanEntry& e = plan_.entries[batch[k]];
+            f.entry = plan_.entries[batch[k]];
+            const PlanEntry& e = f.entry;
             f.index = batch[k];
             f.tempName = RandomName();
             f.row = RowFor(e);
@@ -448,7 +461,7 @@ private:
         }
         Commit([&](std::string& error) {
             for (InFlight& f : flight) {
-                const PlanEntry& e = plan_.entries[f.index];
+                const PlanEntry& e = f.entry;
                 if (f.written) {
                     f.row.pending = false;
                     f.row.tempPath.clear();
@@ -473,7 +486,7 @@ private:
         });
         for (const InFlight& f : flight) {
             if (!f.written) continue;
-            const PlanEntry& e = plan_.entries[f.index];
+            const PlanEntry& e = f.entry;
             if (result_.deviceFailed) {
                 Fail(f.index, result_.deviceError);
                 continue;
@@ -485,7 +498,7 @@ private:
 
     // Writes one file under its temporary name, with the source's time.
     void Write(InFlight& f) {
-        const PlanEntry& e = plan_.entries[f.index];
+        const PlanEntry& e = f.entry;
         progress_.current = e.devicePath;
         Report();
         f.folder = Fd(OpenFolder(deviceFd_.get(), FolderPart(e.devicePath), true));
@@ -540,7 +553,7 @@ private:
         f.error = error;
         f.why = why;
         Unwrite(f, error, why);
-        if (DeviceWide(error)) DeviceFailure(plan_.entries[f.index].devicePath + ": " + why);
+        if (DeviceWide(error)) DeviceFailure(f.entry.devicePath + ": " + why);
     }
 
     // Drops a temporary file that will not land.
@@ -551,12 +564,12 @@ private:
         f.written = false;
         f.error = error;
         Fail(f.index, why);
-        if (DeviceWide(error)) DeviceFailure(plan_.entries[f.index].devicePath + ": " + why);
+        if (DeviceWide(error)) DeviceFailure(f.entry.devicePath + ": " + why);
     }
 
     // Renames a written file into place, after its proof.
     void Land(InFlight& f) {
-        const PlanEntry& e = plan_.entries[f.index];
+        const PlanEntry& e = f.entry;
         struct stat st;
         if (fstatat(f.folder.get(), f.tempName.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return Unwrite(f, errno, ErrorText(errno));
         if (options_.prove) {

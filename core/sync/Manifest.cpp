@@ -68,7 +68,14 @@ const char kCreate[] =
     " source_size INTEGER NOT NULL, source_mtime_ns INTEGER NOT NULL, source_ctime_ns INTEGER NOT NULL,"
     " source_dev INTEGER NOT NULL, source_ino INTEGER NOT NULL,"
     " caps_digest TEXT NOT NULL, kind INTEGER NOT NULL, reason TEXT NOT NULL, refused_by TEXT NOT NULL,"
-    " library_explanation TEXT NOT NULL)";
+    " library_explanation TEXT NOT NULL);"
+    "CREATE INDEX IF NOT EXISTS files_by_source ON files(source_path, device_path)";
+
+// The index a plan looks rows up by. A manifest made before it existed
+// gets it once, on its first writable open; its schema is the same.
+const char kIndexBySource[] = "CREATE INDEX IF NOT EXISTS files_by_source ON files(source_path, device_path)";
+
+const char kCacheSize[] = "PRAGMA cache_size=-256";  // KiB
 
 }  // namespace
 
@@ -78,8 +85,14 @@ struct Manifest::Db {
     sqlite3_stmt* erase = nullptr;
     sqlite3_stmt* putSkip = nullptr;
     sqlite3_stmt* eraseSkip = nullptr;
+    sqlite3_stmt* bySource = nullptr;
+    sqlite3_stmt* skipOf = nullptr;
+    sqlite3_stmt* inRange = nullptr;
 
     ~Db() {
+        sqlite3_finalize(inRange);
+        sqlite3_finalize(bySource);
+        sqlite3_finalize(skipOf);
         sqlite3_finalize(put);
         sqlite3_finalize(erase);
         sqlite3_finalize(putSkip);
@@ -97,6 +110,21 @@ struct Manifest::Db {
         return false;
     }
 };
+
+namespace {
+
+bool HasIndex(sqlite3* handle) {
+    sqlite3_stmt* s = nullptr;
+    bool has = false;
+    if (sqlite3_prepare_v2(handle, "SELECT 1 FROM sqlite_master WHERE type='index' AND name='files_by_source'", -1, &s,
+                           nullptr) == SQLITE_OK) {
+        has = sqlite3_step(s) == SQLITE_ROW;
+    }
+    sqlite3_finalize(s);
+    return has;
+}
+
+}  // namespace
 
 Manifest::Manifest() = default;
 Manifest::~Manifest() = default;
@@ -133,6 +161,11 @@ ManifestStatus Manifest::Open(const std::string& folder, bool writable, std::str
         return ManifestStatus::kError;
     }
     sqlite3_busy_timeout(db_->handle, 2000);
+    // A small page cache: SQLite's default (2 MB) would grow with the
+    // manifest up to its size, and a plan reads the rows nearly in the
+    // order they were written, so few pages are read twice.
+    std::string ignored;
+    db_->Exec(kCacheSize, ignored);
     sqlite3_stmt* version = nullptr;
     int schema = -1;
     if (sqlite3_prepare_v2(db_->handle, "PRAGMA user_version", -1, &version, nullptr) == SQLITE_OK &&
@@ -158,7 +191,8 @@ ManifestStatus Manifest::Open(const std::string& folder, bool writable, std::str
                           (schema != 0 ||
                            (db_->Exec("BEGIN IMMEDIATE", error) && db_->Exec(kCreate, error) &&
                             db_->Exec(("PRAGMA user_version=" + std::to_string(kSchemaVersion)).c_str(), error) &&
-                            db_->Exec("COMMIT", error)));
+                            db_->Exec("COMMIT", error))) &&
+                          (schema == 0 || HasIndex(db_->handle) || db_->Exec(kIndexBySource, error));
         if (!made ||
             sqlite3_prepare_v2(db_->handle,
                                "INSERT OR REPLACE INTO files VALUES(?1,?2,?3,?4,?5,?6,?7,?8,?9,?10,?11,?12,?13,?14)", -1,
@@ -187,6 +221,44 @@ std::string ColumnText(sqlite3_stmt* s, int k) {
     return text == nullptr ? std::string() : std::string(reinterpret_cast<const char*>(text), sqlite3_column_bytes(s, k));
 }
 
+// The columns of a files row from column `at` on.
+void ReadRow(sqlite3_stmt* s, int at, ManifestRow& r) {
+    r.devicePath = ColumnText(s, at + 0);
+    r.sourcePath = ColumnText(s, at + 1);
+    r.source.size = static_cast<uint64_t>(sqlite3_column_int64(s, at + 2));
+    r.source.mtimeNs = sqlite3_column_int64(s, at + 3);
+    r.source.ctimeNs = sqlite3_column_int64(s, at + 4);
+    r.source.dev = static_cast<uint64_t>(sqlite3_column_int64(s, at + 5));
+    r.source.ino = static_cast<uint64_t>(sqlite3_column_int64(s, at + 6));
+    r.action = ColumnText(s, at + 7);
+    r.target = ColumnText(s, at + 8);
+    r.capsDigest = ColumnText(s, at + 9);
+    r.deviceSize = static_cast<uint64_t>(sqlite3_column_int64(s, at + 10));
+    r.deviceMtimeNs = sqlite3_column_int64(s, at + 11);
+    r.pending = sqlite3_column_int(s, at + 12) != 0;
+    r.tempPath = ColumnText(s, at + 13);
+}
+
+void ReadSkip(sqlite3_stmt* s, int at, SkipRow& r) {
+    r.sourcePath = ColumnText(s, at + 0);
+    r.source.size = static_cast<uint64_t>(sqlite3_column_int64(s, at + 1));
+    r.source.mtimeNs = sqlite3_column_int64(s, at + 2);
+    r.source.ctimeNs = sqlite3_column_int64(s, at + 3);
+    r.source.dev = static_cast<uint64_t>(sqlite3_column_int64(s, at + 4));
+    r.source.ino = static_cast<uint64_t>(sqlite3_column_int64(s, at + 5));
+    r.capsDigest = ColumnText(s, at + 6);
+    r.kind = sqlite3_column_int(s, at + 7);
+    r.reason = ColumnText(s, at + 8);
+    r.refusedBy = ColumnText(s, at + 9);
+    r.libraryExplanation = ColumnText(s, at + 10);
+}
+
+// Binds text without copying it: the statement is stepped and reset before
+// the text goes.
+void BindText(sqlite3_stmt* s, int k, const std::string& text) {
+    sqlite3_bind_text(s, k, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
+}
+
 }  // namespace
 
 bool Manifest::Rows(std::vector<ManifestRow>& rows, std::string& error) {
@@ -200,25 +272,172 @@ bool Manifest::Rows(std::vector<ManifestRow>& rows, std::string& error) {
     int step;
     while ((step = sqlite3_step(s)) == SQLITE_ROW) {
         ManifestRow r;
-        r.devicePath = ColumnText(s, 0);
-        r.sourcePath = ColumnText(s, 1);
-        r.source.size = static_cast<uint64_t>(sqlite3_column_int64(s, 2));
-        r.source.mtimeNs = sqlite3_column_int64(s, 3);
-        r.source.ctimeNs = sqlite3_column_int64(s, 4);
-        r.source.dev = static_cast<uint64_t>(sqlite3_column_int64(s, 5));
-        r.source.ino = static_cast<uint64_t>(sqlite3_column_int64(s, 6));
-        r.action = ColumnText(s, 7);
-        r.target = ColumnText(s, 8);
-        r.capsDigest = ColumnText(s, 9);
-        r.deviceSize = static_cast<uint64_t>(sqlite3_column_int64(s, 10));
-        r.deviceMtimeNs = sqlite3_column_int64(s, 11);
-        r.pending = sqlite3_column_int(s, 12) != 0;
-        r.tempPath = ColumnText(s, 13);
+        ReadRow(s, 0, r);
         rows.push_back(std::move(r));
     }
     if (step != SQLITE_DONE) error = db_->Error();
     sqlite3_finalize(s);
     return step == SQLITE_DONE;
+}
+
+bool Manifest::FindBySource(const std::string& sourcePath, const std::function<bool(int64_t, ManifestRow&)>& each,
+                            std::string& error) {
+    if (!IsOpen()) return true;
+    if (db_->bySource == nullptr &&
+        sqlite3_prepare_v2(db_->handle, "SELECT rowid, * FROM files WHERE source_path=?1 ORDER BY device_path", -1,
+                           &db_->bySource, nullptr) != SQLITE_OK) {
+        error = db_->Error();
+        return false;
+    }
+    sqlite3_stmt* s = db_->bySource;
+    BindText(s, 1, sourcePath);
+    int step;
+    bool taken = false;
+    while (!taken && (step = sqlite3_step(s)) == SQLITE_ROW) {
+        ManifestRow r;
+        ReadRow(s, 1, r);
+        taken = each(sqlite3_column_int64(s, 0), r);
+    }
+    const bool ok = taken || step == SQLITE_DONE;
+    if (!ok) error = db_->Error();
+    sqlite3_reset(s);
+    sqlite3_clear_bindings(s);
+    return ok;
+}
+
+bool Manifest::EachInSourceRange(const std::string& first, const std::string& last,
+                                 const std::function<bool(const char*, size_t)>& wanted,
+                                 const std::function<void(int64_t, ManifestRow&)>& each, std::string& error) {
+    if (!IsOpen()) return true;
+    if (db_->inRange == nullptr &&
+        sqlite3_prepare_v2(db_->handle,
+                           "SELECT rowid, * FROM files WHERE source_path BETWEEN ?1 AND ?2 ORDER BY source_path, device_path",
+                           -1, &db_->inRange, nullptr) != SQLITE_OK) {
+        error = db_->Error();
+        return false;
+    }
+    sqlite3_stmt* s = db_->inRange;
+    BindText(s, 1, first);
+    BindText(s, 2, last);
+    int step;
+    while ((step = sqlite3_step(s)) == SQLITE_ROW) {
+        const unsigned char* source = sqlite3_column_text(s, 2);
+        if (source == nullptr || !wanted(reinterpret_cast<const char*>(source), sqlite3_column_bytes(s, 2))) continue;
+        ManifestRow r;
+        ReadRow(s, 1, r);
+        each(sqlite3_column_int64(s, 0), r);
+    }
+    if (step != SQLITE_DONE) error = db_->Error();
+    sqlite3_reset(s);
+    sqlite3_clear_bindings(s);
+    return step == SQLITE_DONE;
+}
+
+bool Manifest::EachRow(const std::function<bool(int64_t)>& wanted, const std::function<void(int64_t, ManifestRow&)>& each,
+                       std::string& error) {
+    if (!IsOpen()) return true;
+    // The ids first, from the device path's own index alone; then the rows
+    // wanted, each by its id: a plan wants few of them.
+    std::vector<int64_t> ids;
+    sqlite3_stmt* s = nullptr;
+    if (sqlite3_prepare_v2(db_->handle, "SELECT rowid FROM files ORDER BY device_path", -1, &s, nullptr) != SQLITE_OK) {
+        error = db_->Error();
+        return false;
+    }
+    int step;
+    while ((step = sqlite3_step(s)) == SQLITE_ROW) {
+        const int64_t id = sqlite3_column_int64(s, 0);
+        if (wanted(id)) ids.push_back(id);
+    }
+    if (step != SQLITE_DONE) error = db_->Error();
+    sqlite3_finalize(s);
+    if (step != SQLITE_DONE) return false;
+    if (ids.empty()) return true;
+    if (sqlite3_prepare_v2(db_->handle, "SELECT * FROM files WHERE rowid=?1", -1, &s, nullptr) != SQLITE_OK) {
+        error = db_->Error();
+        return false;
+    }
+    for (const int64_t id : ids) {
+        sqlite3_bind_int64(s, 1, id);
+        step = sqlite3_step(s);
+        if (step == SQLITE_ROW) {
+            ManifestRow r;
+            ReadRow(s, 0, r);
+            each(id, r);
+        } else if (step != SQLITE_DONE) {
+            break;
+        }
+        sqlite3_reset(s);
+        step = SQLITE_DONE;
+    }
+    if (step != SQLITE_DONE) error = db_->Error();
+    sqlite3_finalize(s);
+    return step == SQLITE_DONE;
+}
+
+bool Manifest::EachDevicePath(const std::function<void(const std::string&)>& each, std::string& error) {
+    if (!IsOpen()) return true;
+    sqlite3_stmt* s = nullptr;
+    if (sqlite3_prepare_v2(db_->handle, "SELECT device_path FROM files ORDER BY device_path", -1, &s, nullptr) != SQLITE_OK) {
+        error = db_->Error();
+        return false;
+    }
+    int step;
+    while ((step = sqlite3_step(s)) == SQLITE_ROW) each(ColumnText(s, 0));
+    if (step != SQLITE_DONE) error = db_->Error();
+    sqlite3_finalize(s);
+    return step == SQLITE_DONE;
+}
+
+bool Manifest::FindSkip(const std::string& sourcePath, SkipRow& row, int64_t& id, bool& found, std::string& error) {
+    found = false;
+    if (!IsOpen()) return true;
+    if (db_->skipOf == nullptr &&
+        sqlite3_prepare_v2(db_->handle, "SELECT rowid, * FROM skips WHERE source_path=?1", -1, &db_->skipOf, nullptr) !=
+            SQLITE_OK) {
+        error = db_->Error();
+        return false;
+    }
+    sqlite3_stmt* s = db_->skipOf;
+    BindText(s, 1, sourcePath);
+    const int step = sqlite3_step(s);
+    if (step == SQLITE_ROW) {
+        found = true;
+        id = sqlite3_column_int64(s, 0);
+        ReadSkip(s, 1, row);
+    } else if (step != SQLITE_DONE) {
+        error = db_->Error();
+    }
+    sqlite3_reset(s);
+    sqlite3_clear_bindings(s);
+    return step == SQLITE_ROW || step == SQLITE_DONE;
+}
+
+bool Manifest::EachSkipSource(const std::function<void(int64_t, const std::string&)>& each, std::string& error) {
+    if (!IsOpen()) return true;
+    sqlite3_stmt* s = nullptr;
+    if (sqlite3_prepare_v2(db_->handle, "SELECT rowid, source_path FROM skips", -1, &s, nullptr) != SQLITE_OK) {
+        error = db_->Error();
+        return false;
+    }
+    int step;
+    while ((step = sqlite3_step(s)) == SQLITE_ROW) each(sqlite3_column_int64(s, 0), ColumnText(s, 1));
+    if (step != SQLITE_DONE) error = db_->Error();
+    sqlite3_finalize(s);
+    return step == SQLITE_DONE;
+}
+
+bool Manifest::BeginRead(std::string& error) {
+    if (!IsOpen()) return true;
+    // BEGIN takes no lock until the first read.
+    if (!db_->Exec("BEGIN", error)) return false;
+    if (db_->Exec("SELECT 1 FROM files LIMIT 1", error)) return true;
+    Rollback();
+    return false;
+}
+
+void Manifest::EndRead() {
+    if (IsOpen()) Rollback();
 }
 
 bool Manifest::Begin(std::string& error) { return db_->Exec("BEGIN IMMEDIATE", error); }
@@ -278,17 +497,7 @@ bool Manifest::SkipRows(std::vector<SkipRow>& rows, std::string& error) {
     int step;
     while ((step = sqlite3_step(s)) == SQLITE_ROW) {
         SkipRow r;
-        r.sourcePath = ColumnText(s, 0);
-        r.source.size = static_cast<uint64_t>(sqlite3_column_int64(s, 1));
-        r.source.mtimeNs = sqlite3_column_int64(s, 2);
-        r.source.ctimeNs = sqlite3_column_int64(s, 3);
-        r.source.dev = static_cast<uint64_t>(sqlite3_column_int64(s, 4));
-        r.source.ino = static_cast<uint64_t>(sqlite3_column_int64(s, 5));
-        r.capsDigest = ColumnText(s, 6);
-        r.kind = sqlite3_column_int(s, 7);
-        r.reason = ColumnText(s, 8);
-        r.refusedBy = ColumnText(s, 9);
-        r.libraryExplanation = ColumnText(s, 10);
+        ReadSkip(s, 0, r);
         rows.push_back(std::move(r));
     }
     if (step != SQLITE_DONE) error = db_->Error();

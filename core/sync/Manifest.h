@@ -15,6 +15,7 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -109,6 +110,38 @@ public:
 
     // Every row, ordered by device path.
     bool Rows(std::vector<ManifestRow>& rows, std::string& error);
+
+    // The rows are looked up one at a time rather than held, so that a
+    // plan's memory does not grow with the manifest. Each row has an id
+    // (its rowid) that names it for the length of a run.
+    //
+    // The rows of `sourcePath`, in device-path order, given to `each` until
+    // it answers true. `found` tells whether one was taken.
+    bool FindBySource(const std::string& sourcePath, const std::function<bool(int64_t id, ManifestRow& row)>& each,
+                      std::string& error);
+    // The rows whose sources lie between `first` and `last` (byte order),
+    // in source then device-path order: `wanted` picks, by source, those
+    // read in full and given to `each`. One pass over the source index
+    // for many files, rather than one lookup each.
+    bool EachInSourceRange(const std::string& first, const std::string& last,
+                           const std::function<bool(const char* source, size_t size)>& wanted,
+                           const std::function<void(int64_t id, ManifestRow& row)>& each, std::string& error);
+    // Every row in device-path order, its id first; `wanted` picks, by id,
+    // the rows read in full (the others are not).
+    bool EachRow(const std::function<bool(int64_t id)>& wanted,
+                 const std::function<void(int64_t id, ManifestRow& row)>& each, std::string& error);
+    // Every row's device path.
+    bool EachDevicePath(const std::function<void(const std::string& devicePath)>& each, std::string& error);
+    // The recorded skip of `sourcePath`, when there is one.
+    bool FindSkip(const std::string& sourcePath, SkipRow& row, int64_t& id, bool& found, std::string& error);
+    // Every recorded skip's id and source.
+    bool EachSkipSource(const std::function<void(int64_t id, const std::string& sourcePath)>& each, std::string& error);
+
+    // A read transaction for a plan's many lookups: one shared lock and one
+    // look at the journal for all of them rather than one for each. Ended
+    // by EndRead, before anything is written.
+    bool BeginRead(std::string& error);
+    void EndRead();
 
     bool Begin(std::string& error);
     bool Commit(std::string& error);

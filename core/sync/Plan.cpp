@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <set>
 #include <string_view>
 #include <system_error>
@@ -62,8 +63,19 @@ bool Inside(const std::string& path, const std::string& folder) {
 
 // A file the walk found: its source path, and its path below the device
 // folder before the device's names are applied.
+// A folder of the walk, open while files found in it wait for their stat:
+// a stat relative to it looks up one name rather than the whole path.
+struct OpenFolder {
+    int fd;
+    explicit OpenFolder(int f) : fd(f) {}
+    ~OpenFolder() {
+        if (fd >= 0) close(fd);
+    }
+};
+
 struct Found {
     std::string source;
+    std::shared_ptr<OpenFolder> folder;  // the source's folder, or null
     std::string relative;
     struct stat st;
     bool playlist = false;
@@ -72,9 +84,15 @@ struct Found {
     std::string reason;
 };
 
+// Walks the sources in order, handing what it finds over in chunks of
+// kChunk files, so that the walk holds no more than a chunk.
+constexpr size_t kChunk = 512;
+constexpr size_t kChunkFolders = 64;
+
 class Walker {
 public:
-    Walker(const PlanOptions& options, std::vector<Found>& found) : options_(options), found_(found) {}
+    Walker(const PlanOptions& options, std::vector<Found>& found, std::function<void()> full)
+        : options_(options), found_(found), full_(std::move(full)) {}
 
     void Root(const std::string& given) {
         const std::string path = Absolute(given);
@@ -101,8 +119,14 @@ public:
 
 private:
     void Add(const std::string& source, const std::string& relative, const struct stat* st, SkipKind skip,
-             std::string reason, bool playlist = false) {
+             std::string reason, bool playlist = false, bool needsStat = false) {
         Found f;
+        f.needsStat = needsStat;
+        if (needsStat && folder_) {
+            f.folder = folder_;
+            if (folder_.get() != lastFolder_) ++chunkFolders_;
+            lastFolder_ = folder_.get();
+        }
         f.source = source;
         f.relative = relative;
         if (st != nullptr) {
@@ -114,6 +138,11 @@ private:
         f.reason = std::move(reason);
         f.playlist = playlist;
         found_.push_back(std::move(f));
+        if (found_.size() >= kChunk || chunkFolders_ >= kChunkFolders) {
+            full_();
+            chunkFolders_ = 0;
+            lastFolder_ = nullptr;
+        }
     }
 
     bool Selected(const std::string& path) const {
@@ -123,8 +152,10 @@ private:
     }
 
     void Folder(const std::string& path, const std::string& relative) {
-        DIR* folder = opendir(path.c_str());
+        const int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        DIR* folder = fd >= 0 ? fdopendir(fd) : nullptr;
         if (folder == nullptr) {
+            if (fd >= 0) close(fd);
             Add(path, relative, nullptr, SkipKind::kUnreadable, ErrorText(errno));
             return;
         }
@@ -132,13 +163,20 @@ private:
         while (const dirent* entry = readdir(folder)) {
             if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0) names.emplace_back(entry->d_name, entry->d_type);
         }
+        // Kept open for the stats while there are few: with too many
+        // descriptors open, the files are stated by their paths.
+        const int kept = dup(dirfd(folder));
         closedir(folder);
+        const std::shared_ptr<OpenFolder> held = kept >= 0 ? std::make_shared<OpenFolder>(kept) : nullptr;
+        folder_ = held;
         std::sort(names.begin(), names.end());
         for (const auto& name : names) {
             const std::string child = path == "/" ? "/" + name.first : path + "/" + name.first;
             const std::string childRelative = relative.empty() ? name.first : relative + "/" + name.first;
             Entry(child, childRelative, name.first, name.second);
+            folder_ = held;
         }
+        folder_.reset();
     }
 
     void Entry(const std::string& path, const std::string& relative, const std::string& name, unsigned char type) {
@@ -155,7 +193,6 @@ private:
             // The listing says what it is; the stat that gives its state is
             // made after the walk, on several threads.
             File(path, relative, nullptr);
-            found_.back().needsStat = true;
             return;
         }
         if (lstat(path.c_str(), &st) != 0) {
@@ -183,20 +220,26 @@ private:
         File(path, relative, &st);
     }
 
+    // `st` null: listed as a regular file, stat after the walk.
     void File(const std::string& path, const std::string& relative, const struct stat* st) {
+        const bool needsStat = st == nullptr;
         if (IsPlaylistName(path)) {
-            Add(path, relative, st, SkipKind::kNone, std::string(), true);
+            Add(path, relative, st, SkipKind::kNone, std::string(), true, needsStat);
         } else if (!MediaFileHasReader(path.c_str())) {
-            Add(path, relative, st, SkipKind::kNotMedia, ExtensionAdvice(path));
+            Add(path, relative, st, SkipKind::kNotMedia, ExtensionAdvice(path), false, needsStat);
         } else if (!Selected(path)) {
-            Add(path, relative, st, SkipKind::kNotMedia, "extension not selected");
+            Add(path, relative, st, SkipKind::kNotMedia, "extension not selected", false, needsStat);
         } else {
-            Add(path, relative, st, SkipKind::kNone, std::string());
+            Add(path, relative, st, SkipKind::kNone, std::string(), false, needsStat);
         }
     }
 
     const PlanOptions& options_;
     std::vector<Found>& found_;
+    std::function<void()> full_;
+    std::shared_ptr<OpenFolder> folder_;  // the folder being listed
+    const OpenFolder* lastFolder_ = nullptr;
+    size_t chunkFolders_ = 0;  // folders the chunk holds open
 };
 
 std::string FolderPart(const std::string& path) {
@@ -215,6 +258,31 @@ std::string ReplaceExtension(const std::string& name, const std::string& extensi
     return (dot == std::string::npos || dot == 0 ? name : name.substr(0, dot)) + extension;
 }
 
+// A set of 64-bit hashes at 8 bytes each: a sorted run, and a short tail
+// merged into it when it fills.
+class HashSet {
+public:
+    bool Has(uint64_t hash) const {
+        return std::binary_search(sorted_.begin(), sorted_.end(), hash) ||
+               std::find(tail_.begin(), tail_.end(), hash) != tail_.end();
+    }
+    void Add(uint64_t hash) {
+        if (Has(hash)) return;
+        tail_.push_back(hash);
+        if (tail_.size() < kTail) return;
+        std::sort(tail_.begin(), tail_.end());
+        const size_t middle = sorted_.size();
+        sorted_.insert(sorted_.end(), tail_.begin(), tail_.end());
+        std::inplace_merge(sorted_.begin(), sorted_.begin() + static_cast<std::ptrdiff_t>(middle), sorted_.end());
+        tail_.clear();
+    }
+
+private:
+    static constexpr size_t kTail = 256;
+    std::vector<uint64_t> sorted_;
+    std::vector<uint64_t> tail_;
+};
+
 // The device's names: each found file's device path, with names the file
 // system takes and no two files on one name (as the file system compares
 // names). Paths the manifest gave earlier are claimed first, so a file
@@ -226,7 +294,7 @@ public:
     std::string Key(const std::string& path) const { return fat_ ? FatFoldKey(path) : path; }
 
     void Claim(const std::string& devicePath) {
-        files_.insert(Key(devicePath));
+        files_.Add(Hash(Key(devicePath)));
         // Its folders are spelt as they are already.
         std::string folder = FolderPart(devicePath);
         while (!folder.empty()) {
@@ -253,8 +321,9 @@ public:
         for (unsigned n = 1;; ++n) {
             const std::string name = n == 1 ? base : (fat_ ? NumberedName(base, n) : Numbered(base, n));
             const std::string path = folder.empty() ? name : folder + "/" + name;
-            if (files_.count(Key(path)) != 0 || folders_.count(Key(path)) != 0 || Occupied(path)) continue;
-            files_.insert(Key(path));
+            const std::string key = Key(path);
+            if (files_.Has(Hash(key)) || folders_.count(key) != 0 || Occupied(path)) continue;
+            files_.Add(Hash(key));
             return path;
         }
     }
@@ -275,9 +344,14 @@ private:
         return deviceFd_ >= 0 && fstatat(deviceFd_, path.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
     }
 
+    // The names taken are held as 64-bit hashes of their keys, 8 bytes a
+    // file rather than its path: two keys of one hash, never seen in
+    // practice, would only give a file a numbered name.
+    static uint64_t Hash(const std::string& key) { return std::hash<std::string>()(key); }
+
     bool fat_;
     int deviceFd_;
-    std::unordered_set<std::string> files_;
+    HashSet files_;
     std::unordered_map<std::string, std::string> folders_;
 };
 
@@ -579,6 +653,448 @@ std::string CheckDeviceFolder(const std::vector<std::string>& sources, const std
     return device;
 }
 
+namespace {
+
+// Makes a plan chunk by chunk as the walk hands files over: each chunk's
+// files are stated, looked up in the manifest, loaded and judged where
+// they must be, named, and stored in the plan's entries. What stays in
+// memory across chunks grows by a few bytes a file: the ids of the
+// manifest's rows the files took, and the hashes of the names given.
+class Planner {
+public:
+    Planner(const std::vector<std::string>& sources, const PlanOptions& options, const Decider& decide, Manifest& manifest,
+            Plan& plan, int deviceFd)
+        : sources_(sources), options_(options), decide_(decide), manifest_(manifest), plan_(plan), deviceFd_(deviceFd),
+          namer_(plan.fat, deviceFd), skipDigest_(SkipDigest(options.capsDigest)) {
+        // Only sources that overlap can give one file twice.
+        std::vector<std::string> roots;
+        for (const std::string& source : sources) {
+            const std::string r = Absolute(source);
+            if (r.empty()) continue;
+            for (const std::string& other : roots) {
+                if (Inside(r, other) || Inside(other, r)) overlapping_ = true;
+            }
+            roots.push_back(r);
+        }
+    }
+
+    bool Walk(std::string& error) {
+        std::vector<Found> found;
+        found.reserve(kChunk);
+        Walker walker(options_, found, [&] { Chunk(found); });
+        for (const std::string& source : sources_) walker.Root(source);
+        Chunk(found);
+        if (!error_.empty()) error = error_;
+        return error_.empty();
+    }
+
+    // Playlists, once every file they may name is decided.
+    void Playlists();
+    // The manifest's rows no file of this run took: their sources are gone,
+    // or not among this run's files.
+    bool Leftovers(std::string& error);
+    void Totals();
+
+private:
+    void Chunk(std::vector<Found>& found);
+    void FindRows(const std::vector<Found>& found, std::vector<std::shared_ptr<ManifestRow>>& rows,
+                  std::vector<int64_t>& ids);
+    // `intactFiles`: whether each entry's recorded device file is intact.
+    void Decide(std::vector<PlanEntry>& entries, std::vector<std::string>& relatives, const std::vector<char>& intactFiles);
+    bool PathTooLong(PlanEntry& e) const;
+
+    void ClaimRows() {
+        if (claimed_) return;
+        claimed_ = true;
+        std::string error;
+        if (!manifest_.EachDevicePath(
+                [this](const std::string& path) {
+                    if (SafeDevicePath(path)) namer_.Claim(path);
+                },
+                error) &&
+            error_.empty()) {
+            error_ = error;
+        }
+    }
+
+    const std::vector<std::string>& sources_;
+    const PlanOptions& options_;
+    const Decider& decide_;
+    Manifest& manifest_;
+    Plan& plan_;
+    int deviceFd_;
+    Namer namer_;
+    const std::string skipDigest_;
+    bool overlapping_ = false;
+    std::unordered_set<std::string> seenSources_;  // only when sources overlap
+    std::vector<int64_t> rowsTaken_;   // ids of the manifest rows files took
+    std::vector<int64_t> skipsTaken_;  // ids of the recorded skips files took
+    std::vector<size_t> playlists_;    // entries that are playlists
+    bool claimed_ = false;
+    std::string error_;
+};
+
+bool Planner::PathTooLong(PlanEntry& e) const {
+    if (!plan_.fat || Utf16Units(e.devicePath) <= kFatPathUnits) return false;
+    e.skip = SkipKind::kPathTooLong;
+    e.reason = std::string(SkipKindName(e.skip)) + ": more than " + std::to_string(kFatPathUnits) +
+               " UTF-16 units below the device folder";
+    e.action = e.hasRow ? Action::kRemove : Action::kSkip;
+    if (!e.hasRow) e.devicePath.clear();
+    return true;
+}
+
+void Planner::Chunk(std::vector<Found>& found) {
+    if (found.empty()) return;
+    // The manifest's row of each file first (SQLite on this thread), so
+    // that one pass on the loading threads stats both the source and the
+    // device file its row names.
+    std::vector<std::shared_ptr<ManifestRow>> rows(found.size());
+    std::vector<int64_t> ids(found.size(), 0);
+    FindRows(found, rows, ids);
+    std::vector<char> intact(found.size(), 0);
+    ParallelFor(found.size(), options_.jobs, [&](size_t k) {
+        Found& f = found[k];
+        if (f.skip != SkipKind::kNone) return;
+        if (f.needsStat) {
+            const int stated = f.folder ? fstatat(f.folder->fd, f.source.c_str() + f.source.rfind('/') + 1, &f.st, 0)
+                                        : stat(f.source.c_str(), &f.st);
+            f.folder.reset();
+            if (stated != 0) {
+                f.skip = SkipKind::kUnreadable;
+                f.reason = ErrorText(errno);
+                return;
+            }
+        }
+        // Whether the recorded device file is intact.
+        if (rows[k] && !rows[k]->pending) intact[k] = DeviceIntact(deviceFd_, *rows[k]);
+    });
+    std::vector<PlanEntry> entries(found.size());
+    std::vector<std::string> relatives(found.size());
+    for (size_t k = 0; k < found.size(); ++k) {
+        Found& f = found[k];
+        PlanEntry& e = entries[k];
+        e.source = std::move(f.source);
+        e.playlist = f.playlist;
+        e.sourceState = FileState::Of(f.st);
+        relatives[k] = std::move(f.relative);
+        if (f.skip != SkipKind::kNone) {
+            e.skip = f.skip;
+            e.reason = f.reason.empty() ? SkipKindName(f.skip) : std::string(SkipKindName(f.skip)) + ": " + f.reason;
+            if (f.skip == SkipKind::kHidden) e.reason = "hidden";
+            continue;
+        }
+        if (overlapping_ && !seenSources_.insert(e.source).second) {
+            e.skip = SkipKind::kSpecial;
+            e.reason = "named twice";
+            continue;
+        }
+        if (rows[k]) {
+            rowsTaken_.push_back(ids[k]);
+            e.hasRow = true;
+            e.devicePath = rows[k]->devicePath;
+            e.row = rows[k].get();
+            e.rowHeld = std::move(rows[k]);
+        }
+    }
+    found.clear();
+    Decide(entries, relatives, intact);
+    for (size_t k = 0; k < entries.size(); ++k) {
+        if (entries[k].playlist && entries[k].skip == SkipKind::kNone) playlists_.push_back(plan_.entries.size());
+        plan_.entries.push_back(entries[k]);
+    }
+}
+
+// Each file's row: of the rows of its source, the first in device-path
+// order whose path is safe. The chunk's sources are found in one pass over
+// the source index between the least and the greatest of them: the walk
+// goes folder by folder in byte order, so that range holds few others.
+void Planner::FindRows(const std::vector<Found>& found, std::vector<std::shared_ptr<ManifestRow>>& rows,
+                       std::vector<int64_t>& ids) {
+    std::vector<std::pair<std::string_view, size_t>> sources;
+    for (size_t k = 0; k < found.size(); ++k) {
+        if (found[k].skip == SkipKind::kNone) sources.emplace_back(found[k].source, k);
+    }
+    if (sources.empty()) return;
+    std::sort(sources.begin(), sources.end());
+    size_t at = 0;  // the rows come in source order: where the last one was
+    const auto find = [&](std::string_view source) {
+        while (at < sources.size() && sources[at].first < source) ++at;
+        return at < sources.size() && sources[at].first == source;
+    };
+    std::string error;
+    const bool ok = manifest_.EachInSourceRange(
+        std::string(sources.front().first), std::string(sources.back().first),
+        [&](const char* source, size_t size) {
+            if (!find(std::string_view(source, size))) return false;
+            // Every file of this source that has no row yet (a source the
+            // walk found twice is one file, decided once).
+            for (size_t j = at; j < sources.size() && sources[j].first == std::string_view(source, size); ++j) {
+                if (!rows[sources[j].second]) return true;
+            }
+            return false;
+        },
+        [&](int64_t id, ManifestRow& row) {
+            if (!SafeDevicePath(row.devicePath)) return;
+            std::shared_ptr<ManifestRow> held;
+            for (size_t j = at; j < sources.size() && sources[j].first == row.sourcePath; ++j) {
+                const size_t k = sources[j].second;
+                if (rows[k]) continue;
+                if (!held) held = std::make_shared<ManifestRow>(std::move(row));
+                rows[k] = held;
+                ids[k] = id;
+            }
+        },
+        error);
+    if (!ok && error_.empty()) error_ = error;
+}
+
+// The chunk's decisions: first those that need no load, then the loads on
+// the loading threads. New files are named once they are decided, in the
+// walk's order: a converted file takes its new type's extension, and a
+// skipped one takes no name from a file that lands.
+void Planner::Decide(std::vector<PlanEntry>& entries, std::vector<std::string>& relatives,
+                     const std::vector<char>& intactFiles) {
+    std::vector<size_t> loads;
+    std::vector<std::string> extensions(entries.size());
+    for (size_t index = 0; index < entries.size(); ++index) {
+        PlanEntry& e = entries[index];
+        if (e.skip != SkipKind::kNone) continue;
+        if (plan_.fat && e.sourceState.size > kFatMaxFileSize) {
+            e.skip = SkipKind::kTooLarge;
+            e.reason = std::string(SkipKindName(e.skip)) + ": FAT holds at most 4 GiB - 1 bytes per file";
+            if (e.hasRow) {
+                e.action = Action::kRemove;
+                e.bytes = e.row->deviceSize;
+            }
+            continue;
+        }
+        if (e.playlist) continue;  // named below, written after every media file is decided
+        if (!e.hasRow) {
+            SkipRow row;
+            int64_t id = 0;
+            bool found = false;
+            std::string error;
+            if (!manifest_.FindSkip(e.source, row, id, found, error) && error_.empty()) error_ = error;
+            if (found) {
+                skipsTaken_.push_back(id);
+                e.hadSkipRow = true;
+                if (row.source == e.sourceState && row.capsDigest == skipDigest_ && row.kind > 0 && row.kind < kSkipKindCount) {
+                    e.action = Action::kSkip;
+                    e.skip = static_cast<SkipKind>(row.kind);
+                    e.reason = std::move(row.reason);
+                    e.refusedBy = std::move(row.refusedBy);
+                    e.libraryExplanation = std::move(row.libraryExplanation);
+                    e.skipRecorded = true;
+                    continue;
+                }
+            }
+            loads.push_back(index);
+            continue;
+        }
+        if (PathTooLong(e)) continue;
+        const ManifestRow& row = *e.row;
+        const bool sameSource = row.source == e.sourceState && row.capsDigest == options_.capsDigest;
+        const bool intact = intactFiles[index] != 0;
+        if (sameSource && intact) {
+            e.action = Action::kKeep;
+            e.target = row.target;
+            e.libraryPlayable = true;
+            continue;
+        }
+        if (row.pending && sameSource && row.target.empty()) {
+            uint64_t size = 0;
+            if (DeviceExists(deviceFd_, row.devicePath, size) && size == e.sourceState.size &&
+                SameBytes(deviceFd_, row.devicePath, e.source)) {
+                // Written in full by a run that stopped before recording it.
+                e.action = Action::kKeep;
+                e.refreshRow = true;
+                e.libraryPlayable = true;
+                continue;
+            }
+        }
+        if (sameSource) {
+            // The source and the list are as they were: the decision holds,
+            // and the device copy is missing, changed by hand, or unfinished.
+            // A converted file is made again from its recorded target.
+            e.action = row.target.empty() ? Action::kCopy : Action::kConvert;
+            e.target = row.target;
+            e.bytes = e.sourceState.size;
+            e.libraryPlayable = true;
+            e.reason = row.pending ? "finishing a stopped sync" : "device copy deleted or changed";
+            continue;
+        }
+        if (row.capsDigest != options_.capsDigest && row.source == e.sourceState && intact) e.action = Action::kKeep;
+        if (row.source != e.sourceState) e.reason = "source changed";
+        loads.push_back(index);
+    }
+
+    std::vector<Decision> decisions;
+    LoadAndDecide(entries, loads, options_.jobs, decide_, decisions);
+    plan_.totals.loads += loads.size();
+    for (const size_t index : loads) {
+        PlanEntry& e = entries[index];
+        const std::string changed = e.reason;
+        e.loaded = true;
+        e.reason.clear();
+        ApplyDecision(e, decisions[index]);
+        if (e.action == Action::kUpdate && !changed.empty()) e.reason = changed;
+        extensions[index] = decisions[index].extension;
+    }
+
+    for (size_t index = 0; index < entries.size(); ++index) {
+        PlanEntry& e = entries[index];
+        if (e.hasRow || e.skip != SkipKind::kNone) continue;
+        if (!e.playlist && e.action != Action::kCopy && e.action != Action::kConvert) continue;
+        ClaimRows();
+        e.devicePath = namer_.Assign(relatives[index], extensions[index]);
+        PathTooLong(e);
+    }
+}
+
+// Playlists: entries point at what lands on the device. The files are
+// found by their sources through a sorted list of hashes, and read back.
+void Planner::Playlists() {
+    if (playlists_.empty()) return;
+    PlanEntries& entries = plan_.entries;
+    std::vector<std::pair<uint64_t, size_t>> ofSource;
+    size_t index = 0;
+    for (const PlanEntry& e : entries) {
+        if (!e.playlist) ofSource.emplace_back(std::hash<std::string>()(e.source), index);
+        ++index;
+    }
+    std::sort(ofSource.begin(), ofSource.end());
+    std::vector<std::string> roots;
+    for (const std::string& root : sources_) roots.push_back(Absolute(root));
+    const auto lookup = [&](const std::string& absolute, std::string& device) {
+        const uint64_t hash = std::hash<std::string>()(absolute);
+        bool found = false;
+        for (auto at = std::lower_bound(ofSource.begin(), ofSource.end(), std::make_pair(hash, size_t(0)));
+             at != ofSource.end() && at->first == hash; ++at) {
+            const PlanEntry target = entries[at->second];
+            if (target.source != absolute) continue;
+            found = true;
+            if (target.action == Action::kSkip || target.action == Action::kRemove || target.devicePath.empty()) {
+                return EntryFate::kSkipped;
+            }
+            device = target.devicePath;
+            return EntryFate::kOnDevice;
+        }
+        if (!found) {
+            // Outside the walk, or a file the walk left out of it.
+            for (const std::string& r : roots) {
+                if (!r.empty() && Inside(absolute, r) && access(absolute.c_str(), F_OK) == 0) return EntryFate::kSkipped;
+            }
+        }
+        return EntryFate::kOutside;
+    };
+    for (const size_t k : playlists_) {
+        PlanEntry e = entries[k];
+        std::string text;
+        int readError = 0;
+        if (!ReadSmallFile(e.source, text, readError)) {
+            e.skip = SkipKind::kUnreadable;
+            e.reason = std::string(SkipKindName(e.skip)) + ": " + ErrorText(readError);
+            e.action = e.hasRow ? Action::kKeep : Action::kSkip;
+            if (!e.hasRow) e.devicePath.clear();
+            entries.Replace(k, e);
+            continue;
+        }
+        const PlaylistRewrite rewrite = RewritePlaylist(text, e.source, e.devicePath, lookup);
+        e.playlistText = rewrite.text;
+        e.playlistDropped = rewrite.skipped + rewrite.outside;
+        e.target = "playlist";
+        e.bytes = e.playlistText.size();
+        if (e.playlistDropped != 0) {
+            e.reason = std::to_string(rewrite.skipped) + " entries of skipped files and " + std::to_string(rewrite.outside) +
+                       " entries outside the sources dropped";
+        }
+        if (!e.hasRow) {
+            e.action = Action::kCopy;
+        } else if (!e.row->pending && DeviceIntact(deviceFd_, *e.row) && DeviceHolds(deviceFd_, e.devicePath, e.playlistText)) {
+            e.action = Action::kKeep;
+            e.refreshRow = e.row->source != e.sourceState || e.row->capsDigest != options_.capsDigest;
+            e.bytes = 0;
+        } else {
+            e.action = e.row->pending ? Action::kCopy : Action::kUpdate;
+        }
+        plan_.totals.playlistDropped += e.playlistDropped;
+        entries.Replace(k, e);
+    }
+}
+
+bool Planner::Leftovers(std::string& error) {
+    std::sort(rowsTaken_.begin(), rowsTaken_.end());
+    const bool rowsOk = manifest_.EachRow(
+        [this](int64_t id) { return !std::binary_search(rowsTaken_.begin(), rowsTaken_.end(), id); },
+        [this](int64_t, ManifestRow& row) {
+            if (!SafeDevicePath(row.devicePath)) return;
+            PlanEntry e;
+            e.source = row.sourcePath;
+            e.devicePath = row.devicePath;
+            e.hasRow = true;
+            e.target = row.target;
+            e.playlist = row.action == "playlist";
+            auto held = std::make_shared<ManifestRow>(std::move(row));
+            e.row = held.get();
+            e.rowHeld = std::move(held);
+            struct stat st;
+            const bool gone = lstat(e.source.c_str(), &st) != 0 && (errno == ENOENT || errno == ENOTDIR);
+            if (!gone) {
+                e.action = Action::kKeep;
+                e.reason = "source not among this run's files";
+            } else if (options_.keepRemoved) {
+                e.action = Action::kKeep;
+                e.reason = "source gone, kept (--keep-removed)";
+            } else {
+                e.action = Action::kRemove;
+                e.reason = "source gone";
+                e.bytes = DeviceIntact(deviceFd_, *e.row) ? e.row->deviceSize : 0;
+            }
+            plan_.entries.push_back(e);
+        },
+        error);
+    if (!rowsOk) return false;
+    std::vector<int64_t>().swap(rowsTaken_);
+    std::sort(skipsTaken_.begin(), skipsTaken_.end());
+    return manifest_.EachSkipSource(
+        [this](int64_t id, const std::string& source) {
+            struct stat st;
+            if (!std::binary_search(skipsTaken_.begin(), skipsTaken_.end(), id) && lstat(source.c_str(), &st) != 0 &&
+                (errno == ENOENT || errno == ENOTDIR)) {
+                plan_.staleSkips.push_back(source);
+            }
+        },
+        error);
+}
+
+// Totals, and the space the writes take, from the entries' briefs.
+void Planner::Totals() {
+    struct statvfs vfs;
+    uint64_t block = 4096;
+    PlanTotals& t = plan_.totals;
+    if (fstatvfs(deviceFd_, &vfs) == 0) {
+        block = vfs.f_frsize != 0 ? vfs.f_frsize : vfs.f_bsize;
+        t.available = static_cast<uint64_t>(vfs.f_bavail) * block;
+    }
+    for (size_t k = 0; k < plan_.entries.size(); ++k) {
+        const PlanEntries::Brief& e = plan_.entries.brief(k);
+        const int a = static_cast<int>(e.action);
+        ++t.count[a];
+        t.bytes[a] += e.bytes;
+        if (e.action == Action::kSkip) ++t.skipped[static_cast<int>(e.skip)];
+        if (e.action == Action::kCopy || e.action == Action::kConvert || e.action == Action::kUpdate) {
+            t.needed += InBlocks(e.bytes, block);
+        } else if (e.action == Action::kRemove) {
+            t.freed += InBlocks(e.bytes, block);
+        }
+    }
+    t.fits = t.needed <= t.available + t.freed;
+    t.shortBy = t.fits ? 0 : t.needed - t.available - t.freed;
+}
+
+}  // namespace
+
 PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& deviceFolder, const PlanOptions& options,
                     const Decider& decide, Manifest& manifest, Plan& plan, std::string& error) {
     plan = Plan();
@@ -594,300 +1110,19 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
         int fd;
         ~Closer() { close(fd); }
     } closer{deviceFd};
+    if (!options.entriesInMemory) plan.entries.SpillTo(deviceFd, options.nameScratch);
 
-    std::vector<ManifestRow>& rows = plan.rows;
-    if (!manifest.Rows(rows, error)) return PlanStatus::kError;
-    // Keys view the rows' and entries' own strings, which never move: the
-    // entries are reserved for every file and every row up front.
-    std::unordered_map<std::string_view, size_t> rowOfSource;
-    for (size_t k = 0; k < rows.size(); ++k) {
-        if (SafeDevicePath(rows[k].devicePath)) rowOfSource.emplace(rows[k].sourcePath, k);
-    }
-    std::vector<bool> rowUsed(rows.size(), false);
-    std::vector<SkipRow> skipRows;
-    if (!manifest.SkipRows(skipRows, error)) return PlanStatus::kError;
-    std::unordered_map<std::string_view, size_t> skipOfSource;
-    for (size_t k = 0; k < skipRows.size(); ++k) skipOfSource.emplace(skipRows[k].sourcePath, k);
-    std::vector<bool> skipUsed(skipRows.size(), false);
-
-    std::vector<Found> found;
-    Walker walker(options, found);
-    for (const std::string& source : sources) walker.Root(source);
-    ParallelFor(found.size(), options.jobs, [&found](size_t k) {
-        Found& f = found[k];
-        if (!f.needsStat || f.skip != SkipKind::kNone) return;
-        if (stat(f.source.c_str(), &f.st) != 0) {
-            f.skip = SkipKind::kUnreadable;
-            f.reason = ErrorText(errno);
-        }
-    });
-
-    Namer namer(plan.fat, deviceFd);
-    std::vector<PlanEntry>& entries = plan.entries;
-    entries.reserve(found.size() + rows.size());
-    std::unordered_set<std::string_view> seenSources;
-    for (Found& f : found) {
-        PlanEntry& e = entries.emplace_back();
-        e.source = std::move(f.source);
-        e.playlist = f.playlist;
-        e.sourceState = FileState::Of(f.st);
-        if (f.skip != SkipKind::kNone) {
-            e.skip = f.skip;
-            e.reason = f.reason.empty() ? SkipKindName(f.skip) : std::string(SkipKindName(f.skip)) + ": " + f.reason;
-            if (f.skip == SkipKind::kHidden) e.reason = "hidden";
-        } else if (!seenSources.insert(e.source).second) {
-            e.skip = SkipKind::kSpecial;
-            e.reason = "named twice";
-        } else {
-            auto at = rowOfSource.find(e.source);
-            if (at != rowOfSource.end()) {
-                e.hasRow = true;
-                e.row = &rows[at->second];
-                rowUsed[at->second] = true;
-                e.devicePath = e.row->devicePath;
-            }
-        }
-        e.target = std::move(f.relative);  // the path below the device folder, until named
-    }
-    std::vector<Found>().swap(found);
-    // Every path the manifest gives is claimed before a new file is named,
-    // whether its source was found or not (its file is still there), and
-    // only then: a re-sync that names nothing spends nothing on it.
-    bool claimed = false;
-    const auto claimRows = [&] {
-        if (claimed) return;
-        claimed = true;
-        for (const ManifestRow& row : rows) {
-            if (SafeDevicePath(row.devicePath)) namer.Claim(row.devicePath);
-        }
-    };
-
-    // The decisions that need no load. New files are named once they are
-    // decided: a converted file takes its new type's extension, and a
-    // skipped one takes no name from a file that lands.
-    std::vector<size_t> loads;
-    std::vector<std::string> relatives(entries.size());
-    std::vector<std::string> extensions(entries.size());
-    const auto pathTooLong = [&](PlanEntry& e) {
-        if (!plan.fat || Utf16Units(e.devicePath) <= kFatPathUnits) return false;
-        e.skip = SkipKind::kPathTooLong;
-        e.reason = std::string(SkipKindName(e.skip)) + ": more than " + std::to_string(kFatPathUnits) +
-                   " UTF-16 units below the device folder";
-        e.action = e.hasRow ? Action::kRemove : Action::kSkip;
-        if (!e.hasRow) e.devicePath.clear();
-        return true;
-    };
-    // Whether each recorded device file is intact: a stat each, on the
-    // loading threads, as the walk's stats were one each.
-    std::vector<char> intactFiles(entries.size(), 0);
-    ParallelFor(entries.size(), options.jobs, [&](size_t k) {
-        const PlanEntry& e = entries[k];
-        if (e.hasRow && !e.row->pending) intactFiles[k] = DeviceIntact(deviceFd, *e.row);
-    });
-    for (size_t index = 0; index < entries.size(); ++index) {
-        PlanEntry& e = entries[index];
-        relatives[index] = std::move(e.target);
-        e.target.clear();
-        if (e.skip != SkipKind::kNone) continue;
-        if (plan.fat && e.sourceState.size > kFatMaxFileSize) {
-            e.skip = SkipKind::kTooLarge;
-            e.reason = std::string(SkipKindName(e.skip)) + ": FAT holds at most 4 GiB - 1 bytes per file";
-            if (e.hasRow) {
-                e.action = Action::kRemove;
-                e.bytes = e.row->deviceSize;
-            }
-            continue;
-        }
-        if (e.playlist) continue;  // named below, written after every media file is decided
-        if (!e.hasRow) {
-            auto skipped = skipOfSource.find(e.source);
-            if (skipped != skipOfSource.end()) {
-                skipUsed[skipped->second] = true;
-                e.hadSkipRow = true;
-                const SkipRow& row = skipRows[skipped->second];
-                if (row.source == e.sourceState && row.capsDigest == SkipDigest(options.capsDigest) && row.kind > 0 &&
-                    row.kind < kSkipKindCount) {
-                    e.action = Action::kSkip;
-                    e.skip = static_cast<SkipKind>(row.kind);
-                    e.reason = row.reason;
-                    e.refusedBy = row.refusedBy;
-                    e.libraryExplanation = row.libraryExplanation;
-                    e.skipRecorded = true;
-                    continue;
-                }
-            }
-            loads.push_back(index);
-            continue;
-        }
-        if (pathTooLong(e)) continue;
-        const ManifestRow& row = *e.row;
-        const bool sameSource = row.source == e.sourceState && row.capsDigest == options.capsDigest;
-        const bool intact = intactFiles[index] != 0;
-        if (sameSource && intact) {
-            e.action = Action::kKeep;
-            e.target = row.target;
-            e.libraryPlayable = true;
-            continue;
-        }
-        if (row.pending && sameSource && row.target.empty()) {
-            uint64_t size = 0;
-            if (DeviceExists(deviceFd, row.devicePath, size) && size == e.sourceState.size &&
-                SameBytes(deviceFd, row.devicePath, e.source)) {
-                // Written in full by a run that stopped before recording it.
-                e.action = Action::kKeep;
-                e.refreshRow = true;
-                e.libraryPlayable = true;
-                continue;
-            }
-        }
-        if (row.source == e.sourceState && row.capsDigest == options.capsDigest) {
-            // The source and the list are as they were: the decision holds,
-            // and the device copy is missing, changed by hand, or unfinished.
-            // A converted file is made again from its recorded target.
-            e.action = row.target.empty() ? Action::kCopy : Action::kConvert;
-            e.target = row.target;
-            e.bytes = e.sourceState.size;
-            e.libraryPlayable = true;
-            e.reason = row.pending ? "finishing a stopped sync" : "device copy deleted or changed";
-            continue;
-        }
-        if (row.capsDigest != options.capsDigest && row.source == e.sourceState && intact) e.action = Action::kKeep;
-        if (row.source != e.sourceState) e.reason = "source changed";
-        loads.push_back(index);
-    }
-
-    std::vector<Decision> decisions;
-    LoadAndDecide(entries, loads, options.jobs, decide, decisions);
-    plan.totals.loads = loads.size();
-    for (const size_t index : loads) {
-        PlanEntry& e = entries[index];
-        const std::string changed = e.reason;
-        e.loaded = true;
-        e.reason.clear();
-        ApplyDecision(e, decisions[index]);
-        if (e.action == Action::kUpdate && !changed.empty()) e.reason = changed;
-        extensions[index] = decisions[index].extension;
-    }
-
-    // Names for the new files that land, in the walk's order.
-    for (size_t index = 0; index < entries.size(); ++index) {
-        PlanEntry& e = entries[index];
-        if (e.hasRow || e.skip != SkipKind::kNone) continue;
-        if (!e.playlist && e.action != Action::kCopy && e.action != Action::kConvert) continue;
-        claimRows();
-        e.devicePath = namer.Assign(relatives[index], extensions[index]);
-        pathTooLong(e);
-    }
-
-    // Playlists: entries point at what lands on the device.
-    std::unordered_map<std::string_view, size_t> ofSource;
-    const bool playlists = std::any_of(entries.begin(), entries.end(), [](const PlanEntry& e) { return e.playlist; });
-    for (size_t k = 0; playlists && k < entries.size(); ++k) {
-        if (!entries[k].playlist) ofSource.emplace(entries[k].source, k);
-    }
-    const auto lookup = [&](const std::string& absolute, std::string& device) {
-        auto at = ofSource.find(absolute);
-        if (at == ofSource.end()) {
-            // Outside the walk, or a file the walk left out of it.
-            for (const std::string& root : sources) {
-                const std::string r = Absolute(root);
-                if (!r.empty() && Inside(absolute, r) && access(absolute.c_str(), F_OK) == 0) return EntryFate::kSkipped;
-            }
-            return EntryFate::kOutside;
-        }
-        const PlanEntry& target = entries[at->second];
-        if (target.action == Action::kSkip || target.action == Action::kRemove || target.devicePath.empty()) {
-            return EntryFate::kSkipped;
-        }
-        device = target.devicePath;
-        return EntryFate::kOnDevice;
-    };
-    for (PlanEntry& e : entries) {
-        if (!e.playlist || e.skip != SkipKind::kNone) continue;
-        std::string text;
-        int readError = 0;
-        if (!ReadSmallFile(e.source, text, readError)) {
-            e.skip = SkipKind::kUnreadable;
-            e.reason = std::string(SkipKindName(e.skip)) + ": " + ErrorText(readError);
-            e.action = e.hasRow ? Action::kKeep : Action::kSkip;
-            if (!e.hasRow) e.devicePath.clear();
-            continue;
-        }
-        const PlaylistRewrite rewrite = RewritePlaylist(text, e.source, e.devicePath, lookup);
-        e.playlistText = rewrite.text;
-        e.playlistDropped = rewrite.skipped + rewrite.outside;
-        e.target = "playlist";
-        e.bytes = e.playlistText.size();
-        if (e.playlistDropped != 0) {
-            e.reason = std::to_string(rewrite.skipped) + " entries of skipped files and " + std::to_string(rewrite.outside) +
-                       " entries outside the sources dropped";
-        }
-        if (!e.hasRow) {
-            e.action = Action::kCopy;
-        } else if (!e.row->pending && DeviceIntact(deviceFd, *e.row) && DeviceHolds(deviceFd, e.devicePath, e.playlistText)) {
-            e.action = Action::kKeep;
-            e.refreshRow = e.row->source != e.sourceState || e.row->capsDigest != options.capsDigest;
-            e.bytes = 0;
-        } else {
-            e.action = e.row->pending ? Action::kCopy : Action::kUpdate;
-        }
-    }
-
-    // Rows whose sources are gone: their copies go, unless kept.
-    for (size_t k = 0; k < rows.size(); ++k) {
-        if (rowUsed[k] || !SafeDevicePath(rows[k].devicePath)) continue;
-        PlanEntry e;
-        e.source = rows[k].sourcePath;
-        e.devicePath = rows[k].devicePath;
-        e.hasRow = true;
-        e.row = &rows[k];
-        e.target = rows[k].target;
-        e.playlist = rows[k].action == "playlist";
-        struct stat st;
-        const bool gone = lstat(e.source.c_str(), &st) != 0 && (errno == ENOENT || errno == ENOTDIR);
-        if (!gone) {
-            e.action = Action::kKeep;
-            e.reason = "source not among this run's files";
-        } else if (options.keepRemoved) {
-            e.action = Action::kKeep;
-            e.reason = "source gone, kept (--keep-removed)";
-        } else {
-            e.action = Action::kRemove;
-            e.reason = "source gone";
-            e.bytes = DeviceIntact(deviceFd, *e.row) ? e.row->deviceSize : 0;
-        }
-        entries.push_back(std::move(e));
-    }
-
-    for (size_t k = 0; k < skipRows.size(); ++k) {
-        struct stat st;
-        if (!skipUsed[k] && lstat(skipRows[k].sourcePath.c_str(), &st) != 0 && (errno == ENOENT || errno == ENOTDIR)) {
-            plan.staleSkips.push_back(skipRows[k].sourcePath);
-        }
-    }
-
-    // Totals, and the space the writes take.
-    struct statvfs vfs;
-    uint64_t block = 4096;
-    if (fstatvfs(deviceFd, &vfs) == 0) {
-        block = vfs.f_frsize != 0 ? vfs.f_frsize : vfs.f_bsize;
-        plan.totals.available = static_cast<uint64_t>(vfs.f_bavail) * block;
-    }
-    PlanTotals& t = plan.totals;
-    for (const PlanEntry& e : entries) {
-        const int a = static_cast<int>(e.action);
-        ++t.count[a];
-        t.bytes[a] += e.bytes;
-        if (e.action == Action::kSkip) ++t.skipped[static_cast<int>(e.skip)];
-        t.playlistDropped += e.playlistDropped;
-        if (e.action == Action::kCopy || e.action == Action::kConvert || e.action == Action::kUpdate) {
-            t.needed += InBlocks(e.bytes, block);
-        } else if (e.action == Action::kRemove) {
-            t.freed += InBlocks(e.bytes, block);
-        }
-    }
-    t.fits = t.needed <= t.available + t.freed;
-    t.shortBy = t.fits ? 0 : t.needed - t.available - t.freed;
+    if (!manifest.BeginRead(error)) return PlanStatus::kError;
+    struct ReadEnder {
+        Manifest& manifest;
+        ~ReadEnder() { manifest.EndRead(); }
+    } ender{manifest};
+    Planner planner(sources, options, decide, manifest, plan, deviceFd);
+    if (!planner.Walk(error)) return PlanStatus::kError;
+    planner.Playlists();
+    if (!planner.Leftovers(error)) return PlanStatus::kError;
+    planner.Totals();
+    if (plan.entries.Failed(&error)) return PlanStatus::kError;
     return PlanStatus::kOk;
 }
 

@@ -15,7 +15,9 @@
 
 #include <cstdint>
 #include <functional>
+#include <iterator>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -88,6 +90,12 @@ struct PlanOptions {
     bool keepRemoved = false;
     bool fatNames = false;  // FAT names even where the file system is not FAT
     std::string capsDigest;
+    // The plan's entries in memory rather than in a scratch file in the
+    // device folder (see PlanEntries).
+    bool entriesInMemory = false;
+    // Where the device's file system has no unnamed files: a named scratch
+    // file, unlinked at once (not for a dry run, which writes nothing).
+    bool nameScratch = true;
 };
 
 struct PlanEntry {
@@ -107,7 +115,7 @@ struct PlanEntry {
     // The manifest's row for the device path, when there is one: the
     // executor replaces or removes the file only then.
     bool hasRow = false;
-    const ManifestRow* row = nullptr;  // in Plan::rows
+    const ManifestRow* row = nullptr;  // in rowHeld
     // Keep: the row is written again (a finished copy a stopped run never
     // recorded, or a new capability list that decides the same).
     bool refreshRow = false;
@@ -118,6 +126,98 @@ struct PlanEntry {
     // A playlist's rewritten text, and the entries it dropped.
     std::string playlistText;
     uint32_t playlistDropped = 0;
+    // Owns *row: the plan looks rows up one at a time and holds none.
+    std::shared_ptr<const ManifestRow> rowHeld;
+};
+
+// The entries of a plan, in the order they were planned. Each is kept as a
+// compact record, and a plan of a device folder keeps its records in a
+// scratch file there, unlinked at once, so that the plan's memory does not
+// grow with its files: per entry only its brief (what the executor sorts
+// entries by) and its record's place stay in memory, 24 bytes.
+//
+// Read as a vector: size(), entries[k] (a copy, read back), and for-range
+// loops (each entry read back in turn, valid until the next).
+class PlanEntries {
+public:
+    enum Flag : uint8_t {
+        kHasRow = 1,
+        kRowPending = 2,      // the row is pending with a temporary file named
+        kRefreshRow = 4,
+        kLoaded = 8,
+        kHadSkipRow = 16,
+        kSkipRecorded = 32,
+        kPlaylist = 64,
+    };
+    struct Brief {
+        uint64_t bytes = 0;
+        Action action = Action::kSkip;
+        SkipKind skip = SkipKind::kNone;
+        uint8_t flags = 0;
+        bool Has(Flag flag) const { return (flags & flag) != 0; }
+    };
+
+    PlanEntries();
+    ~PlanEntries();
+    PlanEntries(PlanEntries&& other) noexcept;
+    PlanEntries& operator=(PlanEntries&& other) noexcept;
+    PlanEntries(const PlanEntries&) = delete;
+    PlanEntries& operator=(const PlanEntries&) = delete;
+
+    // From now on the records go to a scratch file in the folder `folderFd`:
+    // an unnamed one (O_TMPFILE), or where the file system has none and
+    // `mayName`, one under the sync's temporary-file mark, unlinked at once.
+    // Otherwise, and when the file system refuses a write to it (full), they
+    // stay in memory. `unnamed` false goes to the named file at once, as on
+    // a file system without unnamed files (FAT).
+    void SpillTo(int folderFd, bool mayName, bool unnamed = true);
+    bool Spilled() const;
+
+    size_t size() const { return briefs_.size(); }
+    bool empty() const { return briefs_.empty(); }
+    void push_back(const PlanEntry& entry);
+    // Entry k becomes `entry` (its record is written again).
+    void Replace(size_t k, const PlanEntry& entry);
+    PlanEntry operator[](size_t k) const;
+    const Brief& brief(size_t k) const { return briefs_[k]; }
+    // A record could not be read back (the scratch file failed): the
+    // plan is not to be trusted, and says why.
+    bool Failed(std::string* why = nullptr) const;
+
+    class Iterator {
+    public:
+        using iterator_category = std::input_iterator_tag;
+        using value_type = PlanEntry;
+        using difference_type = std::ptrdiff_t;
+        using pointer = const PlanEntry*;
+        using reference = const PlanEntry&;
+        Iterator(const PlanEntries* entries, size_t k) : entries_(entries), k_(k) {}
+        const PlanEntry& operator*() const;
+        const PlanEntry* operator->() const { return &**this; }
+        Iterator& operator++() {
+            ++k_;
+            loaded_ = false;
+            return *this;
+        }
+        bool operator==(const Iterator& o) const { return k_ == o.k_; }
+        bool operator!=(const Iterator& o) const { return k_ != o.k_; }
+
+    private:
+        const PlanEntries* entries_;
+        size_t k_;
+        mutable bool loaded_ = false;
+        mutable PlanEntry entry_;
+    };
+    Iterator begin() const { return Iterator(this, 0); }
+    Iterator end() const { return Iterator(this, size()); }
+
+private:
+    void Read(size_t k, PlanEntry& entry) const;
+
+    struct Store;
+    std::unique_ptr<Store> store_;
+    std::vector<Brief> briefs_;
+    std::vector<uint64_t> offsets_;
 };
 
 struct PlanTotals {
@@ -135,9 +235,8 @@ struct PlanTotals {
 
 struct Plan {
     std::string deviceFolder;  // absolute
-    std::vector<ManifestRow> rows;  // the manifest's, as the plan found them
     bool fat = false;          // FAT names and limits apply
-    std::vector<PlanEntry> entries;
+    PlanEntries entries;
     PlanTotals totals;
     // Recorded skips whose sources are gone.
     std::vector<std::string> staleSkips;

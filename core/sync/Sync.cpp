@@ -20,6 +20,7 @@ SyncOutcome RunSync(const SyncRequest& request, const std::function<void(const P
     }
     PlanOptions planOptions = request.plan;
     ExecuteOptions executeOptions = request.execute;
+    planOptions.nameScratch = planOptions.nameScratch && !request.dryRun;
     if (request.device != nullptr) planOptions.capsDigest = CapsDigest(request.device->Text());
     planOptions.capsDigest += request.decideDigest;
     executeOptions.capsDigest = planOptions.capsDigest;

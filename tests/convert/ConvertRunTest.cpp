@@ -120,9 +120,10 @@ protected:
     TempDir work_;
 };
 
-std::map<std::string, const sync::PlanEntry*> BySource(const sync::Plan& plan) {
-    std::map<std::string, const sync::PlanEntry*> out;
-    for (const sync::PlanEntry& e : plan.entries) out[fs::path(e.source).filename().string()] = &e;
+// Copies: a plan's entries are read back one at a time.
+std::map<std::string, sync::PlanEntry> BySource(const sync::Plan& plan) {
+    std::map<std::string, sync::PlanEntry> out;
+    for (const sync::PlanEntry& e : plan.entries) out[fs::path(e.source).filename().string()] = e;
     return out;
 }
 
@@ -139,7 +140,7 @@ TEST_F(ConvertRun, EveryRefusedFixtureLandsConvertedAndBothVerdictsPlayIt) {
         SCOPED_TRACE(f.second);
         const auto at = entries.find(f.second);
         ASSERT_NE(at, entries.end());
-        const sync::PlanEntry& e = *at->second;
+        const sync::PlanEntry& e = at->second;
         ASSERT_EQ(e.action, sync::Action::kConvert) << e.reason;
         ScanItem source, made;
         LoadInto(e.source, source);

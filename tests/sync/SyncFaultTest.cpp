@@ -11,6 +11,7 @@
 
 #include <iostream>
 #include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -36,7 +37,10 @@ protected:
     ChildResult Driver(const std::string& device, const std::vector<std::string>& environment) {
         // A sanitizer build's runtime must come first; the shim comes first
         // here, which the runtime then allows.
-        std::vector<std::string> env{"LD_PRELOAD=" SYNC_FAULT_SHIM, "ASAN_OPTIONS=verify_asan_link_order=0"};
+        // A write is a file's: SQLite's pwrite() of its pages and the
+        // driver's report are not counted.
+        std::vector<std::string> env{"LD_PRELOAD=" FILEINFO_FAULT_SHIM, "ASAN_OPTIONS=verify_asan_link_order=0",
+                                     "FILEINFO_FAULT_WRITES=files"};
         env.insert(env.end(), environment.begin(), environment.end());
         return RunChild({SYNC_DRIVER_PATH, "--to", device, Src()}, env, work_.path().string());
     }
@@ -81,15 +85,18 @@ protected:
 TEST_F(SyncFault, KilledAtManyMomentsLeavesOnlyCompleteFilesAndTheNextRunCompletes) {
     TempDir counted;
     const std::string countsFile = work_.file("counts.txt");
-    ASSERT_EQ(Driver(counted.path().string(), {"SYNC_FAULT_COUNTS=" + countsFile}).exitCode, 0);
-    const std::string counts = Slurp(countsFile);
-    const long calls = std::stol(counts.substr(counts.find(' ') + 1));
+    ASSERT_EQ(Driver(counted.path().string(), {"FILEINFO_FAULT_COUNTS=" + countsFile}).exitCode, 0);
+    // The calls of every kind together.
+    std::istringstream counts(Slurp(countsFile));
+    std::string kind;
+    long calls = 0;
+    for (long n; counts >> kind >> n;) calls += n;
     ASSERT_GT(calls, 20);
     const long step = std::max(1L, calls / 40);
     int killed = 0;
     for (long at = 1; at <= calls; at += step) {
         TempDir device;
-        const ChildResult run = Driver(device.path().string(), {"SYNC_KILL_AT=" + std::to_string(at)});
+        const ChildResult run = Driver(device.path().string(), {"FILEINFO_FAULT_KILL_AT=" + std::to_string(at)});
         ASSERT_EQ(run.exitCode, 128 + SIGKILL) << "call " << at;
         ++killed;
         ExpectRecovery(device.path().string(), "killed at call " + std::to_string(at) + " of " + std::to_string(calls));
@@ -103,9 +110,9 @@ TEST_F(SyncFault, FailingWriteFsyncOrRenameLeavesAConsistentDevice) {
             for (const char* error : {"ENOSPC", "EIO"}) {
                 TempDir device;
                 const std::string what = std::string(call) + " #" + std::to_string(at) + " " + error;
-                const ChildResult run = Driver(device.path().string(), {std::string("SYNC_FAULT_CALL=") + call,
-                                                                        "SYNC_FAULT_AT=" + std::to_string(at),
-                                                                        std::string("SYNC_FAULT_ERRNO=") + error});
+                const ChildResult run = Driver(device.path().string(), {std::string("FILEINFO_FAULT_CALL=") + call,
+                                                                        "FILEINFO_FAULT_AT=" + std::to_string(at),
+                                                                        std::string("FILEINFO_FAULT_ERRNO=") + error});
                 // SQLite syncs its folder as best it can, and goes on when
                 // that fails: a failing fsync may fail nothing.
                 if (std::string(call) == "fsync") {
@@ -166,7 +173,7 @@ TEST_F(SyncFault, CtrlCStopsAfterTheFilesInFlightAndLeavesAConsistentDevice) {
     int stopped = 0;
     for (const int at : {12, 20, 30}) {
         TempDir device;
-        const ChildResult run = Driver(device.path().string(), {"SYNC_INTERRUPT_AT=" + std::to_string(at)});
+        const ChildResult run = Driver(device.path().string(), {"FILEINFO_FAULT_INTERRUPT_AT=" + std::to_string(at)});
         const std::string what = "SIGINT at call " + std::to_string(at);
         if (run.exitCode == 0) continue;  // after the last file: nothing left to stop
         ++stopped;

@@ -6,7 +6,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,11 +33,12 @@ protected:
         for (const std::string& f : DeviceFiles(Dev())) times[f] = MtimeNs(Dev() + "/" + f);
         return times;
     }
-    const fileinfo::sync::PlanEntry* EntryOf(const fileinfo::sync::Plan& plan, const std::string& source) const {
+    // A copy: a for-range loop's entry lives until the next.
+    std::optional<fileinfo::sync::PlanEntry> EntryOf(const fileinfo::sync::Plan& plan, const std::string& source) const {
         for (const auto& e : plan.entries) {
-            if (e.source == source) return &e;
+            if (e.source == source) return e;
         }
-        return nullptr;
+        return std::nullopt;
     }
 
     TempDir work_;
@@ -218,8 +221,8 @@ TEST_F(SyncRun, LongNamesAndPathsStayWithinFatLimits) {
     const auto out = SyncNow({Src()}, Dev(), true);
     EXPECT_EQ(out.run.failed, 0u);
     EXPECT_TRUE(fs::exists(Dev() + "/" + name + ".mp3"));
-    const auto* e = EntryOf(out.plan, deep + "/deep.mp3");
-    ASSERT_NE(e, nullptr);
+    const auto e = EntryOf(out.plan, deep + "/deep.mp3");
+    ASSERT_TRUE(e);
     EXPECT_EQ(e->action, Action::kSkip);
     EXPECT_EQ(e->skip, fileinfo::sync::SkipKind::kPathTooLong);
 }
@@ -229,8 +232,8 @@ TEST_F(SyncRun, FileLargerThanFatTakesIsSkippedWithoutLoading) {
     Spit(big, "");
     ASSERT_EQ(truncate(big.c_str(), 0x100000000LL), 0);
     const auto out = SyncNow({Src()}, Dev(), true, false, true);
-    const auto* e = EntryOf(out.plan, big);
-    ASSERT_NE(e, nullptr);
+    const auto e = EntryOf(out.plan, big);
+    ASSERT_TRUE(e);
     EXPECT_EQ(e->skip, fileinfo::sync::SkipKind::kTooLarge);
     EXPECT_FALSE(e->loaded);
     EXPECT_EQ(out.plan.totals.loads, 6u);
@@ -370,4 +373,58 @@ TEST_F(SyncRun, ManifestRowsWhosePathsClimbOutOfTheDeviceFolderAreIgnored) {
     EXPECT_EQ(Count(out.plan, Action::kRemove), 0u);
     EXPECT_EQ(Slurp(work_.file("escape.mp3")), "outside the device folder");
     EXPECT_EQ(Slurp(Dev() + "/Loose.mp3"), Slurp(Src() + "/Loose.mp3"));
+}
+
+// More files than the plan decides at once (it walks, looks up and names
+// them in chunks of 512): names, removes and playlists across chunks.
+TEST_F(SyncRun, PlanOfMoreFilesThanAChunkNamesRemovesAndListsAcrossChunks) {
+    const std::string song = Slurp(Src() + "/Loose.mp3");
+    for (int k = 0; k < 1100; ++k) {
+        char name[64];
+        snprintf(name, sizeof name, "/Many/%04d.mp3", k);
+        Spit(Src() + name, song);
+    }
+    // On FAT, "many/0000.mp3" is "Many/0000.mp3", named two chunks before
+    // it: it takes a number.
+    Spit(Src() + "/many/0000.mp3", song);
+    Spit(Src() + "/Lists/many.m3u", "../Many/0000.mp3\n../many/0000.mp3\n../Many/1099.mp3\n");
+    const auto first = SyncNow({Src()}, Dev(), true);
+    ASSERT_EQ(first.status, fileinfo::sync::SyncStatus::kOk) << first.error;
+    EXPECT_EQ(first.run.failed, 0u);
+    EXPECT_EQ(Count(first.plan, Action::kCopy), 6u + 1101u + 1u);
+    EXPECT_EQ(Slurp(Dev() + "/Lists/many.m3u"), "../Many/0000.mp3\n../Many/0000 (2).mp3\n../Many/1099.mp3\n");
+    // In the walk's order, one entry a file.
+    std::vector<std::string> sources;
+    for (const auto& e : first.plan.entries) sources.push_back(e.source);
+    ASSERT_EQ(sources.size(), 6u + 1101u + 1u);
+    EXPECT_EQ(sources[7], Src() + "/Many/0000.mp3");
+    EXPECT_TRUE(std::is_sorted(sources.begin() + 7, sources.begin() + 7 + 1100));
+    EXPECT_EQ(sources.back(), Src() + "/many/0000.mp3");
+    EXPECT_EQ(Disagreements(Dev()), "");
+
+    const auto again = SyncNow({Src()}, Dev(), true);
+    EXPECT_EQ(Count(again.plan, Action::kKeep), 6u + 1101u + 1u);
+    EXPECT_EQ(again.plan.totals.loads, 0u);
+
+    fs::remove(Src() + "/Many/0001.mp3");
+    fs::remove(Src() + "/Many/1098.mp3");
+    const auto removed = SyncNow({Src()}, Dev(), true);
+    EXPECT_EQ(Count(removed.plan, Action::kRemove), 2u);
+    EXPECT_EQ(removed.run.done[static_cast<int>(Action::kRemove)], 2u);
+    EXPECT_FALSE(fs::exists(Dev() + "/Many/0001.mp3"));
+    EXPECT_FALSE(fs::exists(Dev() + "/Many/1098.mp3"));
+    EXPECT_EQ(Disagreements(Dev()), "");
+    EXPECT_TRUE(TempFiles(Dev()).empty());
+}
+
+TEST_F(SyncRun, PlanOfADeviceFolderKeepsItsEntriesInAScratchFileThatLeavesNoTrace) {
+    const auto before = fs::last_write_time(Dev());
+    const auto dry = SyncNow({Src()}, Dev(), false, false, true);
+    EXPECT_EQ(dry.plan.entries.size(), 6u);
+    EXPECT_TRUE(fs::is_empty(Dev()));
+    EXPECT_EQ(fs::last_write_time(Dev()), before);
+    const auto out = SyncNow({Src()}, Dev());
+    EXPECT_TRUE(out.plan.entries.Spilled());
+    EXPECT_EQ(out.plan.entries[0].source, Src() + "/Album A/01 First.mp3");
+    EXPECT_TRUE(TempFiles(Dev()).empty());
 }
