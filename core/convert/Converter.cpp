@@ -1,7 +1,6 @@
 #include "convert/Converter.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -99,13 +98,20 @@ sync::Decision Converter::Decide(const ScanItem& item) const {
 }
 
 int Converter::OpenScratch() const {
-    // In the device's own file system, unnamed: space is taken where the
-    // file lands, and nothing is left behind by a killed run.
-    if (plan_ != nullptr) {
-        const int fd = open(plan_->deviceFolder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
-        if (fd >= 0) return fd;
+    // In the device's own file system: space is taken where the file
+    // lands, and nothing is left behind by a killed run. Where there are no
+    // unnamed files (FAT), a named one is unlinked at once.
+    if (plan_ == nullptr) {
+        errno = EINVAL;
+        return -1;
     }
-    return memfd_create("fileinfo-convert", MFD_CLOEXEC);
+    const int folder = open(plan_->deviceFolder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (folder < 0) return -1;
+    const int fd = sync::OpenScratchFile(folder, true);
+    const int error = errno;
+    close(folder);
+    errno = error;
+    return fd;
 }
 
 int Converter::ConvertInto(const sync::PlanEntry& entry, int out, std::string& error) const {

@@ -1,5 +1,6 @@
 #include "sync/Executor.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/stat.h>
@@ -18,6 +19,7 @@ namespace fileinfo {
 namespace sync {
 
 const char kTempMark[] = ".fileinfo-sync-";
+const char kScratchMark[] = ".fileinfo-sync-scratch-";
 
 namespace {
 
@@ -100,11 +102,11 @@ int OpenFolder(int deviceFd, const std::string& folder, bool make) {
     return fd;
 }
 
-std::string RandomName() {
+std::string RandomName(const char* mark = kTempMark) {
     static const char kChars[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
     static thread_local std::mt19937_64 random(std::random_device{}() ^
                                                static_cast<uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count()));
-    std::string name = kTempMark;
+    std::string name = mark;
     for (size_t k = 0; k < kTempRandom; ++k) name += kChars[random() % (sizeof kChars - 1)];
     return name + ".tmp";
 }
@@ -222,6 +224,7 @@ private:
     // Temporary files of the runs that stopped before they finished: only
     // those the manifest says sync made, with sync's mark in their names.
     void RemoveStaleTemps() {
+        result_.tempFilesRemoved += RemoveLeftoverScratch(deviceFd_.get());
         for (size_t k = 0; k < plan_.entries.size(); ++k) {
             if (!plan_.entries.brief(k).Has(PlanEntries::kRowPending)) continue;
             const PlanEntry e = plan_.entries[k];
@@ -609,14 +612,65 @@ private:
 
 }  // namespace
 
-bool IsSyncTempName(const std::string& name) {
-    const size_t mark = sizeof kTempMark - 1;
-    if (name.size() != mark + kTempRandom + 4 || name.compare(0, mark, kTempMark) != 0) return false;
-    if (name.compare(mark + kTempRandom, 4, ".tmp") != 0) return false;
-    for (size_t k = mark; k < mark + kTempRandom; ++k) {
+namespace {
+
+// `name` is `mark`, kTempRandom letters or digits, and ".tmp".
+bool IsMarkedName(const std::string& name, const char* mark, size_t markSize) {
+    if (name.size() != markSize + kTempRandom + 4 || name.compare(0, markSize, mark) != 0) return false;
+    if (name.compare(markSize + kTempRandom, 4, ".tmp") != 0) return false;
+    for (size_t k = markSize; k < markSize + kTempRandom; ++k) {
         if (!isalnum(static_cast<unsigned char>(name[k]))) return false;
     }
     return true;
+}
+
+}  // namespace
+
+bool IsSyncTempName(const std::string& name) { return IsMarkedName(name, kTempMark, sizeof kTempMark - 1); }
+
+bool IsSyncScratchName(const std::string& name) {
+    return IsMarkedName(name, kScratchMark, sizeof kScratchMark - 1);
+}
+
+int OpenScratchFile(int folderFd, bool mayName, bool unnamed) {
+    if (unnamed) {
+        const int fd = openat(folderFd, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+        if (fd >= 0 || !mayName) return fd;
+    }
+    if (!mayName) {
+        errno = EOPNOTSUPP;
+        return -1;
+    }
+    for (int attempt = 0; attempt < 4; ++attempt) {
+        const std::string name = RandomName(kScratchMark);
+        const int fd = openat(folderFd, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+        if (fd < 0 && errno == EEXIST) continue;
+        if (fd >= 0) unlinkat(folderFd, name.c_str(), 0);
+        return fd;
+    }
+    errno = EEXIST;
+    return -1;
+}
+
+size_t RemoveLeftoverScratch(int folderFd) {
+    const int listFd = openat(folderFd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (listFd < 0) return 0;
+    DIR* folder = fdopendir(listFd);
+    if (folder == nullptr) {
+        close(listFd);
+        return 0;
+    }
+    size_t removed = 0;
+    while (const dirent* entry = readdir(folder)) {
+        const std::string name = entry->d_name;
+        if (!IsSyncScratchName(name)) continue;
+        struct stat st;
+        if (fstatat(folderFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) continue;
+        if (!S_ISREG(st.st_mode) || st.st_uid != geteuid()) continue;
+        if (unlinkat(folderFd, name.c_str(), 0) == 0) ++removed;
+    }
+    closedir(folder);
+    return removed;
 }
 
 int CopySource(const PlanEntry& entry, int out, std::string& error) {

@@ -29,6 +29,21 @@ namespace sync {
 extern const char kTempMark[];
 bool IsSyncTempName(const std::string& name);
 
+// A scratch file for a sync's own working bytes (the plan's records, a
+// conversion before it is copied into place) in the folder `folderFd`:
+// unnamed (O_TMPFILE) where the file system has such files and `unnamed`;
+// otherwise, when `mayName`, one named ".fileinfo-sync-scratch-
+// XXXXXXXXXXXX.tmp" and unlinked at once (FAT has no unnamed files). -1,
+// with errno, when neither can be had. Nothing outside the device folder
+// is written, and a run killed between the name's making and its unlinking
+// leaves a name that the next run's RemoveLeftoverScratch removes.
+int OpenScratchFile(int folderFd, bool mayName, bool unnamed = true);
+bool IsSyncScratchName(const std::string& name);
+// Removes the scratch names left in the folder `folderFd` by killed runs:
+// regular files of this user with the scratch mark. Called only with the
+// device folder locked, when no other sync can be making one. How many.
+size_t RemoveLeftoverScratch(int folderFd);
+
 struct ExecuteProgress {
     size_t filesDone = 0;
     size_t filesTotal = 0;

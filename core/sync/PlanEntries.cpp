@@ -8,10 +8,8 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <mutex>
-#include <random>
 #include <system_error>
 
 #include "sync/Executor.h"
@@ -210,24 +208,6 @@ PlanEntries::Brief BriefOf(const PlanEntry& e) {
 
 std::string ErrorText(int error) { return std::generic_category().message(error); }
 
-int MakeScratchFile(int folderFd, bool mayName, bool unnamed) {
-    const int fd = unnamed ? openat(folderFd, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600) : -1;
-    if (fd >= 0 || !mayName) return fd;
-    static const char kChars[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
-    std::mt19937_64 random(std::random_device{}() ^
-                           static_cast<uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count()));
-    for (int attempt = 0; attempt < 4; ++attempt) {
-        std::string name = kTempMark;
-        for (int k = 0; k < 12; ++k) name += kChars[random() % (sizeof kChars - 1)];
-        name += ".tmp";
-        const int named = openat(folderFd, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-        if (named < 0 && errno == EEXIST) continue;
-        if (named >= 0) unlinkat(folderFd, name.c_str(), 0);
-        return named;
-    }
-    return -1;
-}
-
 }  // namespace
 
 // The bytes of the records: a memory arena, or a scratch file with a write
@@ -328,7 +308,7 @@ PlanEntries& PlanEntries::operator=(PlanEntries&& other) noexcept = default;
 void PlanEntries::SpillTo(int folderFd, bool mayName, bool unnamed) {
     if (!store_) store_ = std::make_unique<Store>();
     if (store_->fd >= 0 || store_->Size() != 0) return;
-    store_->fd = MakeScratchFile(folderFd, mayName, unnamed);
+    store_->fd = OpenScratchFile(folderFd, mayName, unnamed);
 }
 
 bool PlanEntries::Spilled() const { return store_ && store_->fd >= 0; }

@@ -2,6 +2,7 @@
 // manifest, the executor and the names together.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "SyncTestHelpers.h"
+#include "sync/Executor.h"
 
 using namespace synctest;
 using fileinfo::sync::Action;
@@ -427,4 +429,70 @@ TEST_F(SyncRun, PlanOfADeviceFolderKeepsItsEntriesInAScratchFileThatLeavesNoTrac
     EXPECT_TRUE(out.plan.entries.Spilled());
     EXPECT_EQ(out.plan.entries[0].source, Src() + "/Album A/01 First.mp3");
     EXPECT_TRUE(TempFiles(Dev()).empty());
+}
+
+TEST(SyncScratch, ScratchNamesCarryTheirOwnMarkApartFromTemporaryFiles) {
+    using fileinfo::sync::IsSyncScratchName;
+    using fileinfo::sync::IsSyncTempName;
+    EXPECT_TRUE(IsSyncScratchName(".fileinfo-sync-scratch-ABCdef123456.tmp"));
+    EXPECT_FALSE(IsSyncTempName(".fileinfo-sync-scratch-ABCdef123456.tmp"));
+    EXPECT_FALSE(IsSyncScratchName(".fileinfo-sync-ABCdef123456.tmp"));
+    EXPECT_FALSE(IsSyncScratchName(".fileinfo-sync-scratch-ABCdef12345.tmp"));
+    EXPECT_FALSE(IsSyncScratchName(".fileinfo-sync-scratch-ABCdef1234567.tmp"));
+    EXPECT_FALSE(IsSyncScratchName(".fileinfo-sync-scratch-ABCdef-23456.tmp"));
+    EXPECT_FALSE(IsSyncScratchName(".fileinfo-sync-scratch-ABCdef123456.mp3"));
+}
+
+TEST(SyncScratch, NamedScratchFileLeavesNoNameBehind) {
+    TempDir dir;
+    const int folder = open(dir.file("").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_GE(folder, 0);
+    const int fd = fileinfo::sync::OpenScratchFile(folder, true, false);
+    EXPECT_GE(fd, 0);
+    EXPECT_EQ(write(fd, "x", 1), 1);
+    EXPECT_TRUE(fs::is_empty(dir.file("")));
+    close(fd);
+    EXPECT_EQ(fileinfo::sync::OpenScratchFile(folder, false, false), -1);
+    close(folder);
+}
+
+TEST(SyncScratch, LeftoverScratchFilesOfThisUserGoAndNothingElse) {
+    TempDir dir;
+    const std::string leftover = ".fileinfo-sync-scratch-AAAAAAAAAAAA.tmp";
+    Spit(dir.file(leftover), "plan records");
+    Spit(dir.file(".fileinfo-sync-scratch-AAAAAAAAAAA.tmp"), "one letter short");
+    Spit(dir.file(".fileinfo-sync-CCCCCCCCCCCC.tmp"), "a temporary file, the manifest's business");
+    Spit(dir.file("song.mp3"), "the user's");
+    fs::create_directory(dir.file(".fileinfo-sync-scratch-DDDDDDDDDDDD.tmp"));
+    fs::create_symlink(dir.file("song.mp3"), dir.file(".fileinfo-sync-scratch-EEEEEEEEEEEE.tmp"));
+    bool foreign = false;
+    if (geteuid() == 0) {
+        Spit(dir.file(".fileinfo-sync-scratch-FFFFFFFFFFFF.tmp"), "another user's");
+        foreign = chown(dir.file(".fileinfo-sync-scratch-FFFFFFFFFFFF.tmp").c_str(), 4321, 4321) == 0;
+    }
+    const int folder = open(dir.file("").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_GE(folder, 0);
+    EXPECT_EQ(fileinfo::sync::RemoveLeftoverScratch(folder), 1u);
+    close(folder);
+    EXPECT_FALSE(fs::exists(dir.file(leftover)));
+    EXPECT_TRUE(fs::exists(dir.file(".fileinfo-sync-scratch-AAAAAAAAAAA.tmp")));
+    EXPECT_TRUE(fs::exists(dir.file(".fileinfo-sync-CCCCCCCCCCCC.tmp")));
+    EXPECT_EQ(Slurp(dir.file("song.mp3")), "the user's");
+    EXPECT_TRUE(fs::is_directory(dir.file(".fileinfo-sync-scratch-DDDDDDDDDDDD.tmp")));
+    EXPECT_TRUE(fs::is_symlink(dir.file(".fileinfo-sync-scratch-EEEEEEEEEEEE.tmp")));
+    if (foreign) {
+        EXPECT_TRUE(fs::exists(dir.file(".fileinfo-sync-scratch-FFFFFFFFFFFF.tmp")));
+    }
+}
+
+TEST_F(SyncRun, ScratchNameLeftByAKilledRunIsRemovedByTheNextRunAndADryRunLeavesIt) {
+    const std::string leftover = Dev() + "/.fileinfo-sync-scratch-AAAAAAAAAAAA.tmp";
+    Spit(leftover, "plan records of a killed run");
+    SyncNow({Src()}, Dev(), false, false, true);
+    EXPECT_TRUE(fs::exists(leftover));
+    const auto out = SyncNow({Src()}, Dev());
+    ASSERT_EQ(out.status, fileinfo::sync::SyncStatus::kOk) << out.error;
+    EXPECT_FALSE(fs::exists(leftover));
+    EXPECT_EQ(out.run.tempFilesRemoved, 1u);
+    EXPECT_EQ(Disagreements(Dev()), "");
 }
