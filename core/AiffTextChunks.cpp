@@ -25,6 +25,9 @@ constexpr size_t kBlock = 1 << 20;
 // As many chunks as the reading looks at; a file of more is refused rather
 // than walked without end.
 constexpr unsigned kMaxChunks = 4096;
+// "FORM", its size and the form type.
+constexpr size_t kFormHeaderSize = 12;
+
 // The FORM's size is 32 bits.
 constexpr uint64_t kMaxFormSize = 0xFFFFFFFFull;
 
@@ -102,7 +105,7 @@ std::string ReadLayout(int fd, Layout& layout, int& error) {
         return "cannot read the copy's size";
     }
     layout.fileSize = static_cast<uint64_t>(st.st_size);
-    uint8_t head[12];
+    uint8_t head[kFormHeaderSize];
     if (layout.fileSize < sizeof head) return "the file is too short for an AIFF FORM";
     if ((error = ReadAt(fd, 0, head, sizeof head)) != 0) return "reading the copy failed";
     if (std::memcmp(head, "FORM", 4) != 0 ||
@@ -173,13 +176,15 @@ std::string TextChunk(const char* id, const std::string& text) {
 }
 
 // Where a new text chunk goes: after the last text chunk; without one,
-// before SSND; without SSND, at the end of the FORM.
+// before SSND; without SSND, after the last chunk. That is the FORM's end
+// but for a tail too short to be a chunk, which stays last: a chunk after
+// it would be read from the wrong place.
 uint64_t InsertionPoint(const Layout& layout) {
     for (auto it = layout.chunks.rbegin(); it != layout.chunks.rend(); ++it)
         if (IsTextChunk(it->id)) return it->end;
     for (const Chunk& chunk : layout.chunks)
         if (IdIs(chunk.id, "SSND")) return chunk.start;
-    return layout.formEnd;
+    return layout.chunks.empty() ? kFormHeaderSize : layout.chunks.back().end;
 }
 
 // The replacements that put the values of `edits` into the text chunks.

@@ -549,3 +549,18 @@ TEST(TagWriterAiffTextChunks, AFailedWriteIsReportedWithItsError) {
 }
 
 }  // namespace
+
+TEST(TagWriterAiffTextChunks, ANewChunkGoesBeforeATailTooShortToBeAChunkAndTheFileCanBeWrittenAgain) {
+    TempDir dir;
+    const std::string path = dir.file("t.aif");
+    AiffBuilder b;
+    b.comm(2, 16, 44100.0, 16).chunk("APPL", Bytes(4, 7)).raw(6, 9);
+    WriteFile(path, AsString(b.build()));
+    ASSERT_TRUE(WriteTexts(path, {"title=Name"}, true).written);
+    AiffBuilder e;
+    e.comm(2, 16, 44100.0, 16).chunk("APPL", Bytes(4, 7)).text("NAME", "Name").raw(6, 9);
+    const std::string written = ReadFile(path);
+    EXPECT_EQ(written, AsString(e.build()));
+    ASSERT_TRUE(WriteTexts(path, {"title=Name"}, true).written);
+    EXPECT_EQ(ReadFile(path), written);
+}
