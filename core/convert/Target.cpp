@@ -484,12 +484,25 @@ bool FindTarget(const Device& device, const media::Reading& reading, const std::
         why = "the file was not identified";
         return false;
     }
-    if (reading.HasVideo()) return PictureTargetFor(device.Text(), reading, target, why);
-    if (!reading.HasAudio()) {
+    bool found = false;
+    if (reading.HasVideo()) {
+        found = PictureTargetFor(device.Text(), reading, target, why);
+    } else if (!reading.HasAudio()) {
         why = "the file holds no sound";
         return false;
+    } else {
+        found = SoundTargetFor(device.Text(), reading, refusedBy, target, why);
     }
-    return SoundTargetFor(device.Text(), reading, refusedBy, target, why);
+    // A target is recorded as its text: one the text cannot hold (a picture
+    // wider than 16384, more than 8 channels, as a hostile file or list can
+    // ask) is none the converter makes.
+    Target recorded;
+    if (found && !Target::Parse(target.Text(), recorded)) {
+        why = "the file would become " + target.Words() + ", more than a conversion makes";
+        target = Target();
+        return false;
+    }
+    return found;
 }
 
 std::string Target::Text() const {

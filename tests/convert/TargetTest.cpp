@@ -212,6 +212,23 @@ TEST(Target, EstimateIsBitRateTimesDurationAndTheContainer) {
     EXPECT_EQ(t.EstimateBytes(2000), 48000u + 4096u + 480u);
 }
 
+TEST(Target, APictureLargerThanAConversionMakesHasNoTarget) {
+    // A list without size limits, and a file that claims to be 3 billion
+    // pixels wide: a target that size is no picture a conversion makes.
+    const Device device = Caps(
+        "<dict><key>VideoCodecs</key><dict><key>MPEG-4</key><dict><key>Profile-Level-ID</key><integer>3</integer>"
+        "</dict></dict></dict>");
+    const media::Reading r = Movie("H.264", 3217080770u, 3284452806u, 25);
+    const ReadingVerdict verdict = device.JudgeReading(r);
+    ASSERT_FALSE(verdict.playable);
+    Target target;
+    std::string why;
+    EXPECT_FALSE(FindTarget(device, r, verdict.refusedBy, target, why));
+    EXPECT_EQ(why.rfind("the file would become MPEG-4 Visual", 0), 0u) << why;
+    EXPECT_NE(why.find(", more than a conversion makes"), std::string::npos) << why;
+    EXPECT_EQ(target.Text(), Target().Text());
+}
+
 }  // namespace
 }  // namespace convert
 }  // namespace fileinfo
