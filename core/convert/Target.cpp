@@ -259,7 +259,10 @@ const H264Level* LevelOf(uint32_t level) {
     return nullptr;
 }
 
-uint32_t Macroblocks(uint32_t width, uint32_t height) { return ((width + 15) / 16) * ((height + 15) / 16); }
+// In 64 bits: a size near 2^32 must not wrap to no macroblocks at all.
+uint64_t Macroblocks(uint32_t width, uint32_t height) {
+    return ((uint64_t{width} + 15) / 16) * ((uint64_t{height} + 15) / 16);
+}
 
 uint32_t EvenDown(double value) {
     const uint32_t whole = value < 2 ? 2 : static_cast<uint32_t>(value);

@@ -229,6 +229,19 @@ TEST(Target, APictureLargerThanAConversionMakesHasNoTarget) {
     EXPECT_EQ(target.Text(), Target().Text());
 }
 
+TEST(Target, APictureNearlyTwoToThe32WideCountsItsMacroblocksWithoutWrapping) {
+    const Device device = Caps(
+        "<dict><key>VideoCodecs</key><dict><key>H.264</key><dict><key>Profile</key><string>B</string>"
+        "<key>Level</key><integer>30</integer></dict></dict></dict>");
+    const media::Reading r = Movie("MPEG-4 Visual", 4294967294u, 2, 25);
+    const ReadingVerdict verdict = device.JudgeReading(r);
+    ASSERT_FALSE(verdict.playable);
+    Target target;
+    std::string why;
+    EXPECT_FALSE(FindTarget(device, r, verdict.refusedBy, target, why));
+    EXPECT_EQ(why, "no picture size keeps the aspect ratio within the device's limits");
+}
+
 }  // namespace
 }  // namespace convert
 }  // namespace fileinfo
