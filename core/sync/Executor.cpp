@@ -159,6 +159,7 @@ struct InFlight {
     ManifestRow row;
     bool created = false;  // the temporary file exists
     bool written = false;
+    bool keepReplaced = false;  // the replaced file could not be removed
     int error = 0;
     std::string why;
 };
@@ -459,6 +460,24 @@ private:
                 return;
             }
         }
+        // The files that landed under another type's name than their old
+        // ones: the old ones go now, the new ones being on the device.
+        if (RemoveReplaced(flight)) {
+            const int error = SyncDevice(deviceFd_.get(), [&flight] {
+                for (const InFlight& f : flight) {
+                    if (f.written && fsync(f.folder.get()) != 0) return errno;
+                }
+                return 0;
+            });
+            if (error != 0) {
+                // The old files' rows stay, and the next run removes them.
+                DeviceFailure("sync: " + ErrorText(error));
+                for (const InFlight& f : flight) {
+                    if (f.written) Fail(f.index, "sync: " + ErrorText(error));
+                }
+                return;
+            }
+        }
         Commit([&](std::string& error) {
             for (InFlight& f : flight) {
                 const PlanEntry& e = f.entry;
@@ -466,6 +485,10 @@ private:
                     f.row.pending = false;
                     f.row.tempPath.clear();
                     if (!manifest_.Put(f.row, error)) return false;
+                    if (!e.replaces.empty() && !f.keepReplaced && !manifest_.Erase(e.replaces, error)) return false;
+                } else if (!e.replaces.empty()) {
+                    // Not replaced: the old file and its row stay as they were.
+                    if (!manifest_.Erase(e.devicePath, error)) return false;
                 } else if (e.hasRow && !e.row->pending) {
                     // Not replaced: the old copy is still there as it was.
                     if (!manifest_.Put(*e.row, error)) return false;
@@ -494,6 +517,34 @@ private:
             ++result_.done[static_cast<int>(e.action)];
             result_.results[f.index] = EntryResult::kDone;
         }
+    }
+
+    // Removes the old files of the written entries that replace one. The
+    // rows say the old files are there until the batch's last commit: a
+    // run stopped before it leaves two rows of one source, and the next
+    // run keeps the new file's and removes the old file. True when there
+    // was one to remove (the removals are synced, for the commit).
+    bool RemoveReplaced(std::vector<InFlight>& flight) {
+        bool any = false;
+        for (InFlight& f : flight) {
+            const PlanEntry& e = f.entry;
+            if (!f.written || e.replaces.empty() || !SafeDevicePath(e.replaces)) continue;
+            any = true;
+            struct stat st;
+            if (fstatat(deviceFd_.get(), e.replaces.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) continue;
+            const FileState device = FileState::Of(st);
+            // Changed on the device since sync wrote it: the user's now, so
+            // it stays, and only its row goes.
+            if (!S_ISREG(st.st_mode) || e.row == nullptr || e.row->pending || device.size != e.row->deviceSize ||
+                device.mtimeNs != e.row->deviceMtimeNs) {
+                continue;
+            }
+            const int error = RemoveDeviceFile(deviceFd_.get(), e.replaces);
+            // The new file is in place: an old one that could not go stays
+            // with its row, and the next run removes it.
+            if (error != 0) f.keepReplaced = true;
+        }
+        return any;
     }
 
     // Writes one file under its temporary name, with the source's time.
@@ -580,7 +631,8 @@ private:
         const FileState device = FileState::Of(st);
         f.row.deviceSize = device.size;
         f.row.deviceMtimeNs = device.mtimeNs;
-        const int error = Rename(f.folder.get(), f.tempName, NamePart(e.devicePath), e.hasRow);
+        // A replacement's name is new: never over a file sync did not put there.
+        const int error = Rename(f.folder.get(), f.tempName, NamePart(e.devicePath), e.hasRow && e.replaces.empty());
         if (error != 0) {
             unlinkat(f.folder.get(), f.tempName.c_str(), 0);
             f.created = false;

@@ -500,13 +500,15 @@ void ApplyDecision(PlanEntry& e, const Decision& d) {
     }
     e.bytes = d.bytes;
     // A file that now becomes another type than its device copy (a copy
-    // now converted, or the other way round) would keep the old name's
-    // extension: the old copy goes, and the next sync names the new file.
+    // now converted, or the other way round) cannot keep the old name's
+    // extension: the new file gets a name of its own (given with the new
+    // files' names), and replaces the old one once it is in place.
     const std::string becomes = LowerExtension(d.extension.empty() ? e.source : "file" + d.extension);
     if (e.hasRow && becomes != LowerExtension(e.row->devicePath)) {
-        e.action = Action::kRemove;
-        e.bytes = e.row->deviceSize;
-        e.reason = "becomes ." + becomes + ": the next sync puts it on the device";
+        e.action = Action::kUpdate;
+        e.replaces = e.row->devicePath;
+        e.replacedBytes = e.row->deviceSize;
+        e.reason = "becomes ." + becomes;
         return;
     }
     if (e.hasRow) {
@@ -729,6 +731,7 @@ private:
     std::unordered_set<std::string> seenSources_;  // only when sources overlap
     std::vector<int64_t> rowsTaken_;   // ids of the manifest rows files took
     std::vector<int64_t> skipsTaken_;  // ids of the recorded skips files took
+    std::vector<int64_t> replacedRows_;  // rows of sources another row of theirs took
     std::vector<size_t> playlists_;    // entries that are playlists
     bool claimed_ = false;
     std::string error_;
@@ -806,9 +809,13 @@ void Planner::Chunk(std::vector<Found>& found) {
 }
 
 // Each file's row: of the rows of its source, the first in device-path
-// order whose path is safe. The chunk's sources are found in one pass over
-// the source index between the least and the greatest of them: the walk
-// goes folder by folder in byte order, so that range holds few others.
+// order whose path is safe. A source has two rows only when a run that
+// replaced its file by one of another type stopped before it finished: the
+// new file's row is taken (judged against this list, or else pending), and
+// the old one is left over to be removed. The chunk's sources are found in
+// one pass over the source index between the least and the greatest of
+// them: the walk goes folder by folder in byte order, so that range holds
+// few others.
 void Planner::FindRows(const std::vector<Found>& found, std::vector<std::shared_ptr<ManifestRow>>& rows,
                        std::vector<int64_t>& ids) {
     std::vector<std::pair<std::string_view, size_t>> sources;
@@ -827,19 +834,24 @@ void Planner::FindRows(const std::vector<Found>& found, std::vector<std::shared_
         std::string(sources.front().first), std::string(sources.back().first),
         [&](const char* source, size_t size) {
             if (!find(std::string_view(source, size))) return false;
-            // Every file of this source that has no row yet (a source the
-            // walk found twice is one file, decided once).
-            for (size_t j = at; j < sources.size() && sources[j].first == std::string_view(source, size); ++j) {
-                if (!rows[sources[j].second]) return true;
-            }
-            return false;
+            return true;
         },
         [&](int64_t id, ManifestRow& row) {
             if (!SafeDevicePath(row.devicePath)) return;
+            const auto rank = [this](const ManifestRow& r) {
+                return (r.capsDigest == options_.capsDigest ? 2 : 0) + (r.pending ? 1 : 0);
+            };
             std::shared_ptr<ManifestRow> held;
+            // A source the walk found twice is one file, decided once.
             for (size_t j = at; j < sources.size() && sources[j].first == row.sourcePath; ++j) {
                 const size_t k = sources[j].second;
-                if (rows[k]) continue;
+                if (rows[k]) {
+                    if (rank(held ? *held : row) <= rank(*rows[k])) {
+                        replacedRows_.push_back(id);
+                        continue;
+                    }
+                    replacedRows_.push_back(ids[k]);
+                }
                 if (!held) held = std::make_shared<ManifestRow>(std::move(row));
                 rows[k] = held;
                 ids[k] = id;
@@ -938,12 +950,24 @@ void Planner::Decide(std::vector<PlanEntry>& entries, std::vector<std::string>& 
         e.loaded = true;
         e.reason.clear();
         ApplyDecision(e, decisions[index]);
-        if (e.action == Action::kUpdate && !changed.empty()) e.reason = changed;
+        if (e.action == Action::kUpdate && !changed.empty()) e.reason = e.replaces.empty() ? changed : changed + ", " + e.reason;
         extensions[index] = decisions[index].extension;
     }
 
     for (size_t index = 0; index < entries.size(); ++index) {
         PlanEntry& e = entries[index];
+        if (!e.replaces.empty()) {
+            ClaimRows();
+            e.devicePath = namer_.Assign(relatives[index], extensions[index]);
+            if (PathTooLong(e)) {
+                // The old file goes, as for any file the device no longer gets.
+                e.devicePath = e.replaces;
+                e.bytes = e.replacedBytes;
+                e.replaces.clear();
+                e.replacedBytes = 0;
+            }
+            continue;
+        }
         if (e.hasRow || e.skip != SkipKind::kNone) continue;
         if (!e.playlist && e.action != Action::kCopy && e.action != Action::kConvert) continue;
         ClaimRows();
@@ -1025,9 +1049,10 @@ void Planner::Playlists() {
 
 bool Planner::Leftovers(std::string& error) {
     std::sort(rowsTaken_.begin(), rowsTaken_.end());
+    std::sort(replacedRows_.begin(), replacedRows_.end());
     const bool rowsOk = manifest_.EachRow(
         [this](int64_t id) { return !std::binary_search(rowsTaken_.begin(), rowsTaken_.end(), id); },
-        [this](int64_t, ManifestRow& row) {
+        [this](int64_t id, ManifestRow& row) {
             if (!SafeDevicePath(row.devicePath)) return;
             PlanEntry e;
             e.source = row.sourcePath;
@@ -1040,7 +1065,13 @@ bool Planner::Leftovers(std::string& error) {
             e.rowHeld = std::move(held);
             struct stat st;
             const bool gone = lstat(e.source.c_str(), &st) != 0 && (errno == ENOENT || errno == ENOTDIR);
-            if (!gone) {
+            if (std::binary_search(replacedRows_.begin(), replacedRows_.end(), id) &&
+                !std::binary_search(rowsTaken_.begin(), rowsTaken_.end(), id)) {
+                // The old file of a replacement a stopped run did not finish.
+                e.action = Action::kRemove;
+                e.reason = "replaced by its source's new file";
+                e.bytes = DeviceIntact(deviceFd_, *e.row) ? e.row->deviceSize : 0;
+            } else if (!gone) {
                 e.action = Action::kKeep;
                 e.reason = "source not among this run's files";
             } else if (options_.keepRemoved) {
@@ -1088,6 +1119,8 @@ void Planner::Totals() {
         } else if (e.action == Action::kRemove) {
             t.freed += InBlocks(e.bytes, block);
         }
+        // A file replaced by one of another name: few, so read back.
+        if (e.Has(PlanEntries::kReplaces)) t.freed += InBlocks(plan_.entries[k].replacedBytes, block);
     }
     t.fits = t.needed <= t.available + t.freed;
     t.shortBy = t.fits ? 0 : t.needed - t.available - t.freed;
