@@ -335,8 +335,11 @@ private:
                 const bool present = fstatat(deviceFd_.get(), e.devicePath.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
                 const FileState device = present ? FileState::Of(st) : FileState();
                 // A file changed on the device since sync wrote it is the
-                // user's now: it stays, and only its row goes.
-                const bool ours = present && S_ISREG(st.st_mode) && !e.row->pending && device.size == e.row->deviceSize &&
+                // user's now: it stays, and only its row goes. A pending row
+                // without a temporary file that still records the file's
+                // state is one a stopped run was replacing.
+                const bool recorded = !e.row->pending || (e.row->tempPath.empty() && e.row->deviceMtimeNs != 0);
+                const bool ours = present && S_ISREG(st.st_mode) && recorded && device.size == e.row->deviceSize &&
                                   device.mtimeNs == e.row->deviceMtimeNs;
                 if (ours) {
                     const int error = RemoveDeviceFile(deviceFd_.get(), e.devicePath);
@@ -405,6 +408,14 @@ private:
         if (!Commit([&](std::string& error) {
                 for (const InFlight& f : flight) {
                     if (!manifest_.Put(f.row, error)) return false;
+                    // The file it replaces may go before the batch ends:
+                    // pending, its row may name a file that is gone.
+                    if (!f.entry.replaces.empty() && f.entry.row != nullptr) {
+                        ManifestRow old = *f.entry.row;
+                        old.pending = true;
+                        old.tempPath.clear();
+                        if (!manifest_.Put(old, error)) return false;
+                    }
                 }
                 return true;
             })) {
@@ -485,10 +496,12 @@ private:
                     f.row.pending = false;
                     f.row.tempPath.clear();
                     if (!manifest_.Put(f.row, error)) return false;
+                    if (!e.replaces.empty() && f.keepReplaced && !manifest_.Put(*e.row, error)) return false;
                     if (!e.replaces.empty() && !f.keepReplaced && !manifest_.Erase(e.replaces, error)) return false;
                 } else if (!e.replaces.empty()) {
                     // Not replaced: the old file and its row stay as they were.
                     if (!manifest_.Erase(e.devicePath, error)) return false;
+                    if (e.row != nullptr && !manifest_.Put(*e.row, error)) return false;
                 } else if (e.hasRow && !e.row->pending) {
                     // Not replaced: the old copy is still there as it was.
                     if (!manifest_.Put(*e.row, error)) return false;
