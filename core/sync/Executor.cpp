@@ -309,6 +309,13 @@ private:
         });
     }
 
+    // A replacement whose new file has no row yet: the entry's row is the
+    // old file's (otherwise a stopped run had begun it, and the row is the
+    // new file's).
+    static bool FreshName(const PlanEntry& e) {
+        return !e.replaces.empty() && e.row != nullptr && e.row->devicePath == e.replaces;
+    }
+
     ManifestRow RowFor(const PlanEntry& e) const {
         ManifestRow row;
         row.devicePath = e.devicePath;
@@ -410,7 +417,7 @@ private:
                     if (!manifest_.Put(f.row, error)) return false;
                     // The file it replaces may go before the batch ends:
                     // pending, its row may name a file that is gone.
-                    if (!f.entry.replaces.empty() && f.entry.row != nullptr) {
+                    if (FreshName(f.entry)) {
                         ManifestRow old = *f.entry.row;
                         old.pending = true;
                         old.tempPath.clear();
@@ -496,9 +503,9 @@ private:
                     f.row.pending = false;
                     f.row.tempPath.clear();
                     if (!manifest_.Put(f.row, error)) return false;
-                    if (!e.replaces.empty() && f.keepReplaced && !manifest_.Put(*e.row, error)) return false;
+                    if (FreshName(e) && f.keepReplaced && !manifest_.Put(*e.row, error)) return false;
                     if (!e.replaces.empty() && !f.keepReplaced && !manifest_.Erase(e.replaces, error)) return false;
-                } else if (!e.replaces.empty()) {
+                } else if (FreshName(e)) {
                     // Not replaced: the old file and its row stay as they were.
                     if (!manifest_.Erase(e.devicePath, error)) return false;
                     if (e.row != nullptr && !manifest_.Put(*e.row, error)) return false;
@@ -548,10 +555,7 @@ private:
             const FileState device = FileState::Of(st);
             // Changed on the device since sync wrote it: the user's now, so
             // it stays, and only its row goes.
-            if (!S_ISREG(st.st_mode) || e.row == nullptr || e.row->pending || device.size != e.row->deviceSize ||
-                device.mtimeNs != e.row->deviceMtimeNs) {
-                continue;
-            }
+            if (!S_ISREG(st.st_mode) || device.size != e.replacedBytes || device.mtimeNs != e.replacedMtimeNs) continue;
             const int error = RemoveDeviceFile(deviceFd_.get(), e.replaces);
             // The new file is in place: an old one that could not go stays
             // with its row, and the next run removes it.
@@ -644,8 +648,10 @@ private:
         const FileState device = FileState::Of(st);
         f.row.deviceSize = device.size;
         f.row.deviceMtimeNs = device.mtimeNs;
-        // A replacement's name is new: never over a file sync did not put there.
-        const int error = Rename(f.folder.get(), f.tempName, NamePart(e.devicePath), e.hasRow && e.replaces.empty());
+        // Over the file of its own row only: a replacement's new name is
+        // never put over a file sync did not put there.
+        const int error = Rename(f.folder.get(), f.tempName, NamePart(e.devicePath),
+                                 e.hasRow && e.row != nullptr && e.row->devicePath == e.devicePath);
         if (error != 0) {
             unlinkat(f.folder.get(), f.tempName.c_str(), 0);
             f.created = false;

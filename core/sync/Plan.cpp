@@ -508,6 +508,7 @@ void ApplyDecision(PlanEntry& e, const Decision& d) {
         e.action = Action::kUpdate;
         e.replaces = e.row->devicePath;
         e.replacedBytes = e.row->deviceSize;
+        e.replacedMtimeNs = e.row->deviceMtimeNs;
         e.reason = "becomes ." + becomes;
         return;
     }
@@ -732,6 +733,8 @@ private:
     std::vector<int64_t> rowsTaken_;   // ids of the manifest rows files took
     std::vector<int64_t> skipsTaken_;  // ids of the recorded skips files took
     std::vector<int64_t> replacedRows_;  // rows of sources another row of theirs took
+    // The chunk's files' rows passed over for another of their source's.
+    std::vector<std::pair<std::shared_ptr<ManifestRow>, int64_t>> replacedOf_;
     std::vector<size_t> playlists_;    // entries that are playlists
     bool claimed_ = false;
     std::string error_;
@@ -754,6 +757,7 @@ void Planner::Chunk(std::vector<Found>& found) {
     // device file its row names.
     std::vector<std::shared_ptr<ManifestRow>> rows(found.size());
     std::vector<int64_t> ids(found.size(), 0);
+    replacedOf_.assign(found.size(), {});
     FindRows(found, rows, ids);
     std::vector<char> intact(found.size(), 0);
     ParallelFor(found.size(), options_.jobs, [&](size_t k) {
@@ -845,14 +849,16 @@ void Planner::FindRows(const std::vector<Found>& found, std::vector<std::shared_
             // A source the walk found twice is one file, decided once.
             for (size_t j = at; j < sources.size() && sources[j].first == row.sourcePath; ++j) {
                 const size_t k = sources[j].second;
+                if (!held) held = std::make_shared<ManifestRow>(std::move(row));
                 if (rows[k]) {
-                    if (rank(held ? *held : row) <= rank(*rows[k])) {
+                    if (rank(*held) <= rank(*rows[k])) {
                         replacedRows_.push_back(id);
+                        replacedOf_[k] = {held, id};
                         continue;
                     }
                     replacedRows_.push_back(ids[k]);
+                    replacedOf_[k] = {rows[k], ids[k]};
                 }
-                if (!held) held = std::make_shared<ManifestRow>(std::move(row));
                 rows[k] = held;
                 ids[k] = id;
             }
@@ -954,9 +960,25 @@ void Planner::Decide(std::vector<PlanEntry>& entries, std::vector<std::string>& 
         extensions[index] = decisions[index].extension;
     }
 
+    // A replacement a stopped run began: the new file's row was taken, and
+    // the old file goes once the new one is written again, as it would
+    // have. A new file that is kept leaves the old one to the leftovers.
     for (size_t index = 0; index < entries.size(); ++index) {
         PlanEntry& e = entries[index];
-        if (!e.replaces.empty()) {
+        const auto& old = replacedOf_[index];
+        if (!old.first || !e.hasRow || !e.replaces.empty() || e.skip != SkipKind::kNone) continue;
+        if (e.action != Action::kCopy && e.action != Action::kConvert && e.action != Action::kUpdate) continue;
+        if (old.first->devicePath == e.devicePath) continue;
+        e.action = Action::kUpdate;
+        e.replaces = old.first->devicePath;
+        e.replacedBytes = old.first->deviceSize;
+        e.replacedMtimeNs = old.first->deviceMtimeNs;
+        rowsTaken_.push_back(old.second);
+    }
+
+    for (size_t index = 0; index < entries.size(); ++index) {
+        PlanEntry& e = entries[index];
+        if (!e.replaces.empty() && e.devicePath == e.replaces) {
             ClaimRows();
             e.devicePath = namer_.Assign(relatives[index], extensions[index]);
             if (PathTooLong(e)) {
@@ -965,9 +987,11 @@ void Planner::Decide(std::vector<PlanEntry>& entries, std::vector<std::string>& 
                 e.bytes = e.replacedBytes;
                 e.replaces.clear();
                 e.replacedBytes = 0;
+                e.replacedMtimeNs = 0;
             }
             continue;
         }
+        if (!e.replaces.empty()) continue;
         if (e.hasRow || e.skip != SkipKind::kNone) continue;
         if (!e.playlist && e.action != Action::kCopy && e.action != Action::kConvert) continue;
         ClaimRows();

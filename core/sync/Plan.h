@@ -105,10 +105,12 @@ struct PlanEntry {
     std::string devicePath;  // below the device folder; empty when it gets none
     // An update whose file becomes another type (a copy now converted, or
     // the other way round): the device file it replaces, under the old
-    // type's name, removed once the new one is in place, and what that
-    // frees. devicePath is then the new file's, named like a new file.
+    // type's name, removed once the new one is in place. devicePath is then
+    // the new file's, named like a new file; row is the old file's, or the
+    // new file's when a stopped run had begun the replacement.
     std::string replaces;
-    uint64_t replacedBytes = 0;
+    uint64_t replacedBytes = 0;   // its size, as recorded
+    int64_t replacedMtimeNs = 0;  // its time, as recorded: changed by hand, it stays
     std::string reason;
     std::string refusedBy;
     uint64_t bytes = 0;      // to write; for a remove, what it frees

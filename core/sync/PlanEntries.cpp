@@ -23,7 +23,7 @@ namespace {
 
 // A field added to PlanEntry or ManifestRow must be added to its record
 // below (Put and Get), or it is lost when the entry is read back.
-static_assert(sizeof(void*) != 8 || sizeof(PlanEntry) == 384, "write the new PlanEntry field in its record");
+static_assert(sizeof(void*) != 8 || sizeof(PlanEntry) == 392, "write the new PlanEntry field in its record");
 static_assert(sizeof(void*) != 8 || sizeof(ManifestRow) == 256, "write the new ManifestRow field in its record");
 
 constexpr size_t kWindow = 1 << 16;
@@ -120,6 +120,7 @@ void PutEntry(const PlanEntry& e, std::string& out) {
     w.Text(e.devicePath);
     w.Text(e.replaces);
     w.Number(e.replacedBytes);
+    w.Number(e.replacedMtimeNs);
     w.Text(e.reason);
     w.Text(e.refusedBy);
     w.Text(e.target);
@@ -168,6 +169,7 @@ bool GetEntry(const char* at, size_t size, PlanEntry& e) {
     r.Text(e.devicePath);
     r.Text(e.replaces);
     r.Number(e.replacedBytes);
+    r.Number(e.replacedMtimeNs);
     r.Text(e.reason);
     r.Text(e.refusedBy);
     r.Text(e.target);
