@@ -345,8 +345,7 @@ private:
                 // user's now: it stays, and only its row goes. A pending row
                 // without a temporary file that still records the file's
                 // state is one a stopped run was replacing.
-                const bool recorded = !e.row->pending || (e.row->tempPath.empty() && e.row->deviceMtimeNs != 0);
-                const bool ours = present && S_ISREG(st.st_mode) && recorded && device.size == e.row->deviceSize &&
+                const bool ours = present && S_ISREG(st.st_mode) && RecordsItsFile(*e.row) && device.size == e.row->deviceSize &&
                                   device.mtimeNs == e.row->deviceMtimeNs;
                 if (ours) {
                     const int error = RemoveDeviceFile(deviceFd_.get(), e.devicePath);

@@ -706,6 +706,20 @@ private:
     void Decide(std::vector<PlanEntry>& entries, std::vector<std::string>& relatives, const std::vector<char>& intactFiles);
     bool PathTooLong(PlanEntry& e) const;
 
+    // A pending copy of a stopped run that landed whole is known by its
+    // bytes: its row then records the file, which sync may remove.
+    void KnowLandedCopy(ManifestRow& row) const {
+        struct stat st;
+        if (!row.pending || RecordsItsFile(row) || !row.target.empty() || row.action == "playlist") return;
+        if (fstatat(deviceFd_, row.devicePath.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(st.st_mode)) return;
+        if (!SameBytes(deviceFd_, row.devicePath, row.sourcePath)) return;
+        const FileState device = FileState::Of(st);
+        row.pending = false;
+        row.tempPath.clear();
+        row.deviceSize = device.size;
+        row.deviceMtimeNs = device.mtimeNs;
+    }
+
     void ClaimRows() {
         if (claimed_) return;
         claimed_ = true;
@@ -774,7 +788,7 @@ void Planner::Chunk(std::vector<Found>& found) {
             }
         }
         // Whether the recorded device file is intact.
-        if (rows[k] && !rows[k]->pending) intact[k] = DeviceIntact(deviceFd_, *rows[k]);
+        if (rows[k] && RecordsItsFile(*rows[k])) intact[k] = DeviceIntact(deviceFd_, *rows[k]);
     });
     std::vector<PlanEntry> entries(found.size());
     std::vector<std::string> relatives(found.size());
@@ -918,6 +932,7 @@ void Planner::Decide(std::vector<PlanEntry>& entries, std::vector<std::string>& 
             e.action = Action::kKeep;
             e.target = row.target;
             e.libraryPlayable = true;
+            e.refreshRow = row.pending;  // a replacement a stopped run began: done after all
             continue;
         }
         if (row.pending && sameSource && row.target.empty()) {
@@ -969,6 +984,7 @@ void Planner::Decide(std::vector<PlanEntry>& entries, std::vector<std::string>& 
         if (!old.first || !e.hasRow || !e.replaces.empty() || e.skip != SkipKind::kNone) continue;
         if (e.action != Action::kCopy && e.action != Action::kConvert && e.action != Action::kUpdate) continue;
         if (old.first->devicePath == e.devicePath) continue;
+        KnowLandedCopy(*old.first);
         e.action = Action::kUpdate;
         e.replaces = old.first->devicePath;
         e.replacedBytes = old.first->deviceSize;
@@ -1086,14 +1102,17 @@ bool Planner::Leftovers(std::string& error) {
             e.playlist = row.action == "playlist";
             auto held = std::make_shared<ManifestRow>(std::move(row));
             e.row = held.get();
-            e.rowHeld = std::move(held);
             struct stat st;
             const bool gone = lstat(e.source.c_str(), &st) != 0 && (errno == ENOENT || errno == ENOTDIR);
             if (std::binary_search(replacedRows_.begin(), replacedRows_.end(), id) &&
                 !std::binary_search(rowsTaken_.begin(), rowsTaken_.end(), id)) {
-                // The old file of a replacement a stopped run did not finish.
+                // A file of a replacement a stopped run did not finish, the
+                // source's other row taken: the old file, or a new one this
+                // run's list no longer wants. A new copy whose landing was
+                // not recorded is known by its bytes.
                 e.action = Action::kRemove;
-                e.reason = "replaced by its source's new file";
+                e.reason = "a stopped replacement's other file of its source";
+                KnowLandedCopy(*held);
                 e.bytes = DeviceIntact(deviceFd_, *e.row) ? e.row->deviceSize : 0;
             } else if (!gone) {
                 e.action = Action::kKeep;
@@ -1106,6 +1125,7 @@ bool Planner::Leftovers(std::string& error) {
                 e.reason = "source gone";
                 e.bytes = DeviceIntact(deviceFd_, *e.row) ? e.row->deviceSize : 0;
             }
+            e.rowHeld = std::move(held);
             plan_.entries.push_back(e);
         },
         error);

@@ -163,6 +163,46 @@ TEST_F(SyncFault, KilledAtManyMomentsOfReplacingFilesByAnotherTypeLosesNoneAndTh
     std::cout << "killed " << killed << " replacing runs, at every " << step << ". of " << calls << " calls\n";
 }
 
+TEST_F(SyncFault, ReplacementKilledAtManyMomentsAndThenUndoneByTheNextRunLeavesTheOldFilesOnly) {
+    // Converted .m4a files are being replaced by copies when the run is
+    // killed; the next run's list wants the .m4a files again.
+    const std::vector<std::string> becomes{"--becomes", ".m4a"};
+    std::set<std::string> converted;
+    for (const std::string& f : files_) {
+        const bool mp3 = f.size() > 4 && f.compare(f.size() - 4, 4, ".mp3") == 0;
+        converted.insert(mp3 ? f.substr(0, f.size() - 4) + ".m4a" : f);
+    }
+    TempDir counted;
+    ASSERT_EQ(Driver(counted.path().string(), {}, becomes).exitCode, 0);
+    const std::string countsFile = work_.file("undo-counts.txt");
+    ASSERT_EQ(Driver(counted.path().string(), {"FILEINFO_FAULT_COUNTS=" + countsFile}).exitCode, 0);
+    ASSERT_EQ(DeviceFiles(counted.path().string()), std::set<std::string>(files_.begin(), files_.end()));
+    std::istringstream counts(Slurp(countsFile));
+    std::string kind;
+    long calls = 0;
+    for (long n; counts >> kind >> n;) calls += n;
+    ASSERT_GT(calls, 20);
+    const long step = std::max(1L, calls / 20);
+    for (long at = 1; at <= calls; at += step) {
+        TempDir device;
+        const std::string dir = device.path().string();
+        const std::string what = "killed at call " + std::to_string(at) + " of " + std::to_string(calls);
+        ASSERT_EQ(Driver(dir, {}, becomes).exitCode, 0);
+        const ChildResult run = Driver(dir, {"FILEINFO_FAULT_KILL_AT=" + std::to_string(at)});
+        ASSERT_EQ(run.exitCode, 128 + SIGKILL) << what;
+        EXPECT_EQ(Disagreements(dir), "") << what;
+        const ChildResult next = Driver(dir, {}, becomes);
+        EXPECT_EQ(next.exitCode, 0) << what << "\n" << next.out << next.err;
+        EXPECT_EQ(Disagreements(dir), "") << what;
+        EXPECT_TRUE(TempFiles(dir).empty()) << what;
+        EXPECT_EQ(DeviceFiles(dir), converted) << what;
+        EXPECT_EQ(Rows(dir).size(), files_.size()) << what;
+        const auto again = nlohmann::json::parse(Driver(dir, {}, becomes).out);
+        EXPECT_EQ(again["keep"], files_.size()) << what;
+        EXPECT_EQ(again["loads"], 0) << what;
+    }
+}
+
 TEST_F(SyncFault, FailingWriteFsyncOrRenameLeavesAConsistentDevice) {
     for (const char* call : {"write", "fsync", "rename"}) {
         for (const int at : {1, 2, 5, 9}) {
