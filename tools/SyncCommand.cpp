@@ -72,6 +72,10 @@ nlohmann::json EntryJson(const PlanEntry& e) {
     line["devicePath"] = e.devicePath.empty() ? nlohmann::json() : nlohmann::json(e.devicePath);
     line["reason"] = e.reason;
     line["bytes"] = e.bytes;
+    if (!e.replaces.empty()) {
+        line["replaces"] = e.replaces;
+        line["replacedBytes"] = e.replacedBytes;
+    }
     if (!e.refusedBy.empty()) line["refusedBy"] = e.refusedBy;
     if (e.loaded) {
         line["libraryPlayable"] = e.libraryPlayable;
@@ -127,6 +131,7 @@ void PrintPlanTable(const Plan& plan, const std::string& converterMissing) {
         bytes.resize(10, ' ');
         line += bytes + (e.devicePath.empty() ? e.source : e.devicePath);
         if (!e.reason.empty()) line += "  (" + e.reason + ")";
+        if (!e.replaces.empty()) line += "  (replaces " + e.replaces + ")";
         fileinfo::convert::Target target;
         if (!e.playlist && fileinfo::convert::Target::Parse(e.target, target)) {
             // A type the list does not name refuses with no key.

@@ -161,6 +161,7 @@ struct InFlight {
     ManifestRow row;
     bool created = false;  // the temporary file exists
     bool written = false;
+    bool keepReplaced = false;  // the replaced file could not be removed
     int error = 0;
     std::string why;
 };
@@ -311,6 +312,13 @@ private:
         });
     }
 
+    // A replacement whose new file has no row yet: the entry's row is the
+    // old file's (otherwise a stopped run had begun it, and the row is the
+    // new file's).
+    static bool FreshName(const PlanEntry& e) {
+        return !e.replaces.empty() && e.row != nullptr && e.row->devicePath == e.replaces;
+    }
+
     ManifestRow RowFor(const PlanEntry& e) const {
         ManifestRow row;
         row.devicePath = e.devicePath;
@@ -337,8 +345,10 @@ private:
                 const bool present = fstatat(deviceFd_.get(), e.devicePath.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
                 const FileState device = present ? FileState::Of(st) : FileState();
                 // A file changed on the device since sync wrote it is the
-                // user's now: it stays, and only its row goes.
-                const bool ours = present && S_ISREG(st.st_mode) && !e.row->pending && device.size == e.row->deviceSize &&
+                // user's now: it stays, and only its row goes. A pending row
+                // without a temporary file that still records the file's
+                // state is one a stopped run was replacing.
+                const bool ours = present && S_ISREG(st.st_mode) && RecordsItsFile(*e.row) && device.size == e.row->deviceSize &&
                                   device.mtimeNs == e.row->deviceMtimeNs;
                 if (ours) {
                     const int error = RemoveDeviceFile(deviceFd_.get(), e.devicePath);
@@ -407,6 +417,14 @@ private:
         if (!Commit([&](std::string& error) {
                 for (const InFlight& f : flight) {
                     if (!manifest_.Put(f.row, error)) return false;
+                    // The file it replaces may go before the batch ends:
+                    // pending, its row may name a file that is gone.
+                    if (FreshName(f.entry)) {
+                        ManifestRow old = *f.entry.row;
+                        old.pending = true;
+                        old.tempPath.clear();
+                        if (!manifest_.Put(old, error)) return false;
+                    }
                 }
                 return true;
             })) {
@@ -462,6 +480,24 @@ private:
                 return;
             }
         }
+        // The files that landed under another type's name than their old
+        // ones: the old ones go now, the new ones being on the device.
+        if (RemoveReplaced(flight)) {
+            const int error = SyncDevice(deviceFd_.get(), [&flight] {
+                for (const InFlight& f : flight) {
+                    if (f.written && fsync(f.folder.get()) != 0) return errno;
+                }
+                return 0;
+            });
+            if (error != 0) {
+                // The old files' rows stay, and the next run removes them.
+                DeviceFailure("sync: " + ErrorText(error));
+                for (const InFlight& f : flight) {
+                    if (f.written) Fail(f.index, "sync: " + ErrorText(error));
+                }
+                return;
+            }
+        }
         Commit([&](std::string& error) {
             for (InFlight& f : flight) {
                 const PlanEntry& e = f.entry;
@@ -469,6 +505,12 @@ private:
                     f.row.pending = false;
                     f.row.tempPath.clear();
                     if (!manifest_.Put(f.row, error)) return false;
+                    if (FreshName(e) && f.keepReplaced && !manifest_.Put(*e.row, error)) return false;
+                    if (!e.replaces.empty() && !f.keepReplaced && !manifest_.Erase(e.replaces, error)) return false;
+                } else if (FreshName(e)) {
+                    // Not replaced: the old file and its row stay as they were.
+                    if (!manifest_.Erase(e.devicePath, error)) return false;
+                    if (e.row != nullptr && !manifest_.Put(*e.row, error)) return false;
                 } else if (e.hasRow && !e.row->pending) {
                     // Not replaced: the old copy is still there as it was.
                     if (!manifest_.Put(*e.row, error)) return false;
@@ -497,6 +539,31 @@ private:
             ++result_.done[static_cast<int>(e.action)];
             result_.results[f.index] = EntryResult::kDone;
         }
+    }
+
+    // Removes the old files of the written entries that replace one. The
+    // rows say the old files are there until the batch's last commit: a
+    // run stopped before it leaves two rows of one source, and the next
+    // run keeps the new file's and removes the old file. True when there
+    // was one to remove (the removals are synced, for the commit).
+    bool RemoveReplaced(std::vector<InFlight>& flight) {
+        bool any = false;
+        for (InFlight& f : flight) {
+            const PlanEntry& e = f.entry;
+            if (!f.written || e.replaces.empty() || !SafeDevicePath(e.replaces)) continue;
+            any = true;
+            struct stat st;
+            if (fstatat(deviceFd_.get(), e.replaces.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) continue;
+            const FileState device = FileState::Of(st);
+            // Changed on the device since sync wrote it: the user's now, so
+            // it stays, and only its row goes.
+            if (!S_ISREG(st.st_mode) || device.size != e.replacedBytes || device.mtimeNs != e.replacedMtimeNs) continue;
+            const int error = RemoveDeviceFile(deviceFd_.get(), e.replaces);
+            // The new file is in place: an old one that could not go stays
+            // with its row, and the next run removes it.
+            if (error != 0) f.keepReplaced = true;
+        }
+        return any;
     }
 
     // Writes one file under its temporary name, with the source's time.
@@ -583,7 +650,10 @@ private:
         const FileState device = FileState::Of(st);
         f.row.deviceSize = device.size;
         f.row.deviceMtimeNs = device.mtimeNs;
-        const int error = Rename(f.folder.get(), f.tempName, NamePart(e.devicePath), e.hasRow);
+        // Over the file of its own row only: a replacement's new name is
+        // never put over a file sync did not put there.
+        const int error = Rename(f.folder.get(), f.tempName, NamePart(e.devicePath),
+                                 e.hasRow && e.row != nullptr && e.row->devicePath == e.devicePath);
         if (error != 0) {
             unlinkat(f.folder.get(), f.tempName.c_str(), 0);
             f.created = false;

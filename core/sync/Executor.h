@@ -10,6 +10,13 @@
 // committed as done. A run stopped anywhere leaves pending rows: the next
 // run removes their temporary files, and finds by comparing bytes which
 // renamed copies were complete. Removals come first, to make room.
+//
+// An update that replaces a file of another name (its type changed) writes
+// the new file like any other; the old file's row is marked pending in the
+// batch's first commit, the old file is removed once the new one is in
+// place and synced, and its row goes in the batch's last commit. A run
+// stopped in between leaves both rows of the source: the next one finishes
+// the replacement (see Plan).
 #ifndef FILEINFO_CORE_SYNC_EXECUTOR_H
 #define FILEINFO_CORE_SYNC_EXECUTOR_H
 

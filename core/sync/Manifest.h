@@ -59,6 +59,13 @@ struct ManifestRow {
     std::string tempPath;
 };
 
+// Whether a row's device size and time are those of its file as sync wrote
+// it: a done row, or a pending one without a temporary file that keeps
+// them (a file being replaced by one of another name: see Executor).
+inline bool RecordsItsFile(const ManifestRow& row) {
+    return !row.pending || (row.tempPath.empty() && row.deviceMtimeNs != 0);
+}
+
 // A source that was loaded, judged and skipped: judged again only when it
 // or the capability list changes, so a re-sync loads none of them either.
 struct SkipRow {

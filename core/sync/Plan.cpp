@@ -500,13 +500,16 @@ void ApplyDecision(PlanEntry& e, const Decision& d) {
     }
     e.bytes = d.bytes;
     // A file that now becomes another type than its device copy (a copy
-    // now converted, or the other way round) would keep the old name's
-    // extension: the old copy goes, and the next sync names the new file.
+    // now converted, or the other way round) cannot keep the old name's
+    // extension: the new file gets a name of its own (given with the new
+    // files' names), and replaces the old one once it is in place.
     const std::string becomes = LowerExtension(d.extension.empty() ? e.source : "file" + d.extension);
     if (e.hasRow && becomes != LowerExtension(e.row->devicePath)) {
-        e.action = Action::kRemove;
-        e.bytes = e.row->deviceSize;
-        e.reason = "becomes ." + becomes + ": the next sync puts it on the device";
+        e.action = Action::kUpdate;
+        e.replaces = e.row->devicePath;
+        e.replacedBytes = e.row->deviceSize;
+        e.replacedMtimeNs = e.row->deviceMtimeNs;
+        e.reason = "becomes ." + becomes;
         return;
     }
     if (e.hasRow) {
@@ -703,6 +706,20 @@ private:
     void Decide(std::vector<PlanEntry>& entries, std::vector<std::string>& relatives, const std::vector<char>& intactFiles);
     bool PathTooLong(PlanEntry& e) const;
 
+    // A pending copy of a stopped run that landed whole is known by its
+    // bytes: its row then records the file, which sync may remove.
+    void KnowLandedCopy(ManifestRow& row) const {
+        struct stat st;
+        if (!row.pending || RecordsItsFile(row) || !row.target.empty() || row.action == "playlist") return;
+        if (fstatat(deviceFd_, row.devicePath.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(st.st_mode)) return;
+        if (!SameBytes(deviceFd_, row.devicePath, row.sourcePath)) return;
+        const FileState device = FileState::Of(st);
+        row.pending = false;
+        row.tempPath.clear();
+        row.deviceSize = device.size;
+        row.deviceMtimeNs = device.mtimeNs;
+    }
+
     void ClaimRows() {
         if (claimed_) return;
         claimed_ = true;
@@ -729,6 +746,9 @@ private:
     std::unordered_set<std::string> seenSources_;  // only when sources overlap
     std::vector<int64_t> rowsTaken_;   // ids of the manifest rows files took
     std::vector<int64_t> skipsTaken_;  // ids of the recorded skips files took
+    std::vector<int64_t> replacedRows_;  // rows of sources another row of theirs took
+    // The chunk's files' rows passed over for another of their source's.
+    std::vector<std::pair<std::shared_ptr<ManifestRow>, int64_t>> replacedOf_;
     std::vector<size_t> playlists_;    // entries that are playlists
     bool claimed_ = false;
     std::string error_;
@@ -751,6 +771,7 @@ void Planner::Chunk(std::vector<Found>& found) {
     // device file its row names.
     std::vector<std::shared_ptr<ManifestRow>> rows(found.size());
     std::vector<int64_t> ids(found.size(), 0);
+    replacedOf_.assign(found.size(), {});
     FindRows(found, rows, ids);
     std::vector<char> intact(found.size(), 0);
     ParallelFor(found.size(), options_.jobs, [&](size_t k) {
@@ -767,7 +788,7 @@ void Planner::Chunk(std::vector<Found>& found) {
             }
         }
         // Whether the recorded device file is intact.
-        if (rows[k] && !rows[k]->pending) intact[k] = DeviceIntact(deviceFd_, *rows[k]);
+        if (rows[k] && RecordsItsFile(*rows[k])) intact[k] = DeviceIntact(deviceFd_, *rows[k]);
     });
     std::vector<PlanEntry> entries(found.size());
     std::vector<std::string> relatives(found.size());
@@ -806,9 +827,13 @@ void Planner::Chunk(std::vector<Found>& found) {
 }
 
 // Each file's row: of the rows of its source, the first in device-path
-// order whose path is safe. The chunk's sources are found in one pass over
-// the source index between the least and the greatest of them: the walk
-// goes folder by folder in byte order, so that range holds few others.
+// order whose path is safe. A source has two rows only when a run that
+// replaced its file by one of another type stopped before it finished: the
+// new file's row is taken (judged against this list, or else pending), and
+// the old one is left over to be removed. The chunk's sources are found in
+// one pass over the source index between the least and the greatest of
+// them: the walk goes folder by folder in byte order, so that range holds
+// few others.
 void Planner::FindRows(const std::vector<Found>& found, std::vector<std::shared_ptr<ManifestRow>>& rows,
                        std::vector<int64_t>& ids) {
     std::vector<std::pair<std::string_view, size_t>> sources;
@@ -827,20 +852,27 @@ void Planner::FindRows(const std::vector<Found>& found, std::vector<std::shared_
         std::string(sources.front().first), std::string(sources.back().first),
         [&](const char* source, size_t size) {
             if (!find(std::string_view(source, size))) return false;
-            // Every file of this source that has no row yet (a source the
-            // walk found twice is one file, decided once).
-            for (size_t j = at; j < sources.size() && sources[j].first == std::string_view(source, size); ++j) {
-                if (!rows[sources[j].second]) return true;
-            }
-            return false;
+            return true;
         },
         [&](int64_t id, ManifestRow& row) {
             if (!SafeDevicePath(row.devicePath)) return;
+            const auto rank = [this](const ManifestRow& r) {
+                return (r.capsDigest == options_.capsDigest ? 2 : 0) + (r.pending ? 1 : 0);
+            };
             std::shared_ptr<ManifestRow> held;
+            // A source the walk found twice is one file, decided once.
             for (size_t j = at; j < sources.size() && sources[j].first == row.sourcePath; ++j) {
                 const size_t k = sources[j].second;
-                if (rows[k]) continue;
                 if (!held) held = std::make_shared<ManifestRow>(std::move(row));
+                if (rows[k]) {
+                    if (rank(*held) <= rank(*rows[k])) {
+                        replacedRows_.push_back(id);
+                        replacedOf_[k] = {held, id};
+                        continue;
+                    }
+                    replacedRows_.push_back(ids[k]);
+                    replacedOf_[k] = {rows[k], ids[k]};
+                }
                 rows[k] = held;
                 ids[k] = id;
             }
@@ -900,6 +932,7 @@ void Planner::Decide(std::vector<PlanEntry>& entries, std::vector<std::string>& 
             e.action = Action::kKeep;
             e.target = row.target;
             e.libraryPlayable = true;
+            e.refreshRow = row.pending;  // a replacement a stopped run began: done after all
             continue;
         }
         if (row.pending && sameSource && row.target.empty()) {
@@ -938,12 +971,43 @@ void Planner::Decide(std::vector<PlanEntry>& entries, std::vector<std::string>& 
         e.loaded = true;
         e.reason.clear();
         ApplyDecision(e, decisions[index]);
-        if (e.action == Action::kUpdate && !changed.empty()) e.reason = changed;
+        if (e.action == Action::kUpdate && !changed.empty()) e.reason = e.replaces.empty() ? changed : changed + ", " + e.reason;
         extensions[index] = decisions[index].extension;
+    }
+
+    // A replacement a stopped run began: the new file's row was taken, and
+    // the old file goes once the new one is written again, as it would
+    // have. A new file that is kept leaves the old one to the leftovers.
+    for (size_t index = 0; index < entries.size(); ++index) {
+        PlanEntry& e = entries[index];
+        const auto& old = replacedOf_[index];
+        if (!old.first || !e.hasRow || !e.replaces.empty() || e.skip != SkipKind::kNone) continue;
+        if (e.action != Action::kCopy && e.action != Action::kConvert && e.action != Action::kUpdate) continue;
+        if (old.first->devicePath == e.devicePath) continue;
+        KnowLandedCopy(*old.first);
+        e.action = Action::kUpdate;
+        e.replaces = old.first->devicePath;
+        e.replacedBytes = old.first->deviceSize;
+        e.replacedMtimeNs = old.first->deviceMtimeNs;
+        rowsTaken_.push_back(old.second);
     }
 
     for (size_t index = 0; index < entries.size(); ++index) {
         PlanEntry& e = entries[index];
+        if (!e.replaces.empty() && e.devicePath == e.replaces) {
+            ClaimRows();
+            e.devicePath = namer_.Assign(relatives[index], extensions[index]);
+            if (PathTooLong(e)) {
+                // The old file goes, as for any file the device no longer gets.
+                e.devicePath = e.replaces;
+                e.bytes = e.replacedBytes;
+                e.replaces.clear();
+                e.replacedBytes = 0;
+                e.replacedMtimeNs = 0;
+            }
+            continue;
+        }
+        if (!e.replaces.empty()) continue;
         if (e.hasRow || e.skip != SkipKind::kNone) continue;
         if (!e.playlist && e.action != Action::kCopy && e.action != Action::kConvert) continue;
         ClaimRows();
@@ -1025,9 +1089,10 @@ void Planner::Playlists() {
 
 bool Planner::Leftovers(std::string& error) {
     std::sort(rowsTaken_.begin(), rowsTaken_.end());
+    std::sort(replacedRows_.begin(), replacedRows_.end());
     const bool rowsOk = manifest_.EachRow(
         [this](int64_t id) { return !std::binary_search(rowsTaken_.begin(), rowsTaken_.end(), id); },
-        [this](int64_t, ManifestRow& row) {
+        [this](int64_t id, ManifestRow& row) {
             if (!SafeDevicePath(row.devicePath)) return;
             PlanEntry e;
             e.source = row.sourcePath;
@@ -1037,10 +1102,19 @@ bool Planner::Leftovers(std::string& error) {
             e.playlist = row.action == "playlist";
             auto held = std::make_shared<ManifestRow>(std::move(row));
             e.row = held.get();
-            e.rowHeld = std::move(held);
             struct stat st;
             const bool gone = lstat(e.source.c_str(), &st) != 0 && (errno == ENOENT || errno == ENOTDIR);
-            if (!gone) {
+            if (std::binary_search(replacedRows_.begin(), replacedRows_.end(), id) &&
+                !std::binary_search(rowsTaken_.begin(), rowsTaken_.end(), id)) {
+                // A file of a replacement a stopped run did not finish, the
+                // source's other row taken: the old file, or a new one this
+                // run's list no longer wants. A new copy whose landing was
+                // not recorded is known by its bytes.
+                e.action = Action::kRemove;
+                e.reason = "a stopped replacement's other file of its source";
+                KnowLandedCopy(*held);
+                e.bytes = DeviceIntact(deviceFd_, *e.row) ? e.row->deviceSize : 0;
+            } else if (!gone) {
                 e.action = Action::kKeep;
                 e.reason = "source not among this run's files";
             } else if (options_.keepRemoved) {
@@ -1051,6 +1125,7 @@ bool Planner::Leftovers(std::string& error) {
                 e.reason = "source gone";
                 e.bytes = DeviceIntact(deviceFd_, *e.row) ? e.row->deviceSize : 0;
             }
+            e.rowHeld = std::move(held);
             plan_.entries.push_back(e);
         },
         error);
@@ -1088,6 +1163,8 @@ void Planner::Totals() {
         } else if (e.action == Action::kRemove) {
             t.freed += InBlocks(e.bytes, block);
         }
+        // A file replaced by one of another name: few, so read back.
+        if (e.Has(PlanEntries::kReplaces)) t.freed += InBlocks(plan_.entries[k].replacedBytes, block);
     }
     t.fits = t.needed <= t.available + t.freed;
     t.shortBy = t.fits ? 0 : t.needed - t.available - t.freed;

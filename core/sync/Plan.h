@@ -103,6 +103,14 @@ struct PlanEntry {
     SkipKind skip = SkipKind::kNone;
     std::string source;      // absolute
     std::string devicePath;  // below the device folder; empty when it gets none
+    // An update whose file becomes another type (a copy now converted, or
+    // the other way round): the device file it replaces, under the old
+    // type's name, removed once the new one is in place. devicePath is then
+    // the new file's, named like a new file; row is the old file's, or the
+    // new file's when a stopped run had begun the replacement.
+    std::string replaces;
+    uint64_t replacedBytes = 0;   // its size, as recorded
+    int64_t replacedMtimeNs = 0;  // its time, as recorded: changed by hand, it stays
     std::string reason;
     std::string refusedBy;
     uint64_t bytes = 0;      // to write; for a remove, what it frees
@@ -148,6 +156,7 @@ public:
         kHadSkipRow = 16,
         kSkipRecorded = 32,
         kPlaylist = 64,
+        kReplaces = 128,      // an update that replaces a file of another name
     };
     struct Brief {
         uint64_t bytes = 0;

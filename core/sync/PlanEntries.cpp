@@ -21,7 +21,7 @@ namespace {
 
 // A field added to PlanEntry or ManifestRow must be added to its record
 // below (Put and Get), or it is lost when the entry is read back.
-static_assert(sizeof(void*) != 8 || sizeof(PlanEntry) == 344, "write the new PlanEntry field in its record");
+static_assert(sizeof(void*) != 8 || sizeof(PlanEntry) == 392, "write the new PlanEntry field in its record");
 static_assert(sizeof(void*) != 8 || sizeof(ManifestRow) == 256, "write the new ManifestRow field in its record");
 
 constexpr size_t kWindow = 1 << 16;
@@ -116,6 +116,9 @@ void PutEntry(const PlanEntry& e, std::string& out) {
     w.State(e.sourceState);
     w.Text(e.source);
     w.Text(e.devicePath);
+    w.Text(e.replaces);
+    w.Number(e.replacedBytes);
+    w.Number(e.replacedMtimeNs);
     w.Text(e.reason);
     w.Text(e.refusedBy);
     w.Text(e.target);
@@ -162,6 +165,9 @@ bool GetEntry(const char* at, size_t size, PlanEntry& e) {
     r.State(e.sourceState);
     r.Text(e.source);
     r.Text(e.devicePath);
+    r.Text(e.replaces);
+    r.Number(e.replacedBytes);
+    r.Number(e.replacedMtimeNs);
     r.Text(e.reason);
     r.Text(e.refusedBy);
     r.Text(e.target);
@@ -202,7 +208,8 @@ PlanEntries::Brief BriefOf(const PlanEntry& e) {
                                    (e.refreshRow ? PlanEntries::kRefreshRow : 0) | (e.loaded ? PlanEntries::kLoaded : 0) |
                                    (e.hadSkipRow ? PlanEntries::kHadSkipRow : 0) |
                                    (e.skipRecorded ? PlanEntries::kSkipRecorded : 0) |
-                                   (e.playlist ? PlanEntries::kPlaylist : 0));
+                                   (e.playlist ? PlanEntries::kPlaylist : 0) |
+                                   (!e.replaces.empty() ? PlanEntries::kReplaces : 0));
     return b;
 }
 

@@ -485,7 +485,9 @@ def sync(
     device_path, reason, bytes, refused_by, library_playable, target, for
     a conversion "conversion" (type, container, extension, words, and
     "audio" and "video" dicts of codec, rates, channels, picture size,
-    profile, level), and after a run, "result": "done", "failed" or "not
+    profile, level), for an update whose file becomes another type
+    "replaces" and "replaced_bytes" (the old device file, removed once the
+    new one lands), and after a run, "result": "done", "failed" or "not
     run", with "error"),
     "totals" (counts and bytes by action, skips by reason, needed, freed
     and free bytes, fits, short_by, loaded) and "result" (None for a dry

@@ -66,6 +66,10 @@ py::dict Entry(const fileinfo::sync::PlanEntry& e) {
     d["device_path"] = e.devicePath.empty() ? py::object(py::none()) : Path(e.devicePath);
     d["reason"] = Text(e.reason);
     d["bytes"] = e.bytes;
+    if (!e.replaces.empty()) {
+        d["replaces"] = Path(e.replaces);
+        d["replaced_bytes"] = e.replacedBytes;
+    }
     d["refused_by"] = e.refusedBy.empty() ? py::object(py::none()) : Text(e.refusedBy);
     d["library_playable"] = e.loaded ? py::object(py::bool_(e.libraryPlayable)) : py::object(py::none());
     d["target"] = e.target.empty() ? py::object(py::none()) : Text(e.target);

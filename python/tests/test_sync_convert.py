@@ -90,3 +90,27 @@ def test_a_missing_ffmpeg_skips_with_the_reason_and_copies_still_happen(refused)
     assert out["totals"]["skipped"]["needs ffmpeg"] == 2
     assert out["result"]["copied"] == 1
     assert out["converter"] is None
+
+
+@needs_ffmpeg
+def test_a_copy_that_becomes_a_conversion_is_one_update_that_replaces_it(tmp_path):
+    src = tmp_path / "music"
+    src.mkdir()
+    shutil.copy(FIXTURES / "mp3" / "cbr128.mp3", src / "song.mp3")
+    dev = tmp_path / "device"
+    dev.mkdir()
+    assert fileinfo.sync([src], dev, CAPS)["result"]["copied"] == 1
+    # The same list without MP3: the song becomes AAC in .m4a.
+    text = open(CAPS, encoding="utf-8").read()
+    start, end = text.index("<key>MP3</key>"), text.index("<key>AAC</key>")
+    no_mp3 = tmp_path / "no-mp3.plist"
+    no_mp3.write_text(text[:start] + text[end:], encoding="utf-8")
+    out = fileinfo.sync([src], dev, str(no_mp3))
+    (entry,) = out["plan"]
+    assert entry["action"] == "update"
+    assert str(entry["device_path"]) == "song.m4a"
+    assert str(entry["replaces"]) == "song.mp3"
+    assert entry["replaced_bytes"] == os.path.getsize(src / "song.mp3")
+    assert entry["reason"] == "becomes .m4a"
+    assert out["result"]["updated"] == 1
+    assert sorted(p for p in os.listdir(dev) if not p.startswith(".fileinfo")) == ["song.m4a"]

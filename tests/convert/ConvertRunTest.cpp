@@ -350,25 +350,142 @@ TEST_F(ConvertRun, AChangedListReconvertsExactlyTheFilesWhoseTargetChanged) {
     EXPECT_EQ(made.sample_rate, 32000u);
 }
 
-TEST_F(ConvertRun, ACopyThatBecomesAConversionOfAnotherTypeIsRenamedOverTwoSyncs) {
+// The player's list without MP3: an MP3 becomes AAC in .m4a.
+std::string WithoutMp3(const Device& device) {
+    std::string text = device.Text();
+    const size_t from = text.find("<key>MP3</key>"), to = text.find("<key>AAC</key>");
+    EXPECT_LT(from, to);
+    if (from < to && to != std::string::npos) text.erase(from, to - from);
+    return text;
+}
+
+TEST_F(ConvertRun, ACopyThatBecomesAConversionOfAnotherTypeIsReplacedInOneSync) {
     CopyInto(std::string(FILEINFO_FIXTURES_DIR) + "/mp3/cbr128.mp3", Src() + "/song.mp3");
     const Device device = PlayerCaps();
     ASSERT_EQ(Sync(device).run.done[static_cast<int>(sync::Action::kCopy)], 1u);
     // The device no longer plays MP3: the song becomes AAC in .m4a, which
     // a file named .mp3 must not hold.
-    std::string text = device.Text();
-    const size_t from = text.find("<key>MP3</key>"), to = text.find("<key>AAC</key>");
-    ASSERT_LT(from, to);
-    text.erase(from, to - from);
-    const Device noMp3(text);
-    const sync::SyncOutcome first = Sync(noMp3);
-    ASSERT_EQ(first.plan.entries.size(), 1u);
-    EXPECT_EQ(first.plan.entries[0].action, sync::Action::kRemove);
-    EXPECT_EQ(first.plan.entries[0].reason, "becomes .m4a: the next sync puts it on the device");
-    EXPECT_TRUE(DeviceFiles(Dev()).empty());
-    const sync::SyncOutcome second = Sync(noMp3);
-    EXPECT_EQ(second.run.done[static_cast<int>(sync::Action::kConvert)], 1u);
+    const Device noMp3(WithoutMp3(device));
+    const sync::SyncOutcome out = Sync(noMp3);
+    ASSERT_EQ(out.plan.entries.size(), 1u);
+    const sync::PlanEntry e = out.plan.entries[0];
+    EXPECT_EQ(e.action, sync::Action::kUpdate);
+    EXPECT_EQ(e.devicePath, "song.m4a");
+    EXPECT_EQ(e.replaces, "song.mp3");
+    EXPECT_EQ(e.replacedBytes, fs::file_size(Src() + "/song.mp3"));
+    EXPECT_EQ(e.reason, "becomes .m4a");
+    for (const auto& failure : out.run.failures) ADD_FAILURE() << failure.second;
+    EXPECT_EQ(out.run.done[static_cast<int>(sync::Action::kUpdate)], 1u);
     EXPECT_EQ(DeviceFiles(Dev()), std::set<std::string>{"song.m4a"});
+    media::Reading made;
+    ASSERT_EQ(media::ReadMediaPath(Dev() + "/song.m4a", made), 0);
+    EXPECT_EQ(made.audio_codec, "AAC LC");
+    const sync::SyncOutcome again = Sync(noMp3);
+    EXPECT_EQ(again.plan.totals.count[static_cast<int>(sync::Action::kKeep)], 1u);
+    EXPECT_EQ(again.plan.totals.loads, 0u);
+    EXPECT_EQ(DeviceFiles(Dev()), std::set<std::string>{"song.m4a"});
+}
+
+TEST_F(ConvertRun, AConversionWhoseSourceNowPlaysAsItIsIsReplacedByACopyInOneSync) {
+    CopyInto(std::string(FILEINFO_FIXTURES_DIR) + "/mp3/cbr128.mp3", Src() + "/song.mp3");
+    const Device device = PlayerCaps();
+    const Device noMp3(WithoutMp3(device));
+    ASSERT_EQ(Sync(noMp3).run.done[static_cast<int>(sync::Action::kConvert)], 1u);
+    ASSERT_EQ(DeviceFiles(Dev()), std::set<std::string>{"song.m4a"});
+    const uint64_t converted = fs::file_size(Dev() + "/song.m4a");
+    const sync::SyncOutcome out = Sync(device);
+    ASSERT_EQ(out.plan.entries.size(), 1u);
+    const sync::PlanEntry e = out.plan.entries[0];
+    EXPECT_EQ(e.action, sync::Action::kUpdate);
+    EXPECT_EQ(e.devicePath, "song.mp3");
+    EXPECT_EQ(e.replaces, "song.m4a");
+    EXPECT_EQ(e.replacedBytes, converted);
+    EXPECT_EQ(e.target, "");
+    EXPECT_EQ(out.run.done[static_cast<int>(sync::Action::kUpdate)], 1u);
+    EXPECT_EQ(DeviceFiles(Dev()), std::set<std::string>{"song.mp3"});
+    EXPECT_EQ(Slurp(Dev() + "/song.mp3"), Slurp(Src() + "/song.mp3"));
+    EXPECT_EQ(Sync(device).plan.totals.count[static_cast<int>(sync::Action::kKeep)], 1u);
+}
+
+TEST_F(ConvertRun, ToolPlansAReplacementAsOneUpdateNamingTheFileItReplacesWithFatNames) {
+    const std::string source = Src() + "/Song: Live?.mp3";
+    CopyInto(std::string(FILEINFO_FIXTURES_DIR) + "/mp3/cbr128.mp3", source);
+    const std::string noMp3 = work_.file("no-mp3.plist");
+    Spit(noMp3, WithoutMp3(PlayerCaps()));
+    const ChildResult first = Tool({Src(), "--to", Dev(), "--device", kCaps, "--fat-names"});
+    ASSERT_EQ(first.exitCode, 0) << first.err;
+    ASSERT_EQ(DeviceFiles(Dev()), std::set<std::string>{"Song_ Live_.mp3"});
+    const auto lines = [](const std::string& out) {
+        std::vector<nlohmann::json> parsed;
+        std::istringstream in(out);
+        for (std::string line; std::getline(in, line);) {
+            if (!line.empty()) parsed.push_back(nlohmann::json::parse(line));
+        }
+        return parsed;
+    };
+    const ChildResult dry = Tool({Src(), "--to", Dev(), "--device", noMp3, "--fat-names", "--dry-run", "--format", "json"});
+    ASSERT_EQ(dry.exitCode, 0) << dry.err;
+    const auto planned = lines(dry.out);
+    ASSERT_EQ(planned.size(), 2u) << dry.out;
+    EXPECT_EQ(planned[0]["action"], "update");
+    EXPECT_EQ(planned[0]["source"], source);
+    EXPECT_EQ(planned[0]["devicePath"], "Song_ Live_.m4a");
+    EXPECT_EQ(planned[0]["replaces"], "Song_ Live_.mp3");
+    EXPECT_EQ(planned[0]["replacedBytes"], fs::file_size(source));
+    EXPECT_EQ(planned[0]["reason"], "becomes .m4a");
+    EXPECT_EQ(planned[0]["conversion"]["extension"], ".m4a");
+    const auto& plan = planned[1]["plan"];
+    EXPECT_EQ(plan["actions"]["update"]["files"], 1);
+    EXPECT_EQ(plan["actions"]["remove"]["files"], 0);
+    EXPECT_GE(plan["freedBytes"].get<uint64_t>(), fs::file_size(source));
+    EXPECT_EQ(DeviceFiles(Dev()), std::set<std::string>{"Song_ Live_.mp3"});
+    const ChildResult run = Tool({Src(), "--to", Dev(), "--device", noMp3, "--fat-names", "--format", "json"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const auto done = lines(run.out);
+    ASSERT_FALSE(done.empty());
+    EXPECT_EQ(done.back()["result"]["updated"], 1) << run.out;
+    EXPECT_EQ(done.back()["result"]["removed"], 0) << run.out;
+    EXPECT_EQ(DeviceFiles(Dev()), std::set<std::string>{"Song_ Live_.m4a"});
+    EXPECT_EQ(TempFiles(Dev()), 0u);
+}
+
+TEST_F(ConvertRun, SigkillDuringAReplacingConversionKeepsTheOldFileAndTheNextRunReplacesIt) {
+    CopyInto(std::string(FILEINFO_FIXTURES_DIR) + "/mp3/cbr128.mp3", Src() + "/song.mp3");
+    const std::string noMp3 = work_.file("no-mp3.plist");
+    Spit(noMp3, WithoutMp3(PlayerCaps()));
+    ASSERT_EQ(Tool({Src(), "--to", Dev(), "--device", kCaps}).exitCode, 0);
+    const std::string marker = work_.file("started");
+    const std::string hanging = work_.file("hanging-ffmpeg");
+    Spit(hanging, "#!/bin/sh\nfor last; do :; done\nprintf partial > \"${last#file:}\"\n: > '" + marker +
+                      "'\nexec sleep 60\n");
+    chmod(hanging.c_str(), 0755);
+    const pid_t pid = fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+        const int null = open("/dev/null", O_WRONLY);
+        dup2(null, 1);
+        dup2(null, 2);
+        execl(FILEINFO_TOOL_PATH, FILEINFO_TOOL_PATH, "sync", Src().c_str(), "--to", Dev().c_str(), "--device",
+              noMp3.c_str(), "--ffmpeg", hanging.c_str(), static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    for (int waited = 0; waited < 1000 && !fs::exists(marker); ++waited) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    ASSERT_TRUE(fs::exists(marker));
+    kill(pid, SIGKILL);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    // The old copy is still there, whole.
+    EXPECT_EQ(DeviceFiles(Dev()), std::set<std::string>{"song.mp3"});
+    EXPECT_EQ(Slurp(Dev() + "/song.mp3"), Slurp(Src() + "/song.mp3"));
+    const ChildResult again = Tool({Src(), "--to", Dev(), "--device", noMp3, "--format", "json"});
+    EXPECT_EQ(again.exitCode, 0) << again.err;
+    EXPECT_NE(again.out.find("\"updated\":1"), std::string::npos) << again.out;
+    EXPECT_EQ(DeviceFiles(Dev()), std::set<std::string>{"song.m4a"});
+    EXPECT_EQ(TempFiles(Dev()), 0u);
+    const ChildResult third = Tool({Src(), "--to", Dev(), "--device", noMp3, "--format", "json"});
+    EXPECT_NE(third.out.find("\"kept\":1"), std::string::npos) << third.out;
 }
 
 TEST_F(ConvertRun, SigkillDuringAConversionLeavesNoPartialFileAndTheNextRunConvertsIt) {

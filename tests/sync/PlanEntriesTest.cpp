@@ -31,6 +31,8 @@ PlanEntry Sample(size_t k) {
     e.skip = k % 2 == 0 ? SkipKind::kNone : SkipKind::kRefused;
     e.source = "/music/Album " + n + "/" + std::string(k % 300, 'x') + ".mp3";
     e.devicePath = "Album " + n + "/song.mp3";
+    e.replaces = k % 6 == 0 ? "Album " + n + "/song.wav" : "";
+    e.replacedBytes = k % 6 == 0 ? 7000 + k : 0;
     e.reason = "reason " + n;
     e.refusedBy = "codec, rate " + n;
     e.bytes = 1000 + k;
@@ -69,6 +71,8 @@ void ExpectSame(const PlanEntry& a, const PlanEntry& b, size_t k) {
     EXPECT_EQ(a.skip, b.skip) << k;
     EXPECT_EQ(a.source, b.source) << k;
     EXPECT_EQ(a.devicePath, b.devicePath) << k;
+    EXPECT_EQ(a.replaces, b.replaces) << k;
+    EXPECT_EQ(a.replacedBytes, b.replacedBytes) << k;
     EXPECT_EQ(a.reason, b.reason) << k;
     EXPECT_EQ(a.refusedBy, b.refusedBy) << k;
     EXPECT_EQ(a.bytes, b.bytes) << k;
@@ -170,6 +174,7 @@ TEST(PlanEntries, BriefSaysWhatTheExecutorSortsBy) {
         EXPECT_EQ(b.Has(PlanEntries::kHadSkipRow), e.hadSkipRow) << k;
         EXPECT_EQ(b.Has(PlanEntries::kSkipRecorded), e.skipRecorded) << k;
         EXPECT_EQ(b.Has(PlanEntries::kPlaylist), e.playlist) << k;
+        EXPECT_EQ(b.Has(PlanEntries::kReplaces), !e.replaces.empty()) << k;
     }
 }
 

@@ -34,7 +34,8 @@ protected:
     }
     std::string Src() const { return work_.file("music"); }
 
-    ChildResult Driver(const std::string& device, const std::vector<std::string>& environment) {
+    ChildResult Driver(const std::string& device, const std::vector<std::string>& environment,
+                       const std::vector<std::string>& options = {}) {
         // A sanitizer build's runtime must come first; the shim comes first
         // here, which the runtime then allows.
         // A write is a file's: SQLite's pwrite() of its pages and the
@@ -42,7 +43,10 @@ protected:
         std::vector<std::string> env{"LD_PRELOAD=" FILEINFO_FAULT_SHIM, "ASAN_OPTIONS=verify_asan_link_order=0",
                                      "FILEINFO_FAULT_WRITES=files"};
         env.insert(env.end(), environment.begin(), environment.end());
-        return RunChild({SYNC_DRIVER_PATH, "--to", device, Src()}, env, work_.path().string());
+        std::vector<std::string> arguments{SYNC_DRIVER_PATH};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        arguments.insert(arguments.end(), {"--to", device, Src()});
+        return RunChild(arguments, env, work_.path().string());
     }
 
     // Inodes of the files whose rows are done: a file copied again gets a
@@ -102,6 +106,101 @@ TEST_F(SyncFault, KilledAtManyMomentsLeavesOnlyCompleteFilesAndTheNextRunComplet
         ExpectRecovery(device.path().string(), "killed at call " + std::to_string(at) + " of " + std::to_string(calls));
     }
     std::cout << "killed " << killed << " runs, at every " << step << ". of " << calls << " calls\n";
+}
+
+TEST_F(SyncFault, KilledAtManyMomentsOfReplacingFilesByAnotherTypeLosesNoneAndTheNextRunCompletes) {
+    // Every .mp3 on the device becomes an .m4a: the new file lands, then
+    // the old one goes.
+    const std::vector<std::string> becomes{"--becomes", ".m4a"};
+    std::set<std::string> after;
+    std::vector<std::pair<std::string, std::string>> replaced;  // old, new
+    for (const std::string& f : files_) {
+        const bool mp3 = f.size() > 4 && f.compare(f.size() - 4, 4, ".mp3") == 0;
+        const std::string now = mp3 ? f.substr(0, f.size() - 4) + ".m4a" : f;
+        after.insert(now);
+        if (mp3) replaced.emplace_back(f, now);
+    }
+    ASSERT_EQ(replaced.size(), 9u);
+    TempDir counted;
+    ASSERT_EQ(Driver(counted.path().string(), {}).exitCode, 0);
+    const std::string countsFile = work_.file("replace-counts.txt");
+    ASSERT_EQ(Driver(counted.path().string(), {"FILEINFO_FAULT_COUNTS=" + countsFile}, becomes).exitCode, 0);
+    ASSERT_EQ(DeviceFiles(counted.path().string()), after);
+    std::istringstream counts(Slurp(countsFile));
+    std::string kind;
+    long calls = 0;
+    for (long n; counts >> kind >> n;) calls += n;
+    ASSERT_GT(calls, 20);
+    const long step = std::max(1L, calls / 40);
+    int killed = 0;
+    for (long at = 1; at <= calls; at += step) {
+        TempDir device;
+        const std::string dir = device.path().string();
+        const std::string what = "killed at call " + std::to_string(at) + " of " + std::to_string(calls);
+        ASSERT_EQ(Driver(dir, {}).exitCode, 0);
+        const ChildResult run = Driver(dir, {"FILEINFO_FAULT_KILL_AT=" + std::to_string(at)}, becomes);
+        ASSERT_EQ(run.exitCode, 128 + SIGKILL) << what;
+        ++killed;
+        EXPECT_EQ(Disagreements(dir), "") << what;
+        // Of each file, the old or the new is there, complete.
+        for (const auto& r : replaced) {
+            const bool old = fs::exists(dir + "/" + r.first), now = fs::exists(dir + "/" + r.second);
+            EXPECT_TRUE(old || now) << what << ": " << r.first;
+            if (now) {
+                EXPECT_EQ(Slurp(dir + "/" + r.second), Slurp(Src() + "/" + r.first)) << what;
+            }
+        }
+        const ChildResult next = Driver(dir, {}, becomes);
+        EXPECT_EQ(next.exitCode, 0) << what << "\n" << next.out << next.err;
+        EXPECT_EQ(Disagreements(dir), "") << what;
+        EXPECT_TRUE(TempFiles(dir).empty()) << what;
+        EXPECT_EQ(DeviceFiles(dir), after) << what;
+        EXPECT_EQ(Rows(dir).size(), files_.size()) << what;
+        const auto again = nlohmann::json::parse(Driver(dir, {}, becomes).out);
+        EXPECT_EQ(again["keep"], files_.size()) << what;
+        EXPECT_EQ(again["loads"], 0) << what;
+    }
+    std::cout << "killed " << killed << " replacing runs, at every " << step << ". of " << calls << " calls\n";
+}
+
+TEST_F(SyncFault, ReplacementKilledAtManyMomentsAndThenUndoneByTheNextRunLeavesTheOldFilesOnly) {
+    // Converted .m4a files are being replaced by copies when the run is
+    // killed; the next run's list wants the .m4a files again.
+    const std::vector<std::string> becomes{"--becomes", ".m4a"};
+    std::set<std::string> converted;
+    for (const std::string& f : files_) {
+        const bool mp3 = f.size() > 4 && f.compare(f.size() - 4, 4, ".mp3") == 0;
+        converted.insert(mp3 ? f.substr(0, f.size() - 4) + ".m4a" : f);
+    }
+    TempDir counted;
+    ASSERT_EQ(Driver(counted.path().string(), {}, becomes).exitCode, 0);
+    const std::string countsFile = work_.file("undo-counts.txt");
+    ASSERT_EQ(Driver(counted.path().string(), {"FILEINFO_FAULT_COUNTS=" + countsFile}).exitCode, 0);
+    ASSERT_EQ(DeviceFiles(counted.path().string()), std::set<std::string>(files_.begin(), files_.end()));
+    std::istringstream counts(Slurp(countsFile));
+    std::string kind;
+    long calls = 0;
+    for (long n; counts >> kind >> n;) calls += n;
+    ASSERT_GT(calls, 20);
+    const long step = std::max(1L, calls / 20);
+    for (long at = 1; at <= calls; at += step) {
+        TempDir device;
+        const std::string dir = device.path().string();
+        const std::string what = "killed at call " + std::to_string(at) + " of " + std::to_string(calls);
+        ASSERT_EQ(Driver(dir, {}, becomes).exitCode, 0);
+        const ChildResult run = Driver(dir, {"FILEINFO_FAULT_KILL_AT=" + std::to_string(at)});
+        ASSERT_EQ(run.exitCode, 128 + SIGKILL) << what;
+        EXPECT_EQ(Disagreements(dir), "") << what;
+        const ChildResult next = Driver(dir, {}, becomes);
+        EXPECT_EQ(next.exitCode, 0) << what << "\n" << next.out << next.err;
+        EXPECT_EQ(Disagreements(dir), "") << what;
+        EXPECT_TRUE(TempFiles(dir).empty()) << what;
+        EXPECT_EQ(DeviceFiles(dir), converted) << what;
+        EXPECT_EQ(Rows(dir).size(), files_.size()) << what;
+        const auto again = nlohmann::json::parse(Driver(dir, {}, becomes).out);
+        EXPECT_EQ(again["keep"], files_.size()) << what;
+        EXPECT_EQ(again["loads"], 0) << what;
+    }
 }
 
 TEST_F(SyncFault, FailingWriteFsyncOrRenameLeavesAConsistentDevice) {

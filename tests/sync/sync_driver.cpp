@@ -2,11 +2,15 @@
 // readers: every file the library loads is copied. It prints the plan's
 // totals and the run's result as one JSON line.
 //
-//   sync_driver [--fat-names] [--keep-removed] [--dry-run] --to DIR SOURCE...
+//   sync_driver [--fat-names] [--keep-removed] [--dry-run] [--becomes .EXT] --to DIR SOURCE...
+//
+// --becomes .EXT: every .mp3 becomes a file of type EXT (a "conversion"
+// that writes the source's bytes), as a new capability list would make it.
 #include <signal.h>
 
 #include <csignal>
 #include <cstring>
+#include <strings.h>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -25,6 +29,7 @@ void OnInterrupt(int) { interrupted = 1; }
 int main(int argc, char** argv) {
     signal(SIGINT, OnInterrupt);
     fileinfo::sync::SyncRequest request;
+    std::string becomes;
     for (int k = 1; k < argc; ++k) {
         const std::string arg = argv[k];
         if (arg == "--fat-names") {
@@ -33,6 +38,8 @@ int main(int argc, char** argv) {
             request.plan.keepRemoved = true;
         } else if (arg == "--dry-run") {
             request.dryRun = true;
+        } else if (arg == "--becomes" && k + 1 < argc) {
+            becomes = argv[++k];
         } else if (arg == "--to" && k + 1 < argc) {
             request.deviceFolder = argv[++k];
         } else {
@@ -40,10 +47,13 @@ int main(int argc, char** argv) {
         }
     }
     request.plan.jobs = 1;
-    request.plan.capsDigest = "test";
+    request.plan.capsDigest = becomes.empty() ? "test" : "test" + becomes;
+    request.execute.produce = [](const fileinfo::sync::PlanEntry& entry, int out, std::string& error) {
+        return fileinfo::sync::CopySource(entry, out, error);
+    };
     request.execute.batchFiles = 4;
     request.execute.stopRequested = [] { return interrupted != 0; };
-    request.decide = [](const fileinfo::ScanItem& item) {
+    request.decide = [becomes](const fileinfo::ScanItem& item) {
         fileinfo::sync::Decision d;
         if (item.status != MFI_OK || !item.hasRecord) {
             d.skip = fileinfo::sync::SkipKind::kNotLoaded;
@@ -53,6 +63,12 @@ int main(int argc, char** argv) {
         d.action = fileinfo::sync::Action::kCopy;
         d.bytes = item.record.fileSize;
         d.libraryPlayable = true;
+        const size_t dot = item.path.rfind('.');
+        if (!becomes.empty() && dot != std::string::npos && strcasecmp(item.path.c_str() + dot, ".mp3") == 0) {
+            d.action = fileinfo::sync::Action::kConvert;
+            d.target = "as" + becomes;
+            d.extension = becomes;
+        }
         return d;
     };
     const fileinfo::sync::SyncOutcome out = fileinfo::sync::RunSync(request, nullptr);
