@@ -399,6 +399,23 @@ private:
         }
     }
 
+    // Puts the batch's renames and removals on the device; on a failure,
+    // the device has failed and every file written in the batch with it.
+    bool SyncFolders(const std::vector<InFlight>& flight) {
+        const int error = SyncDevice(deviceFd_.get(), [&flight] {
+            for (const InFlight& f : flight) {
+                if (f.written && fsync(f.folder.get()) != 0) return errno;
+            }
+            return 0;
+        });
+        if (error == 0) return true;
+        DeviceFailure("sync: " + ErrorText(error));
+        for (const InFlight& f : flight) {
+            if (f.written) Fail(f.index, "sync: " + ErrorText(error));
+        }
+        return false;
+    }
+
     void Batch(const std::vector<size_t>& batch) {
         std::vector<InFlight> flight(batch.size());
         for (size_t k = 0; k < batch.size(); ++k) {
@@ -463,41 +480,14 @@ private:
         for (InFlight& f : flight) {
             if (f.written) Land(f);
         }
-        if (anyWritten()) {
-            const int error = SyncDevice(deviceFd_.get(), [&flight] {
-                for (const InFlight& f : flight) {
-                    if (f.written && fsync(f.folder.get()) != 0) return errno;
-                }
-                return 0;
-            });
-            if (error != 0) {
-                // Renamed but perhaps not on the device: the rows stay
-                // pending, and the next run compares the files' bytes.
-                DeviceFailure("sync: " + ErrorText(error));
-                for (const InFlight& f : flight) {
-                    if (f.written) Fail(f.index, "sync: " + ErrorText(error));
-                }
-                return;
-            }
-        }
+        // Renamed but perhaps not on the device when the sync fails: the
+        // rows stay pending, and the next run compares the files' bytes.
+        if (anyWritten() && !SyncFolders(flight)) return;
         // The files that landed under another type's name than their old
-        // ones: the old ones go now, the new ones being on the device.
-        if (RemoveReplaced(flight)) {
-            const int error = SyncDevice(deviceFd_.get(), [&flight] {
-                for (const InFlight& f : flight) {
-                    if (f.written && fsync(f.folder.get()) != 0) return errno;
-                }
-                return 0;
-            });
-            if (error != 0) {
-                // The old files' rows stay, and the next run removes them.
-                DeviceFailure("sync: " + ErrorText(error));
-                for (const InFlight& f : flight) {
-                    if (f.written) Fail(f.index, "sync: " + ErrorText(error));
-                }
-                return;
-            }
-        }
+        // ones: the old ones go now, the new ones being on the device. When
+        // the sync fails, the old files' rows stay, and the next run removes
+        // them.
+        if (RemoveReplaced(flight) && !SyncFolders(flight)) return;
         Commit([&](std::string& error) {
             for (InFlight& f : flight) {
                 const PlanEntry& e = f.entry;
