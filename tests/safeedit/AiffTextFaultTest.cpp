@@ -76,12 +76,7 @@ protected:
     }
 
     void ExpectIntact(const std::string& original, const std::string& result, const std::string& context) {
-        const std::string now = ReadFile(path_);
-        EXPECT_TRUE(now == original || now == result) << context << ": the file is neither old nor new ("
-                                                      << now.size() << " bytes)";
-        EXPECT_EQ(TempFilesIn(folder_), std::vector<std::string>()) << context;
-        for (const std::string& backup : BackupsIn(folder_))
-            EXPECT_TRUE(ReadFile(backup) == original) << context << ": " << backup << " is not the original";
+        ExpectOldOrNew(path_, folder_, original, result, context);
     }
 
     TempDir files_;
@@ -90,18 +85,6 @@ protected:
     std::string logs_;
     std::string path_;
 };
-
-std::map<std::string, long> CallCounts(const std::string& logs, const std::vector<std::string>& edit) {
-    const std::string countsFile = logs + "/counts.txt";
-    RunToolIn(logs, edit, {"LD_PRELOAD=" FILEINFO_FAULT_SHIM, "FILEINFO_FAULT_COUNTS=" + countsFile,
-                           "ASAN_OPTIONS=verify_asan_link_order=0"});
-    std::map<std::string, long> counts;
-    std::istringstream in(ReadFile(countsFile));
-    std::string kind;
-    long n;
-    while (in >> kind >> n) counts[kind] = n;
-    return counts;
-}
 
 TEST_F(SafeEditOfAiffTextsUnderFault, EveryFailingWriteSyncRenameOrLinkLeavesTheOldOrTheNewFile) {
     const std::string original = ReadFile(kFixture);

@@ -11,9 +11,13 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -124,6 +128,32 @@ inline ToolResult RunToolIn(const std::string& folder, const std::vector<std::st
     result.out = ReadFile(out);
     result.err = ReadFile(err);
     return result;
+}
+
+// How often the tool calls each kind the fault shim can fail, in a clean
+// edit: the faulted runs fail each call in turn.
+inline std::map<std::string, long> CallCounts(const std::string& logs, const std::vector<std::string>& edit) {
+    const std::string countsFile = logs + "/counts.txt";
+    RunToolIn(logs, edit, {"LD_PRELOAD=" FILEINFO_FAULT_SHIM, "FILEINFO_FAULT_COUNTS=" + countsFile,
+                           "ASAN_OPTIONS=verify_asan_link_order=0"});
+    std::map<std::string, long> counts;
+    std::istringstream in(ReadFile(countsFile));
+    std::string kind;
+    long n;
+    while (in >> kind >> n) counts[kind] = n;
+    return counts;
+}
+
+// After a failed or killed edit of `path` in `folder`: the file is the old
+// or the new one, no temporary file is left, and every backup is the old.
+inline void ExpectOldOrNew(const std::string& path, const std::string& folder, const std::string& original,
+                           const std::string& result, const std::string& context) {
+    const std::string now = ReadFile(path);
+    EXPECT_TRUE(now == original || now == result) << context << ": the file is neither old nor new (" << now.size()
+                                                  << " bytes)";
+    EXPECT_EQ(TempFilesIn(folder), std::vector<std::string>()) << context;
+    for (const std::string& backup : BackupsIn(folder))
+        EXPECT_TRUE(ReadFile(backup) == original) << context << ": " << backup << " is not the original";
 }
 
 #endif  // FILEINFO_TESTS_SAFEEDIT_CHILD_H
