@@ -5,6 +5,8 @@
 #ifndef FILEINFO_TESTS_SYNCTESTHELPERS_H
 #define FILEINFO_TESTS_SYNCTESTHELPERS_H
 
+#include <gtest/gtest.h>
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -209,6 +211,22 @@ inline ChildResult RunChild(const std::vector<std::string>& arguments, const std
     result.err = Slurp(errFile);
     return result;
 }
+
+// A test with a collection in "music" (MakeCollection) and an empty device
+// folder "device", in a folder of its own.
+class CollectionTest : public ::testing::Test {
+protected:
+    std::string Src() const { return work_.file("music"); }
+    std::string Dev() const { return work_.file("device"); }
+    void SetUp() override {
+        std::filesystem::create_directories(Src());
+        std::filesystem::create_directories(Dev());
+        files_ = MakeCollection(Src());
+    }
+
+    TempDir work_;
+    std::vector<std::string> files_;
+};
 
 }  // namespace synctest
 

@@ -21,15 +21,8 @@ using fileinfo::sync::Action;
 
 namespace {
 
-class SyncRun : public ::testing::Test {
+class SyncRun : public CollectionTest {
 protected:
-    std::string Src() const { return work_.file("music"); }
-    std::string Dev() const { return work_.file("device"); }
-    void SetUp() override {
-        fs::create_directories(Src());
-        fs::create_directories(Dev());
-        files_ = MakeCollection(Src());
-    }
     std::map<std::string, int64_t> DeviceTimes() const {
         std::map<std::string, int64_t> times;
         for (const std::string& f : DeviceFiles(Dev())) times[f] = MtimeNs(Dev() + "/" + f);
@@ -42,9 +35,6 @@ protected:
         }
         return std::nullopt;
     }
-
-    TempDir work_;
-    std::vector<std::string> files_;
 };
 
 }  // namespace

@@ -20,16 +20,8 @@ using fileinfo::sync::Action;
 
 namespace {
 
-class TypeChange : public ::testing::Test {
+class TypeChange : public CollectionTest {
 protected:
-    std::string Src() const { return work_.file("music"); }
-    std::string Dev() const { return work_.file("device"); }
-    void SetUp() override {
-        fs::create_directories(Src());
-        fs::create_directories(Dev());
-        files_ = MakeCollection(Src());
-    }
-
     // A sync where every .mp3 becomes a file of type `becomes` (none: a
     // copy), as a capability list of its own (its digest) decides.
     fileinfo::sync::SyncOutcome SyncAs(const std::string& becomes, bool fat = false, bool dryRun = false,
@@ -77,9 +69,6 @@ protected:
         EXPECT_EQ(statvfs(Dev().c_str(), &vfs), 0);
         return vfs.f_frsize != 0 ? vfs.f_frsize : vfs.f_bsize;
     }
-
-    TempDir work_;
-    std::vector<std::string> files_;
 };
 
 const std::set<std::string> kAsM4a = {"Album A/01 First.m4a", "Album A/02 Second.m4a", "Album B/01 Song.m4a",
