@@ -642,6 +642,14 @@ std::string CheckDeviceFolder(const std::vector<std::string>& sources, const std
         return std::string();
     }
     for (const std::string& source : sources) {
+        // A source named but not there is a mistake (a typo, a drive not
+        // mounted), not a collection that lost its files: nothing is
+        // planned, and no copy of it is removed.
+        struct stat named;
+        if (source.find('\0') == std::string::npos && lstat(source.c_str(), &named) != 0) {
+            error = source + ": " + ErrorText(errno);
+            return std::string();
+        }
         const std::string s = Absolute(source);
         if (s.empty()) continue;  // reported by the walk
         if (Inside(device, s)) {

@@ -268,8 +268,8 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
                     const Decider& decide, Manifest& manifest, Plan& plan, std::string& error);
 
 // The device folder, made absolute and checked: it exists, is a folder,
-// and neither holds a source nor lies inside one. Empty with the reason in
-// `error` otherwise.
+// and neither holds a source nor lies inside one; and every source named
+// exists. Empty with the reason in `error` otherwise.
 std::string CheckDeviceFolder(const std::vector<std::string>& sources, const std::string& folder, std::string& error);
 
 // True when the device's file system is FAT (vfat, msdos, exFAT).

@@ -259,6 +259,18 @@ TEST_F(SyncRun, DeviceFolderInsideASourceOrASourceInsideItIsRefused) {
     EXPECT_EQ(SyncNow({Src()}, Dev() + "/missing").status, fileinfo::sync::SyncStatus::kUsage);
 }
 
+TEST_F(SyncRun, SourceNamedButNotThereIsRefusedAndNothingOnTheDeviceChanges) {
+    ASSERT_EQ(SyncNow({Src()}, Dev()).status, fileinfo::sync::SyncStatus::kOk);
+    const auto before = DeviceTimes();
+    const std::string missing = work_.file("Musci");
+    const auto out = SyncNow({missing}, Dev());
+    EXPECT_EQ(out.status, fileinfo::sync::SyncStatus::kUsage);
+    EXPECT_EQ(out.error, missing + ": No such file or directory");
+    EXPECT_FALSE(out.ran);
+    EXPECT_EQ(DeviceTimes(), before);
+    EXPECT_EQ(Rows(Dev()).size(), files_.size());
+}
+
 TEST_F(SyncRun, SecondSyncWhileOneRunsIsRefused) {
     const int fd = open(Dev().c_str(), O_RDONLY | O_DIRECTORY);
     fileinfo::sync::SyncLock lock;

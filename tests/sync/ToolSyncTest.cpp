@@ -85,6 +85,10 @@ TEST_F(ToolSync, UsageMistakesExitWithStatus2) {
     EXPECT_EQ(inside.exitCode, 2);
     EXPECT_NE(inside.err.find("lies inside the source"), std::string::npos) << inside.err;
     EXPECT_EQ(Tool({Src(), "--to", Dev(), "--device", kCaps, "--format", "xml"}).exitCode, 2);
+    const ChildResult missing = Tool({Src() + "/Nope", "--to", Dev(), "--device", kCaps});
+    EXPECT_EQ(missing.exitCode, 2);
+    EXPECT_EQ(missing.err, "fileinfo: sync: " + Src() + "/Nope: No such file or directory\n");
+    EXPECT_EQ(missing.out, "");
 }
 
 TEST_F(ToolSync, SecondSyncWhileOneRunsExitsWithStatus5) {
