@@ -20,6 +20,7 @@
 #include "AiffTextChunks.h"
 #include "AudioSpans.h"
 #include "Child.h"
+#include "EditChecks.h"
 #include "SafeEdit.h"
 #include "TagWriter.h"
 #include "TestFiles.h"
@@ -50,41 +51,7 @@ const std::map<std::string, std::set<std::string>> kKeysOf = {
     {"composer", {"TCOM"}},      {"lyrics", {"USLT::eng"}},    {"track", {"TRCK"}},
 };
 
-std::string FieldOf(const std::string& assignment) { return assignment.substr(0, assignment.find('=')); }
-std::string ValueOf(const std::string& assignment) { return assignment.substr(assignment.find('=') + 1); }
-
 std::string AsString(const Bytes& bytes) { return std::string(bytes.begin(), bytes.end()); }
-
-fileinfo::TagEdits Edits(const std::vector<std::string>& assignments) {
-    fileinfo::TagEdits edits;
-    std::string error;
-    for (const std::string& a : assignments) EXPECT_TRUE(edits.Add(a, error)) << error;
-    return edits;
-}
-
-fileinfo::media::Reading ReadingOf(const std::string& path) {
-    fileinfo::media::Reading reading;
-    EXPECT_EQ(fileinfo::media::ReadMediaPath(path, reading), 0) << path;
-    return reading;
-}
-
-std::string Output(const std::string& command) {
-    std::string out;
-    if (FILE* pipe = popen(command.c_str(), "r")) {
-        char buffer[4096];
-        size_t n;
-        while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) out.append(buffer, n);
-        pclose(pipe);
-    }
-    return out;
-}
-
-// compare_edit.py's account of the two files.
-json Compare(const std::string& before, const std::string& after) {
-    return json::parse(Output(std::string(FILEINFO_PYTHON3) + " " + FILEINFO_COMPARE_EDIT + " '" + before + "' '" +
-                              after + "'"),
-                       nullptr, false);
-}
 
 // ffprobe's tags of the file: NAME is "title", AUTH "author", ANNO
 // "comment"; an ID3 chunk's frames by their usual names.
@@ -114,46 +81,6 @@ fileinfo::TagWriteResult WriteTexts(const std::string& path, const std::vector<s
     const fileinfo::TagWriteResult result = fileinfo::WriteAiffTextChunks(fd, Edits(assignments), addMissing);
     close(fd);
     return result;
-}
-
-void Apply(fileinfo::media::Tags& tags, const std::string& assignment) {
-    const std::string field = FieldOf(assignment), value = ValueOf(assignment);
-    if (field == "title") tags.title = value;
-    if (field == "artist") tags.artist = value;
-    if (field == "album") tags.album = value;
-    if (field == "genre") tags.genre = value;
-    if (field == "year") tags.year = value;
-    if (field == "comment") tags.comment = value;
-    if (field == "composer") tags.composer = value;
-    if (field == "track") {
-        const size_t slash = value.find('/');
-        tags.track = static_cast<uint32_t>(std::stoul(value.substr(0, slash)));
-        tags.track_total = slash == std::string::npos ? 0 : static_cast<uint32_t>(std::stoul(value.substr(slash + 1)));
-    }
-}
-
-void ExpectSameTags(const fileinfo::media::Tags& a, const fileinfo::media::Tags& b, const std::string& context) {
-    EXPECT_EQ(a.title, b.title) << context;
-    EXPECT_EQ(a.artist, b.artist) << context;
-    EXPECT_EQ(a.album, b.album) << context;
-    EXPECT_EQ(a.genre, b.genre) << context;
-    EXPECT_EQ(a.year, b.year) << context;
-    EXPECT_EQ(a.comment, b.comment) << context;
-    EXPECT_EQ(a.composer, b.composer) << context;
-    EXPECT_EQ(a.track, b.track) << context;
-    EXPECT_EQ(a.track_total, b.track_total) << context;
-}
-
-void ExpectSameStreams(const fileinfo::media::Reading& a, const fileinfo::media::Reading& b,
-                       const std::string& context) {
-    EXPECT_EQ(a.type, b.type) << context;
-    EXPECT_EQ(a.audio_codec, b.audio_codec) << context;
-    EXPECT_EQ(a.pcm_format, b.pcm_format) << context;
-    EXPECT_EQ(a.duration_ms, b.duration_ms) << context;
-    EXPECT_EQ(a.sample_rate, b.sample_rate) << context;
-    EXPECT_EQ(a.channels, b.channels) << context;
-    EXPECT_EQ(a.bits_per_sample, b.bits_per_sample) << context;
-    EXPECT_EQ(a.audio_bit_rate, b.audio_bit_rate) << context;
 }
 
 // An AIFF-C file with texts, as ffmpeg writes one: the float fixture's
@@ -187,7 +114,7 @@ void ExpectOnlyTheseFields(const std::string& original, const std::vector<std::s
     // An independent account: only the asked fields' chunks and frames
     // changed, the chunks kept their order (an ID3 chunk may follow them),
     // the SSND bytes and the decoded samples are the same.
-    const json c = Compare(original, path);
+    const json c = CompareEdit(original, path);
     ASSERT_TRUE(c.is_object()) << context;
     EXPECT_TRUE(c["same_audio"].get<bool>()) << context;
     EXPECT_TRUE(c["same_samples"].get<bool>()) << context;
@@ -238,7 +165,7 @@ TEST(TagWriterAiffTextChunks, WithoutAnId3ChunkTheTextsAloneChangeAndTheChunksKe
     const std::string original = kTextFixtures[0];
     const std::string path = Copy(dir, original, "tone.aif");
     ASSERT_EQ(Edit(path, {"title=Short", "artist=A much longer artist", "comment=Odd"}).status, EditStatus::Changed);
-    const json c = Compare(original, path);
+    const json c = CompareEdit(original, path);
     EXPECT_EQ(c["changed_keys"], json({"ANNO", "AUTH", "NAME"}));
     EXPECT_EQ(c["chunks_after"], json({"NAME", "AUTH", "ANNO", "COMM", "SSND"}));
     EXPECT_EQ(c["values"], json({{"NAME", "Short"}, {"AUTH", "A much longer artist"}, {"ANNO", "Odd"}}));
@@ -264,7 +191,7 @@ TEST(TagWriterAiffTextChunks, UnicodeAndLatin1TextsAreWrittenAsUtf8AndReadBackEx
                                                             char(padded.size() >> 8) + char(padded.size() & 0xFF) +
                                                             padded);
         EXPECT_EQ(Probe(path).value("title", ""), title);
-        EXPECT_EQ(Compare(kTextFixtures[0], path)["values"]["ANNO"], title);
+        EXPECT_EQ(CompareEdit(kTextFixtures[0], path)["values"]["ANNO"], title);
     }
 }
 
@@ -375,7 +302,7 @@ TEST(TagWriterAiffTextChunks, AFixtureGrownAndShrunkBackIsItsOwnBytesAgain) {
     const std::string path = Copy(dir, kTextFixtures[0], "tone.aif");
     ASSERT_EQ(Edit(path, {"title=" + std::string(70000, 'x')}).status, EditStatus::Changed);
     EXPECT_EQ(ReadFile(path).size(), ReadFile(kTextFixtures[0]).size() + 70000 - 12);
-    EXPECT_TRUE(Compare(kTextFixtures[0], path)["same_samples"].get<bool>());
+    EXPECT_TRUE(CompareEdit(kTextFixtures[0], path)["same_samples"].get<bool>());
     // ffmpeg wrote "Tuning Tone" with a NUL: the writer's own form.
     ASSERT_EQ(Edit(path, {"title=Tuning Tone"}).status, EditStatus::Changed);
     EXPECT_TRUE(ReadFile(path) == ReadFile(kTextFixtures[0]));
@@ -446,11 +373,11 @@ std::string WithId3(const TempDir& dir, const std::string& metadata) {
 TEST(TagWriterAiffTextChunks, AnId3ChunkTakesTheFieldsAndTheTextChunksThereAreFollow) {
     TempDir made, dir;
     const std::string original = WithId3(made, "-metadata title=Old");
-    const json chunks = Compare(original, original)["chunks_after"];
+    const json chunks = CompareEdit(original, original)["chunks_after"];
     ASSERT_EQ(chunks, json({"NAME", "COMM", "SSND", "ID3 "}));
     const std::string path = Copy(dir, original, "tone.aif");
     ASSERT_EQ(Edit(path, {"title=New", "artist=Someone"}).status, EditStatus::Changed);
-    json c = Compare(original, path);
+    json c = CompareEdit(original, path);
     EXPECT_EQ(c["changed_keys"], json({"NAME", "TIT2", "TPE1"}));
     EXPECT_EQ(c["values"]["NAME"], "New");
     EXPECT_EQ(c["chunks_after"], chunks) << "no AUTH chunk is added beside the ID3 chunk";
@@ -459,16 +386,16 @@ TEST(TagWriterAiffTextChunks, AnId3ChunkTakesTheFieldsAndTheTextChunksThereAreFo
     const fileinfo::EditResult r = Edit(path, {"title="});
     ASSERT_EQ(r.status, EditStatus::Changed) << r.reason << fileinfo::DescribeDifference(r.difference);
     EXPECT_EQ(ReadingOf(path).tags.title, "");
-    EXPECT_EQ(Compare(original, path)["chunks_after"], json({"COMM", "SSND", "ID3 "}));
+    EXPECT_EQ(CompareEdit(original, path)["chunks_after"], json({"COMM", "SSND", "ID3 "}));
 }
 
 TEST(TagWriterAiffTextChunks, AFileWithOnlyAnId3ChunkGetsNoTextChunk) {
     TempDir made, dir;
     const std::string original = WithId3(made, "-metadata album=Old");
-    ASSERT_EQ(Compare(original, original)["chunks_after"], json({"COMM", "SSND", "ID3 "}));
+    ASSERT_EQ(CompareEdit(original, original)["chunks_after"], json({"COMM", "SSND", "ID3 "}));
     const std::string path = Copy(dir, original, "tone.aif");
     ASSERT_EQ(Edit(path, {"title=New", "comment=Said"}).status, EditStatus::Changed);
-    const json c = Compare(original, path);
+    const json c = CompareEdit(original, path);
     EXPECT_EQ(c["changed_keys"], json({"COMM::eng", "TIT2"}));
     EXPECT_EQ(c["chunks_after"], json({"COMM", "SSND", "ID3 "}));
     EXPECT_EQ(ReadingOf(path).tags.title, "New");

@@ -10,6 +10,7 @@
 #include <cstdio>
 
 #include "Child.h"
+#include "EditChecks.h"
 #include "SafeEdit.h"
 #include "TestFiles.h"
 #include "media/Reading.h"
@@ -30,64 +31,6 @@ const char* const kTagged[] = {
 
 std::string PathOf(const std::string& p) {
     return p.rfind("examples/", 0) == 0 ? kExamples + p.substr(8) : kFixtures + "/" + p;
-}
-
-fileinfo::TagEdits Edits(const std::vector<std::string>& assignments) {
-    fileinfo::TagEdits edits;
-    std::string error;
-    for (const std::string& a : assignments) EXPECT_TRUE(edits.Add(a, error)) << error;
-    return edits;
-}
-
-fileinfo::media::Reading ReadingOf(const std::string& path) {
-    fileinfo::media::Reading reading;
-    EXPECT_EQ(fileinfo::media::ReadMediaPath(path, reading), 0) << path;
-    return reading;
-}
-
-// The reading's tags with one field set as the edit sets it.
-void Apply(fileinfo::media::Tags& tags, const std::string& assignment) {
-    const std::string field = assignment.substr(0, assignment.find('='));
-    const std::string value = assignment.substr(assignment.find('=') + 1);
-    if (field == "title") tags.title = value;
-    if (field == "artist") tags.artist = value;
-    if (field == "album") tags.album = value;
-    if (field == "genre") tags.genre = value;
-    if (field == "year") tags.year = value;
-    if (field == "comment") tags.comment = value;
-    if (field == "composer") tags.composer = value;
-    if (field == "track") {
-        const size_t slash = value.find('/');
-        tags.track = static_cast<uint32_t>(std::stoul(value.substr(0, slash)));
-        tags.track_total = slash == std::string::npos ? 0 : static_cast<uint32_t>(std::stoul(value.substr(slash + 1)));
-    }
-}
-
-void ExpectSameTags(const fileinfo::media::Tags& a, const fileinfo::media::Tags& b, const std::string& context) {
-    EXPECT_EQ(a.title, b.title) << context;
-    EXPECT_EQ(a.artist, b.artist) << context;
-    EXPECT_EQ(a.album, b.album) << context;
-    EXPECT_EQ(a.genre, b.genre) << context;
-    EXPECT_EQ(a.year, b.year) << context;
-    EXPECT_EQ(a.comment, b.comment) << context;
-    EXPECT_EQ(a.composer, b.composer) << context;
-    EXPECT_EQ(a.track, b.track) << context;
-    EXPECT_EQ(a.track_total, b.track_total) << context;
-}
-
-void ExpectSameStreams(const fileinfo::media::Reading& a, const fileinfo::media::Reading& b,
-                       const std::string& context) {
-    EXPECT_EQ(a.type, b.type) << context;
-    EXPECT_EQ(a.audio_codec, b.audio_codec) << context;
-    EXPECT_EQ(a.video_codec, b.video_codec) << context;
-    EXPECT_EQ(a.duration_ms, b.duration_ms) << context;
-    EXPECT_EQ(a.sample_rate, b.sample_rate) << context;
-    EXPECT_EQ(a.channels, b.channels) << context;
-    // Not the whole file's bit_rate: readers count it from the file's size.
-    EXPECT_EQ(a.audio_bit_rate, b.audio_bit_rate) << context;
-    EXPECT_EQ(a.vbr, b.vbr) << context;
-    EXPECT_EQ(a.video_bit_rate, b.video_bit_rate) << context;
-    EXPECT_EQ(a.width, b.width) << context;
 }
 
 const std::vector<std::string> kAssignments = {
@@ -196,20 +139,6 @@ TEST_F(FieldsEdit, TheToolEditsWithoutForceAndPrintsTheDifferenceOfADryRun) {
     EXPECT_EQ(ReadingOf(path).tags.title, "\xE6\x97\xA5\xE6\x9C\xAC");
 }
 
-// compare_edit.py's account of a file before and after an edit.
-nlohmann::json CompareFiles(const std::string& before, const std::string& after) {
-    const std::string command =
-        std::string(FILEINFO_PYTHON3) + " " + FILEINFO_COMPARE_EDIT + " '" + before + "' '" + after + "'";
-    std::string out;
-    if (FILE* pipe = popen(command.c_str(), "r")) {
-        char buffer[4096];
-        size_t n;
-        while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) out.append(buffer, n);
-        pclose(pipe);
-    }
-    return nlohmann::json::parse(out, nullptr, false);
-}
-
 // An example rewritten by ffmpeg (the samples copied) with a title: a
 // LIST/INFO chunk in a WAV file, an ID3 chunk in an AIFF file.
 std::string Tagged(const TempDir& dir, const std::string& from, const std::string& name) {
@@ -230,7 +159,7 @@ TEST_F(FieldsEdit, WavInfoChunksTakeLatin1TextsAndRefuseOthers) {
     fileinfo::EditResult r = fileinfo::EditTags(path, Edits({"title=Caf\xC3\xA9"}), options);
     ASSERT_EQ(r.status, EditStatus::Changed) << r.reason << fileinfo::DescribeDifference(r.difference);
     EXPECT_EQ(ReadingOf(path).tags.title, "Caf\xC3\xA9");
-    const nlohmann::json c = CompareFiles(original, path);
+    const nlohmann::json c = CompareEdit(original, path);
     EXPECT_TRUE(c["same_audio"].get<bool>());
     EXPECT_TRUE(c["same_samples"].get<bool>());
     // INFO texts are 8-bit: a Japanese title cannot be written there, and
@@ -254,7 +183,7 @@ TEST_F(FieldsEdit, AiffId3ChunksTakeUnicodeTextsAndKeepTheSamples) {
         fileinfo::EditTags(path, Edits({"title=\xE6\x97\xA5\xE6\x9C\xAC", "track=2/9"}), options);
     ASSERT_EQ(r.status, EditStatus::Changed) << r.reason << fileinfo::DescribeDifference(r.difference);
     EXPECT_EQ(ReadingOf(path).tags.title, "\xE6\x97\xA5\xE6\x9C\xAC");
-    const nlohmann::json c = CompareFiles(original, path);
+    const nlohmann::json c = CompareEdit(original, path);
     // ffmpeg wrote the title into NAME too, which follows.
     EXPECT_EQ(c["changed_keys"], nlohmann::json({"NAME", "TIT2", "TRCK"}));
     EXPECT_TRUE(c["same_audio"].get<bool>());
