@@ -21,6 +21,7 @@
 #include "Mp3Builder.h"
 #include "Mp4Builder.h"
 #include "TestFiles.h"
+#include "UnderValgrind.h"
 
 namespace {
 
@@ -84,8 +85,7 @@ bool MemoryIsMeasurable() {
 #if defined(__SANITIZE_ADDRESS__)
     return false;
 #else
-    const char* preload = getenv("LD_PRELOAD");
-    return preload == nullptr || strstr(preload, "valgrind") == nullptr;
+    return !UnderValgrind();
 #endif
 }
 

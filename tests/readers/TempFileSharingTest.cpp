@@ -28,21 +28,11 @@
 #include "TempBinTest.h"
 #include "TestFiles.h"
 #include "TempFileSharingTestHelpers.h"
+#include "UnderValgrind.h"
 
 using namespace TempFileSharingTestHelpers;
 
 namespace {
-
-// True when running under valgrind, which runs threads one at a time:
-// the stress rounds are cut down there.
-bool UnderValgrind() {
-    std::ifstream maps("/proc/self/maps");
-    std::string line;
-    while (std::getline(maps, line)) {
-        if (line.find("vgpreload") != std::string::npos) return true;
-    }
-    return false;
-}
 
 TEST_F(TempFileSharing, CompressedMoviesLoadAloneAsExpected) {
     const Loaded avc = LoadOnce(dir_.write("avc.mov", CompressedAvc()));

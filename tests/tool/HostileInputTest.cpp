@@ -27,6 +27,7 @@
 #include "TestFiles.h"
 #include "ToolParse.h"
 #include "ToolRun.h"
+#include "UnderValgrind.h"
 #include "Verdict.h"
 
 namespace fs = std::filesystem;
@@ -299,6 +300,8 @@ TEST(HostileSystem, ScanWhoseThreadsCannotStartThrowsInsteadOfEnding) {
     // A sanitizer's runtime needs more address space than the limit leaves.
     GTEST_SKIP() << "the address-space limit leaves a sanitizer's runtime no room";
 #endif
+    // Valgrind alone maps more than the limit before the scan starts.
+    if (UnderValgrind()) GTEST_SKIP() << "the address-space limit leaves valgrind no room";
     const int result = InChild(60, [] {
         // Too little address space for the threads' stacks.
         struct rlimit limit;
