@@ -299,6 +299,20 @@ bool ScanItem::LoadFailed() const {
 
 bool WalkTakes(const std::string& path) { return TakesFile(path); }
 
+std::string LibraryExtension(const media::Reading& reading) {
+    // The reading's types, each with the one extension of the library's
+    // reader for it that names it best.
+    static const struct {
+        const char* type;
+        const char* extension;
+    } kNames[] = {{"MP3", ".mp3"}, {"AAC", ".aac"}, {"WAV", ".wav"}, {"AIFF", ".aif"}, {"AIFC", ".aif"},
+                  {"MP4", ".mp4"}, {"M4A", ".m4a"}, {"M4V", ".m4v"}, {"MOV", ".mov"}, {"3GP", ".3gp"}};
+    for (const auto& n : kNames) {
+        if (reading.type == n.type) return n.extension;
+    }
+    return std::string();
+}
+
 std::vector<std::string> ExtensionList(const std::string& list) {
     std::vector<std::string> out;
     size_t start = 0;

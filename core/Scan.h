@@ -108,6 +108,12 @@ std::vector<std::string> ExtensionList(const std::string& list);
 // ...), or it has none. Other front ends that list files walk the same way.
 bool WalkTakes(const std::string& path);
 
+// The extension the library reads a file of the reading's type by: ".aif"
+// for AIFF and AIFF-C, ".m4a" for an M4A (an audiobook's .m4b too), ".mp3"
+// for any MPEG audio stream, ... Empty for an unidentified reading. A file
+// named otherwise gets this name where the library is to take it.
+std::string LibraryExtension(const media::Reading& reading);
+
 // Loads one regular file the way the scan does, in the calling thread. The
 // file is opened once, without blocking; one that is not a regular file (by
 // now) is kSkipped as a special file and never given to the library, which

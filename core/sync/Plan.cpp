@@ -22,8 +22,10 @@
 #include <thread>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 
 #include "FileInfoVersion.h"
+#include "FileOps.h"
 #include "MediaFileInfo.h"
 #include "sync/FatNames.h"
 #include "sync/Playlist.h"
@@ -110,7 +112,7 @@ public:
             Add(path, name, &st, SkipKind::kSpecial, "not a regular file");
         } else if (IsPlaylistName(path)) {
             Add(path, name, &st, SkipKind::kNone, std::string(), true);
-        } else if (!MediaFileHasReader(path.c_str())) {
+        } else if (!WalkTakes(path)) {
             Add(path, name, &st, SkipKind::kNotMedia, ExtensionAdvice(path));
         } else {
             Add(path, name, &st, SkipKind::kNone, std::string());
@@ -225,7 +227,7 @@ private:
         const bool needsStat = st == nullptr;
         if (IsPlaylistName(path)) {
             Add(path, relative, st, SkipKind::kNone, std::string(), true, needsStat);
-        } else if (!MediaFileHasReader(path.c_str())) {
+        } else if (!WalkTakes(path)) {
             Add(path, relative, st, SkipKind::kNotMedia, ExtensionAdvice(path), false, needsStat);
         } else if (!Selected(path)) {
             Add(path, relative, st, SkipKind::kNotMedia, "extension not selected", false, needsStat);
@@ -256,6 +258,29 @@ std::string ReplaceExtension(const std::string& name, const std::string& extensi
     if (extension.empty()) return name;
     const size_t dot = name.rfind('.');
     return (dot == std::string::npos || dot == 0 ? name : name.substr(0, dot)) + extension;
+}
+
+// `stem` cut at a character's start where `stem` and `tail` together would
+// not fit in one folder entry (NAME_MAX bytes), then `tail`.
+std::string FitName(const std::string& stem, const std::string& tail) {
+    const size_t room = NAME_MAX > tail.size() ? NAME_MAX - tail.size() : 0;
+    if (stem.size() <= room) return stem + tail;
+    size_t cut = room;
+    while (cut > 0 && (static_cast<unsigned char>(stem[cut]) & 0xC0) == 0x80) --cut;
+    return stem.substr(0, cut) + tail;
+}
+
+// A name's stem and its extension (with the dot; empty when the name has
+// none, or only a leading dot).
+std::pair<std::string, std::string> SplitExtension(const std::string& name) {
+    const size_t dot = name.rfind('.');
+    if (dot == std::string::npos || dot == 0) return {name, std::string()};
+    return {name.substr(0, dot), name.substr(dot)};
+}
+
+// `name` with `extension` in place of its own, cut to fit one folder entry.
+std::string LinkName(const std::string& name, const std::string& extension) {
+    return FitName(SplitExtension(name).first, extension);
 }
 
 // A set of 64-bit hashes at 8 bytes each: a sorted run, and a short tail
@@ -329,13 +354,17 @@ public:
     }
 
 private:
-    std::string Name(const std::string& name) const { return fat_ ? FatName(name) : name; }
+    // A name that gained a longer extension (a file without one, or a
+    // converted file) may no longer fit a folder entry: its stem is cut.
+    std::string Name(const std::string& name) const {
+        if (fat_) return FatName(name);
+        const auto [stem, extension] = SplitExtension(name);
+        return FitName(stem, extension);
+    }
 
     static std::string Numbered(const std::string& name, unsigned n) {
-        const size_t dot = name.rfind('.');
-        const std::string mark = " (" + std::to_string(n) + ")";
-        if (dot == std::string::npos || dot == 0) return name + mark;
-        return name.substr(0, dot) + mark + name.substr(dot);
+        const auto [stem, extension] = SplitExtension(name);
+        return FitName(stem, " (" + std::to_string(n) + ")" + extension);
     }
 
     // A name in the device folder that sync did not put there: the user's.
@@ -457,6 +486,37 @@ void ParallelFor(size_t n, unsigned jobs, const Work& work) {
     for (std::thread& t : threads) t.join();
 }
 
+// Loads `source` as the device's library will see its copy. A file whose
+// extension the library takes is loaded by its own name. One named
+// otherwise (.aiff, .m4b, .mp2, or no extension), which the library would
+// not take, is loaded under the name its copy gets: the extension the
+// library reads the type its bytes hold by. Returns that extension, or
+// empty when the copy keeps the source's name.
+std::string LoadAsOnDevice(const std::string& source, ScanItem& item) {
+    item.path = source;
+    if (MediaFileHasReader(source.c_str()) || PathHoldsNul(source)) {
+        LoadInto(source, item);
+        return std::string();
+    }
+    UniqueFd file(open(source.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+    struct stat st;
+    media::Reading reading;
+    if (!file.valid() || fstat(file.get(), &st) != 0 || !S_ISREG(st.st_mode) || media::ReadMedia(file.get(), reading) != 0) {
+        LoadInto(source, item);  // its account of why the file cannot be read
+        return std::string();
+    }
+    const std::string extension = LibraryExtension(reading);
+    if (extension.empty()) {
+        item.outcome = Outcome::kLoaded;
+        item.status = MFI_NOT_THIS_FORMAT;
+        item.reading = std::move(reading);
+        return std::string();
+    }
+    LoadDescriptorInto(file.get(), LinkName(NamePart(source), extension), item);
+    item.path = source;
+    return extension;
+}
+
 // Loads every entry in `loads` on `jobs` threads and decides it.
 void LoadAndDecide(std::vector<PlanEntry>& entries, const std::vector<size_t>& loads, unsigned jobs,
                    const Decider& decide, std::vector<Decision>& decisions) {
@@ -469,9 +529,23 @@ void LoadAndDecide(std::vector<PlanEntry>& entries, const std::vector<size_t>& l
         for (size_t k; (k = next.fetch_add(1)) < loads.size();) {
             const size_t index = loads[k];
             ScanItem item;
-            item.path = entries[index].source;
-            LoadInto(item.path, item);
+            const std::string& source = entries[index].source;
+            const std::string extension = LoadAsOnDevice(source, item);
+            if (item.outcome == Outcome::kLoaded && item.readingError == 0 && !item.reading.Identified() &&
+                !MediaFileHasReader(source.c_str())) {
+                // Another name of a media format, or none: media only by
+                // its bytes, and these are none the readers know. A name
+                // without an extension is most often no media file at all.
+                const bool bare = LowerExtension(source).empty();
+                decisions[index].skip = bare ? SkipKind::kNotMedia : SkipKind::kNotIdentified;
+                decisions[index].reason = std::string(SkipKindName(decisions[index].skip)) +
+                                          (bare ? ": " + ExtensionAdvice(source) : std::string());
+                continue;
+            }
             decisions[index] = decide(item);
+            if (decisions[index].action != Action::kSkip && decisions[index].extension.empty()) {
+                decisions[index].extension = extension;
+            }
         }
     };
     std::vector<std::thread> threads;

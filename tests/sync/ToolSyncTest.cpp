@@ -8,12 +8,14 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
+#include "MediaFileInfo.h"
 #include "SyncTestHelpers.h"
 #include "Scan.h"
 #include "Verdict.h"
@@ -170,4 +172,31 @@ TEST_F(ToolSync, SyncOfRealFixturesCopiesWhatTheDevicePlaysAndKeepsItInStep) {
     const auto third = JsonLines(Tool({src, "--to", Dev(), "--device", kCaps, "--no-convert", "--format", "json"}).out);
     EXPECT_EQ(third[third.size() - 2]["plan"]["actions"]["update"]["files"], 1);
     EXPECT_EQ(third[third.size() - 2]["plan"]["loaded"], 1);
+}
+
+TEST_F(ToolSync, AiffAndExtensionlessFilesLandUnderNamesTheDevicesLibraryLoads) {
+    if (!Readers()) GTEST_SKIP() << "this build's readers do not judge the fixtures playable";
+    CopyInto(std::string(FILEINFO_FIXTURES_DIR) + "/aiff/sox-mono-8k.aif", Src() + "/Album C/one.aiff");
+    CopyInto(std::string(FILEINFO_FIXTURES_DIR) + "/mp3/cbr128.mp3", Src() + "/Album C/untitled");
+    const ChildResult run = Tool({Src(), "--to", Dev(), "--device", kCaps, "--no-convert", "--format", "json"});
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    std::map<std::string, nlohmann::json> bySource;
+    for (const auto& line : JsonLines(run.out)) {
+        if (line.contains("source")) bySource[line["source"].get<std::string>()] = line;
+    }
+    const auto& aiff = bySource.at(Src() + "/Album C/one.aiff");
+    EXPECT_EQ(aiff["action"], "copy");
+    EXPECT_EQ(aiff["devicePath"], "Album C/one.aif");
+    EXPECT_EQ(aiff["libraryPlayable"], true);  // loaded by the library as "one.aif"
+    const auto& bare = bySource.at(Src() + "/Album C/untitled");
+    EXPECT_EQ(bare["action"], "copy");
+    EXPECT_EQ(bare["devicePath"], "Album C/untitled.mp3");
+    EXPECT_EQ(bare["libraryPlayable"], true);
+    EXPECT_TRUE(Slurp(Dev() + "/Album C/one.aif") == Slurp(Src() + "/Album C/one.aiff"));
+    EXPECT_TRUE(Slurp(Dev() + "/Album C/untitled.mp3") == Slurp(Src() + "/Album C/untitled"));
+    // The device's copies are what the library loads.
+    for (const char* copy : {"/Album C/one.aif", "/Album C/untitled.mp3"}) {
+        MediaFileInfo info;
+        EXPECT_EQ(info.LoadFile((Dev() + copy).c_str()), MFI_OK) << copy;
+    }
 }
