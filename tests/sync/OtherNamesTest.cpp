@@ -190,3 +190,12 @@ TEST_F(SyncOtherNames, NumberedNameAtTheLengthLimitKeepsItsNumberAndExtension) {
     EXPECT_TRUE(Slurp(Dev() + "/" + std::string(247, 'n') + " (2).mp3") == Slurp(Src() + "/" + bare));
     EXPECT_EQ(out.run.failed, 0u);
 }
+
+TEST_F(SyncOtherNames, PlaylistsPointAtTheRenamedCopies) {
+    Put(kFixtures + "/aiff/sox-mono-8k.aif", "A/one.aiff");
+    Put(kFixtures + "/mp3/cbr128.mp3", "A/track");
+    Spit(Src() + "/A/list.m3u", "#EXTM3U\none.aiff\ntrack\n");
+    const auto out = SyncNow({Src()}, Dev());
+    ASSERT_EQ(out.status, fileinfo::sync::SyncStatus::kOk) << out.error;
+    EXPECT_EQ(Slurp(Dev() + "/A/list.m3u"), "#EXTM3U\none.aif\ntrack.mp3\n");
+}
