@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Makes the small MP4-family files the reader's tests check, with Debian's
-# ffmpeg (libx264, the native MPEG-4 Visual, H.263, AAC and ALAC encoders),
+# ffmpeg (libx264, libx265, the native MPEG-4 Visual, H.263, AAC and ALAC encoders),
 # into tests/fixtures/mp4/, and one example into examples/. Only the results
 # are committed; rerun to remake them (the tests' expected values then have
 # to be worked out again from the new files).
@@ -44,6 +44,9 @@ ff -f lavfi -i sine=frequency=440:sample_rate=32000 -c:a mp2 -b:a 64k -t 1 mp2-s
 ff $tone -c:a aac -profile:a aac_main -b:a 24k -movflags +faststart \
    -metadata title="Żółw ♫ Main" -metadata album_artist="The Ensemble" -metadata track=3/12 \
    -metadata genre=Jazz -metadata date=1987 aac-main-tagged.m4a
+# H.265 Main in an 'hvc1' entry, and Main 10 in an 'hev1' entry, video only.
+ff $video -c:v libx265 -x265-params log-level=none -b:v 40k -pix_fmt yuv420p -tag:v hvc1 h265-main.mp4
+ff $video -c:v libx265 -x265-params log-level=none -b:v 40k -pix_fmt yuv420p10le -tag:v hev1 h265-main10.mp4
 
 cp aac-tagged.m4a "$root/examples/tone-tagged.m4a"
 ls -l "$out" "$root/examples/tone-tagged.m4a"

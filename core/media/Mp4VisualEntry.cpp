@@ -1,6 +1,6 @@
-// Visual sample entries: the codec, the size in pixels, and for H.264 and
-// MPEG-4 Visual the profile and level, from avcC and from the visual
-// object sequence header in esds.
+// Visual sample entries: the codec, the size in pixels, and for H.264,
+// H.265 and MPEG-4 Visual the profile and level, from avcC, from hvcC and
+// from the visual object sequence header in esds.
 #include "Mp4Config.h"
 
 namespace fileinfo {
@@ -34,6 +34,49 @@ void ReadAvcConfig(const uint8_t* p, size_t length, SampleEntry& out) {
     out.profile_id = p[1];
     out.profile = AvcProfileName(p[1], p[2]);
     out.level = p[3];
+}
+
+// --- H.265 ---
+
+// general_profile_idc, or for 0 (none given) the lowest profile the
+// compatibility flags name.
+std::string HevcProfileName(unsigned profile) {
+    switch (profile) {
+        case 1: return "Main";
+        case 2: return "Main 10";
+        case 3: return "Main Still Picture";
+        case 4: return "Format Range Extensions";
+        case 5: return "High Throughput";
+        case 6: return "Multiview Main";
+        case 7: return "Scalable Main";
+        case 8: return "3D Main";
+        case 9: return "Screen Content Coding";
+        case 10: return "Scalable Format Range Extensions";
+        case 11: return "High Throughput Screen Content Coding";
+        default: return "";
+    }
+}
+
+// hvcC: configurationVersion, then general_profile_space (2 bits),
+// general_tier_flag (1) and general_profile_idc (5), 32 compatibility
+// flags (bit 31 - j for profile j), 48 bits of constraint flags, and
+// general_level_idc at byte 12: 30 times the level (93 for level 3.1).
+void ReadHevcConfig(const uint8_t* p, size_t length, SampleEntry& out) {
+    if (length < 13) return;
+    out.level = p[12];
+    if ((p[1] >> 6) != 0) return;  // a profile space of its own: the numbers mean other profiles
+    unsigned profile = p[1] & 0x1F;
+    if (profile == 0) {
+        const uint32_t compatible = BigEndian32(p + 2);
+        for (unsigned j = 1; j < 32; ++j) {
+            if ((compatible & (0x80000000u >> j)) != 0) {
+                profile = j;
+                break;
+            }
+        }
+    }
+    out.profile_id = profile;
+    out.profile = HevcProfileName(profile);
 }
 
 // --- MPEG-4 Visual ---
@@ -167,6 +210,8 @@ void ReadVisualEntry(const BoxBytes& bytes, const Box& entry, SampleEntry& out) 
     if (out.codec.empty()) out.codec = type;  // a picture we cannot name: its entry type
     if (out.codec == "H.264" && FindChild(e, kChildrenAt, e.size(), FourCc("avcC"), config)) {
         ReadAvcConfig(e.data() + config.body, config.Size(), out);
+    } else if (out.codec == "H.265" && FindChild(e, kChildrenAt, e.size(), FourCc("hvcC"), config)) {
+        ReadHevcConfig(e.data() + config.body, config.Size(), out);
     }
 }
 

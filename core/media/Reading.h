@@ -70,13 +70,16 @@ struct Reading {
     uint64_t video_bit_rate = 0;    // average, bit/s
     uint64_t video_peak_bit_rate = 0;  // the highest bit rate over one second, bit/s
     // H.264: "Baseline", "Constrained Baseline", "Main", "Extended", "High",
-    // "High 10", "High 4:2:2", "High 4:4:4 Predictive"; MPEG-4 Visual:
-    // "Simple Profile", "Advanced Simple Profile", ...
+    // "High 10", "High 4:2:2", "High 4:4:4 Predictive"; H.265: "Main",
+    // "Main 10", "Main Still Picture", "Format Range Extensions", ...;
+    // MPEG-4 Visual: "Simple Profile", "Advanced Simple Profile", ...
     std::string profile;
-    // H.264: profile_idc (66, 77, 100, ...); MPEG-4 Visual: the
-    // profile_and_level_indication byte (3 for Simple Profile level 3).
+    // H.264: profile_idc (66, 77, 100, ...); H.265: general_profile_idc
+    // (1 for Main); MPEG-4 Visual: the profile_and_level_indication byte (3
+    // for Simple Profile level 3).
     uint32_t profile_id = 0;
-    // H.264: level_idc (30 for level 3.0); MPEG-4 Visual: the level number.
+    // H.264: level_idc (30 for level 3.0); H.265: general_level_idc, 30
+    // times the level (93 for level 3.1); MPEG-4 Visual: the level number.
     uint32_t level = 0;
 
     uint64_t size = 0;  // the file's size in bytes

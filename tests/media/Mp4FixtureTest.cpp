@@ -101,6 +101,33 @@ TEST(Mp4Fixture, H264MainWithAacInQuickTime) {
     EXPECT_EQ(r.bit_rate, 68688u);
 }
 
+TEST(Mp4Fixture, H265MainInAnHvc1Entry) {
+    const Reading r = ReadFixture("h265-main.mp4");
+    EXPECT_EQ(r.type, "MP4");
+    EXPECT_EQ(r.video_codec, "H.265");
+    EXPECT_EQ(r.profile, "Main");
+    EXPECT_EQ(r.profile_id, 1u);
+    EXPECT_EQ(r.level, 30u);  // level 1
+    EXPECT_EQ(r.width, 160u);
+    EXPECT_EQ(r.height, 120u);
+    EXPECT_DOUBLE_EQ(r.frame_rate, 10.0);
+    EXPECT_EQ(r.video_bit_rate, 22640u);
+    EXPECT_FALSE(r.HasAudio());
+    EXPECT_EQ(r.duration_ms, 1000u);
+    EXPECT_EQ(r.bit_rate, 49616u);
+}
+
+TEST(Mp4Fixture, H265Main10InAnHev1Entry) {
+    const Reading r = ReadFixture("h265-main10.mp4");
+    EXPECT_EQ(r.video_codec, "H.265");
+    EXPECT_EQ(r.profile, "Main 10");
+    EXPECT_EQ(r.profile_id, 2u);
+    EXPECT_EQ(r.level, 30u);
+    EXPECT_EQ(r.width, 160u);
+    EXPECT_EQ(r.height, 120u);
+    EXPECT_EQ(r.video_bit_rate, 23568u);
+}
+
 TEST(Mp4Fixture, H264ConstrainedBaselineVideoOnly) {
     const Reading r = ReadFixture("h264-baseline.mp4");
     EXPECT_EQ(r.type, "MP4");

@@ -785,9 +785,62 @@ TEST(Mp4Hostile, EmptySampleEntryTableGivesNoCodec) {
     EXPECT_FALSE(r.HasAudio());
 }
 
+namespace {
+
+// An hvcC record's first 13 bytes: version 1, the profile byte, the 32
+// compatibility flags, six bytes of constraint flags, general_level_idc.
+Bytes HvcConfig(uint8_t profileByte, uint32_t compatible, uint8_t level) {
+    ByteWriter w;
+    w.u8(1).u8(profileByte).be32(compatible);
+    for (int k = 0; k < 6; ++k) w.u8(0);
+    w.u8(level);
+    return Atom("hvcC", w.take());
+}
+
+}  // namespace
+
+TEST(Mp4Picture, H265ProfileAndLevelComeFromHvcC) {
+    // Main tier, profile 2 (Main 10), level 4.1.
+    const Reading r = ReadPicture(VisualEntry("hvc1", 1920, 1080, HvcConfig(0x02, 0x20000000, 123)));
+    EXPECT_EQ(r.video_codec, "H.265");
+    EXPECT_EQ(r.profile, "Main 10");
+    EXPECT_EQ(r.profile_id, 2u);
+    EXPECT_EQ(r.level, 123u);
+}
+
+TEST(Mp4Picture, H265HighTierKeepsItsProfile) {
+    const Reading r = ReadPicture(VisualEntry("hev1", 64, 64, HvcConfig(0x20 | 0x01, 0x40000000, 150)));
+    EXPECT_EQ(r.profile, "Main");
+    EXPECT_EQ(r.level, 150u);
+}
+
+TEST(Mp4Picture, H265ProfileZeroTakesTheFirstCompatibleOne) {
+    // No profile given; compatible with Main (flag 1) and Main 10 (flag 2).
+    const Reading r = ReadPicture(VisualEntry("hvc1", 64, 64, HvcConfig(0x00, 0x60000000, 93)));
+    EXPECT_EQ(r.profile, "Main");
+    EXPECT_EQ(r.profile_id, 1u);
+    EXPECT_EQ(r.level, 93u);
+}
+
+TEST(Mp4Picture, H265ProfileOfAnotherProfileSpaceIsNotNamed) {
+    const Reading r = ReadPicture(VisualEntry("hvc1", 64, 64, HvcConfig(0x40 | 0x01, 0x40000000, 93)));
+    EXPECT_EQ(r.profile, "");
+    EXPECT_EQ(r.profile_id, 0u);
+    EXPECT_EQ(r.level, 93u);
+}
+
+TEST(Mp4Picture, H265UnknownProfileNumberHasNoName) {
+    const Reading r = ReadPicture(VisualEntry("hvc1", 64, 64, HvcConfig(0x1F, 0, 93)));
+    EXPECT_EQ(r.profile, "");
+    EXPECT_EQ(r.profile_id, 31u);
+}
+
 TEST(Mp4Hostile, ShortConfigurationsAreIgnored) {
     EXPECT_EQ(ReadSound(SoundEntry("mp4a", 2, FullAtom("esds", Bytes{0x03, 0x7F}))).audio_codec, "AAC");
     EXPECT_EQ(ReadPicture(VisualEntry("avc1", 64, 64, Atom("avcC", Bytes{1}))).profile, "");
+    const Reading shortHvc = ReadPicture(VisualEntry("hvc1", 64, 64, Atom("hvcC", Bytes{1, 1, 0x40, 0, 0, 0, 0, 0, 0, 0, 0, 0})));
+    EXPECT_EQ(shortHvc.profile, "");
+    EXPECT_EQ(shortHvc.level, 0u);
     EXPECT_EQ(ReadSound(SoundEntry("alac", 2, FullAtom("alac", Bytes{0, 0}))).bits_per_sample, 0u);
 }
 

@@ -171,7 +171,7 @@ def main():
             expect(path, "video_codec", r["video_codec"], codec_name(video))
             expect(path, "width", r["width"], video.get("width", 0))
             expect(path, "height", r["height"], video.get("height", 0))
-            if "profile" in video and r["video_codec"] in ("H.264", "MPEG-4 Visual"):
+            if "profile" in video and r["video_codec"] in ("H.264", "H.265", "MPEG-4 Visual"):
                 expect(path, "profile", r["profile"], video["profile"])
                 expect(path, "level", r["level"], video.get("level", 0))
         else:
