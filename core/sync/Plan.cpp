@@ -486,6 +486,18 @@ void ParallelFor(size_t n, unsigned jobs, const Work& work) {
     for (std::thread& t : threads) t.join();
 }
 
+// The entries of a plan whose device folder holds no scratch file (a dry
+// run on FAT, which may name nothing there) go to an unnamed file in the
+// folder for temporary files: memory stays flat all the same.
+void SpillToTemporaryFolder(PlanEntries& entries) {
+    const char* env = getenv("TMPDIR");
+    const std::string folder = env != nullptr && env[0] == '/' ? env : "/tmp";
+    const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) return;
+    entries.SpillTo(fd, false, true);
+    close(fd);
+}
+
 // Loads `source` as the device's library will see its copy. A file whose
 // extension the library takes is loaded by its own name. One named
 // otherwise (.aiff, .m4b, .mp2, or no extension), which the library would
@@ -1269,7 +1281,10 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
         int fd;
         ~Closer() { close(fd); }
     } closer{deviceFd};
-    if (!options.entriesInMemory) plan.entries.SpillTo(deviceFd, options.nameScratch);
+    if (!options.entriesInMemory) {
+        plan.entries.SpillTo(deviceFd, options.nameScratch, options.unnamedScratch);
+        if (!plan.entries.Spilled()) SpillToTemporaryFolder(plan.entries);
+    }
 
     if (!manifest.BeginRead(error)) return PlanStatus::kError;
     struct ReadEnder {

@@ -95,7 +95,11 @@ struct PlanOptions {
     bool entriesInMemory = false;
     // Where the device's file system has no unnamed files: a named scratch
     // file, unlinked at once (not for a dry run, which writes nothing).
+    // Where neither can be had, an unnamed file in the folder for
+    // temporary files ($TMPDIR, else /tmp), and only then memory.
     bool nameScratch = true;
+    // False acts as on FAT, whose folders hold no unnamed file (for tests).
+    bool unnamedScratch = true;
 };
 
 struct PlanEntry {

@@ -421,6 +421,35 @@ TEST_F(SyncRun, PlanOfMoreFilesThanAChunkNamesRemovesAndListsAcrossChunks) {
     EXPECT_TRUE(TempFiles(Dev()).empty());
 }
 
+TEST_F(SyncRun, DryRunWhereTheDeviceHoldsNoUnnamedFileKeepsItsEntriesInTheTemporaryFolder) {
+    // As on FAT: the device folder holds no unnamed file, and a dry run
+    // names nothing there.
+    const std::string temporary = work_.file("tmp");
+    fs::create_directories(temporary);
+    const char* was = getenv("TMPDIR");
+    const std::string saved = was != nullptr ? was : "";
+    setenv("TMPDIR", temporary.c_str(), 1);
+    fileinfo::sync::SyncRequest request;
+    request.sources = {Src()};
+    request.deviceFolder = Dev();
+    request.decide = CopyLoaded;
+    request.plan.capsDigest = "test";
+    request.plan.unnamedScratch = false;
+    request.dryRun = true;
+    const auto out = fileinfo::sync::RunSync(request, nullptr);
+    if (was != nullptr) {
+        setenv("TMPDIR", saved.c_str(), 1);
+    } else {
+        unsetenv("TMPDIR");
+    }
+    ASSERT_EQ(out.status, fileinfo::sync::SyncStatus::kOk) << out.error;
+    EXPECT_TRUE(out.plan.entries.Spilled());
+    EXPECT_EQ(out.plan.entries.size(), 6u);
+    EXPECT_EQ(out.plan.entries[0].source, Src() + "/Album A/01 First.mp3");
+    EXPECT_TRUE(fs::is_empty(Dev()));
+    EXPECT_TRUE(fs::is_empty(temporary));  // unnamed: nothing to leave behind
+}
+
 TEST_F(SyncRun, PlanOfADeviceFolderKeepsItsEntriesInAScratchFileThatLeavesNoTrace) {
     const auto before = fs::last_write_time(Dev());
     const auto dry = SyncNow({Src()}, Dev(), false, false, true);
