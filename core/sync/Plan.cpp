@@ -489,9 +489,11 @@ void ParallelFor(size_t n, unsigned jobs, const Work& work) {
 // The entries of a plan whose device folder holds no scratch file (a dry
 // run on FAT, which may name nothing there) go to an unnamed file in the
 // folder for temporary files: memory stays flat all the same.
-void SpillToTemporaryFolder(PlanEntries& entries) {
-    const char* env = getenv("TMPDIR");
-    const std::string folder = env != nullptr && env[0] == '/' ? env : "/tmp";
+void SpillToTemporaryFolder(PlanEntries& entries, std::string folder) {
+    if (folder.empty()) {
+        const char* env = getenv("TMPDIR");
+        folder = env != nullptr && env[0] == '/' ? env : "/tmp";
+    }
     const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) return;
     entries.SpillTo(fd, false, true);
@@ -1283,7 +1285,7 @@ PlanStatus MakePlan(const std::vector<std::string>& sources, const std::string& 
     } closer{deviceFd};
     if (!options.entriesInMemory) {
         plan.entries.SpillTo(deviceFd, options.nameScratch, options.unnamedScratch);
-        if (!plan.entries.Spilled()) SpillToTemporaryFolder(plan.entries);
+        if (!plan.entries.Spilled()) SpillToTemporaryFolder(plan.entries, options.temporaryFolder);
     }
 
     if (!manifest.BeginRead(error)) return PlanStatus::kError;

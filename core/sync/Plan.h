@@ -100,6 +100,8 @@ struct PlanOptions {
     bool nameScratch = true;
     // False acts as on FAT, whose folders hold no unnamed file (for tests).
     bool unnamedScratch = true;
+    // The folder for temporary files; empty: $TMPDIR, else /tmp.
+    std::string temporaryFolder;
 };
 
 struct PlanEntry {
