@@ -800,39 +800,28 @@ Bytes HvcConfig(uint8_t profileByte, uint32_t compatible, uint8_t level) {
 }  // namespace
 
 TEST(Mp4Picture, H265ProfileAndLevelComeFromHvcC) {
-    // Main tier, profile 2 (Main 10), level 4.1.
-    const Reading r = ReadPicture(VisualEntry("hvc1", 1920, 1080, HvcConfig(0x02, 0x20000000, 123)));
-    EXPECT_EQ(r.video_codec, "H.265");
-    EXPECT_EQ(r.profile, "Main 10");
-    EXPECT_EQ(r.profile_id, 2u);
-    EXPECT_EQ(r.level, 123u);
-}
-
-TEST(Mp4Picture, H265HighTierKeepsItsProfile) {
-    const Reading r = ReadPicture(VisualEntry("hev1", 64, 64, HvcConfig(0x20 | 0x01, 0x40000000, 150)));
-    EXPECT_EQ(r.profile, "Main");
-    EXPECT_EQ(r.level, 150u);
-}
-
-TEST(Mp4Picture, H265ProfileZeroTakesTheFirstCompatibleOne) {
-    // No profile given; compatible with Main (flag 1) and Main 10 (flag 2).
-    const Reading r = ReadPicture(VisualEntry("hvc1", 64, 64, HvcConfig(0x00, 0x60000000, 93)));
-    EXPECT_EQ(r.profile, "Main");
-    EXPECT_EQ(r.profile_id, 1u);
-    EXPECT_EQ(r.level, 93u);
-}
-
-TEST(Mp4Picture, H265ProfileOfAnotherProfileSpaceIsNotNamed) {
-    const Reading r = ReadPicture(VisualEntry("hvc1", 64, 64, HvcConfig(0x40 | 0x01, 0x40000000, 93)));
-    EXPECT_EQ(r.profile, "");
-    EXPECT_EQ(r.profile_id, 0u);
-    EXPECT_EQ(r.level, 93u);
-}
-
-TEST(Mp4Picture, H265UnknownProfileNumberHasNoName) {
-    const Reading r = ReadPicture(VisualEntry("hvc1", 64, 64, HvcConfig(0x1F, 0, 93)));
-    EXPECT_EQ(r.profile, "");
-    EXPECT_EQ(r.profile_id, 31u);
+    const struct {
+        const char* what;
+        const char* entry;
+        uint8_t profileByte;  // profile space, tier, profile
+        uint32_t compatible;
+        uint8_t level;
+        const char* profile;
+        unsigned profileId;
+    } cases[] = {
+        {"Main 10, level 4.1", "hvc1", 0x02, 0x20000000, 123, "Main 10", 2},
+        {"the high tier keeps its profile", "hev1", 0x20 | 0x01, 0x40000000, 150, "Main", 1},
+        {"no profile given: the first compatible one", "hvc1", 0x00, 0x60000000, 93, "Main", 1},
+        {"another profile space: not named", "hvc1", 0x40 | 0x01, 0x40000000, 93, "", 0},
+        {"an unknown profile number: no name", "hvc1", 0x1F, 0, 93, "", 31},
+    };
+    for (const auto& c : cases) {
+        const Reading r = ReadPicture(VisualEntry(c.entry, 64, 64, HvcConfig(c.profileByte, c.compatible, c.level)));
+        EXPECT_EQ(r.video_codec, "H.265") << c.what;
+        EXPECT_EQ(r.profile, c.profile) << c.what;
+        EXPECT_EQ(r.profile_id, c.profileId) << c.what;
+        EXPECT_EQ(r.level, c.level) << c.what;
+    }
 }
 
 TEST(Mp4Hostile, ShortConfigurationsAreIgnored) {
