@@ -21,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "ChildProcess.h"
 #include "SafeEdit.h"
 
 extern char** environ;
@@ -74,33 +75,13 @@ inline std::vector<std::string> BackupsIn(const std::string& folder) {
 // added to the test's own. Standard output and error go to the files.
 inline pid_t StartTool(const std::vector<std::string>& arguments, const std::vector<std::string>& environment,
                        const std::string& outFile, const std::string& errFile) {
-    std::vector<std::string> env(environment);
-    for (char** e = environ; *e != nullptr; ++e) env.push_back(*e);
     std::vector<std::string> args{FILEINFO_TOOL_PATH};
     args.insert(args.end(), arguments.begin(), arguments.end());
-    const pid_t pid = fork();
-    if (pid != 0) return pid;
-    const int out = open(outFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    const int err = open(errFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    dup2(out, STDOUT_FILENO);
-    dup2(err, STDERR_FILENO);
-    std::vector<char*> argv, envp;
-    for (std::string& a : args) argv.push_back(&a[0]);
-    for (std::string& e : env) envp.push_back(&e[0]);
-    argv.push_back(nullptr);
-    envp.push_back(nullptr);
-    execve(argv[0], argv.data(), envp.data());
-    _exit(127);
+    return StartChild(args, environment, outFile, errFile);
 }
 
 // The exit status, or 128 + the signal that ended the child.
-inline int WaitTool(pid_t pid) {
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0) {
-        if (errno != EINTR) return -1;
-    }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
+inline int WaitTool(pid_t pid) { return WaitChild(pid); }
 
 // True when the child stopped itself (the stop hook); false when it ended.
 inline bool WaitStopped(pid_t pid, int& exitStatus) {

@@ -21,6 +21,8 @@
 #include <string>
 #include <vector>
 
+#include "ChildProcess.h"
+#include "CopyLoaded.h"
 #include "MediaFileInfoDefine.h"
 #include "TestFiles.h"
 #include "sync/Executor.h"
@@ -64,20 +66,6 @@ inline std::vector<std::string> MakeCollection(const std::string& root) {
         relative.push_back(f.second);
     }
     return relative;
-}
-
-// The decision the tests judge with: copy what the library loads.
-inline fileinfo::sync::Decision CopyLoaded(const fileinfo::ScanItem& item) {
-    fileinfo::sync::Decision d;
-    if (item.status != MFI_OK || !item.hasRecord) {
-        d.skip = fileinfo::sync::SkipKind::kNotLoaded;
-        d.reason = "did not load";
-        return d;
-    }
-    d.action = fileinfo::sync::Action::kCopy;
-    d.bytes = item.record.fileSize;
-    d.libraryPlayable = true;
-    return d;
 }
 
 // Regular files below the device folder, relative, without sync's own
@@ -185,28 +173,8 @@ struct ChildResult {
 inline ChildResult RunChild(const std::vector<std::string>& arguments, const std::vector<std::string>& environment,
                             const std::string& folder) {
     const std::string outFile = folder + "/child-stdout.txt", errFile = folder + "/child-stderr.txt";
-    std::vector<std::string> env(environment);
-    for (char** e = environ; *e != nullptr; ++e) env.push_back(*e);
-    std::vector<std::string> args(arguments);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        const int out = open(outFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        const int err = open(errFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        dup2(out, STDOUT_FILENO);
-        dup2(err, STDERR_FILENO);
-        std::vector<char*> argv, envp;
-        for (std::string& a : args) argv.push_back(&a[0]);
-        for (std::string& e : env) envp.push_back(&e[0]);
-        argv.push_back(nullptr);
-        envp.push_back(nullptr);
-        execve(argv[0], argv.data(), envp.data());
-        _exit(127);
-    }
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
     ChildResult result;
-    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    result.exitCode = WaitChild(StartChild(arguments, environment, outFile, errFile));
     result.out = Slurp(outFile);
     result.err = Slurp(errFile);
     return result;

@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "CopyLoaded.h"
 #include "MediaFileInfoDefine.h"
 #include "sync/Sync.h"
 
@@ -54,17 +55,10 @@ int main(int argc, char** argv) {
     request.execute.batchFiles = 4;
     request.execute.stopRequested = [] { return interrupted != 0; };
     request.decide = [becomes](const fileinfo::ScanItem& item) {
-        fileinfo::sync::Decision d;
-        if (item.status != MFI_OK || !item.hasRecord) {
-            d.skip = fileinfo::sync::SkipKind::kNotLoaded;
-            d.reason = "did not load";
-            return d;
-        }
-        d.action = fileinfo::sync::Action::kCopy;
-        d.bytes = item.record.fileSize;
-        d.libraryPlayable = true;
+        fileinfo::sync::Decision d = synctest::CopyLoaded(item);
         const size_t dot = item.path.rfind('.');
-        if (!becomes.empty() && dot != std::string::npos && strcasecmp(item.path.c_str() + dot, ".mp3") == 0) {
+        if (d.action == fileinfo::sync::Action::kCopy && !becomes.empty() && dot != std::string::npos &&
+            strcasecmp(item.path.c_str() + dot, ".mp3") == 0) {
             d.action = fileinfo::sync::Action::kConvert;
             d.target = "as" + becomes;
             d.extension = becomes;
