@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <vector>
 
 #include "FileOps.h"
 #include "Scan.h"
@@ -24,6 +25,29 @@ constexpr char kConvertDigest[] = "+convert/1";
 // The error a conversion that failed gives the executor: the file fails,
 // the run goes on (neither the device's nor the source's fault).
 constexpr int kConversionFailed = ECANCELED;
+
+// The library's MP4 reader takes a movie only when its first read of 4096
+// bytes comes back whole: a shorter file (a clip of a second or so) would
+// land, and never be identified on the device. A free box at the end, which
+// every reader passes over, brings it to that length. 0, or errno.
+int PadShortMovie(int fd) {
+    constexpr off_t kFirstRead = 4096;
+    struct stat st;
+    if (fstat(fd, &st) != 0) return errno;
+    if (st.st_size >= kFirstRead) return 0;
+    const size_t size = std::max<size_t>(8, static_cast<size_t>(kFirstRead - st.st_size));
+    std::vector<char> box(size, 0);
+    for (int k = 0; k < 4; ++k) box[static_cast<size_t>(k)] = static_cast<char>(size >> (24 - 8 * k));  // big-endian
+    std::memcpy(box.data() + 4, "free", 4);
+    size_t done = 0;
+    while (done < size) {
+        const ssize_t n = pwrite(fd, box.data() + done, size - done, st.st_size + static_cast<off_t>(done));
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return n < 0 ? errno : ENOSPC;
+        done += static_cast<size_t>(n);
+    }
+    return 0;
+}
 
 std::string Keys(const std::vector<std::string>& keys) {
     std::string joined;
@@ -129,7 +153,12 @@ int Converter::ConvertInto(const sync::PlanEntry& entry, int out, std::string& e
     // One thread each: the workers are the parallelism.
     const std::vector<std::string> args = FfmpegArguments(target, entry.source, source, 1);
     const ProgramRun run = RunProgram(program_, args, out, &cancel_);
-    if (run.Succeeded()) return 0;
+    if (run.Succeeded()) {
+        if (target.container != "mp4" && target.container != "m4a") return 0;
+        const int padError = PadShortMovie(out);
+        if (padError != 0) error = std::string("no room to convert: ") + std::strerror(padError);
+        return padError == ENOSPC ? ENOSPC : padError;
+    }
     error = "ffmpeg: " + run.Failure();
     return kConversionFailed;
 }

@@ -116,8 +116,18 @@ std::vector<std::string> FfmpegArguments(const Target& t, const std::string& sou
     if (threads != 0) a.insert(a.end(), {"-threads", Number(threads)});
     // "file:" keeps a name starting with '-' or holding ':' a file's name.
     a.insert(a.end(), {"-i", "file:" + source});
+    if (t.silentSound) {
+        // Silence for as long as the picture lasts (-shortest).
+        a.insert(a.end(), {"-f", "lavfi", "-i",
+                           "anullsrc=channel_layout=" + std::string(t.sound.channels == 1 ? "mono" : "stereo") +
+                               ":sample_rate=" + Number(t.sound.sampleRate)});
+    }
     if (t.hasPicture) a.insert(a.end(), {"-map", "0:v:0"});
-    if (t.hasSound) a.insert(a.end(), {"-map", t.hasPicture ? "0:a:0?" : "0:a:0"});
+    if (t.silentSound) {
+        a.insert(a.end(), {"-map", "1:a:0", "-shortest"});
+    } else if (t.hasSound) {
+        a.insert(a.end(), {"-map", t.hasPicture ? "0:a:0?" : "0:a:0"});
+    }
     a.insert(a.end(), {"-map_metadata", "0", "-map_chapters", "-1"});
     if (t.hasPicture) PictureArguments(t, a);
     if (t.hasSound) SoundArguments(t, a);

@@ -410,11 +410,21 @@ bool PictureTargetFor(const std::string& caps, const media::Reading& r, Target& 
     target.hasPicture = true;
     target.container = "mp4";
     target.extension = ".mp4";
+    Entry entry;
+    ReadEntry(caps, target.type, entry);
     if (r.HasAudio()) {
-        Entry entry;
-        ReadEntry(caps, target.type, entry);
         if (!AacTarget(entry.sound, r, kMovieSoundPerChannel, target.sound, why)) return false;
         target.hasSound = true;
+    } else if (entry.own.count("AAC") != 0 || entry.sound.count("AAC") != 0) {
+        // The list's AAC key (the nested entry's own name, read as the
+        // first of its keys) asks every movie of the type for AAC sound; a
+        // source without sound gets a silent mono track within its limits.
+        media::Reading silence;
+        silence.sample_rate = 44100;
+        silence.channels = 1;
+        if (!AacTarget(entry.sound, silence, kMovieSoundPerChannel, target.sound, why)) return false;
+        target.hasSound = true;
+        target.silentSound = true;
     }
     return true;
 }
@@ -520,6 +530,7 @@ std::string Target::Text() const {
         out << " audio=" << sound.codec << " rate=" << sound.sampleRate << " channels=" << sound.channels;
         if (sound.bitsPerSample != 0) out << " bits=" << sound.bitsPerSample;
         if (sound.bitRate != 0) out << " arate=" << sound.bitRate;
+        if (silentSound) out << " silence=1";
     }
     return out.str();
 }
@@ -566,6 +577,8 @@ bool Target::Parse(const std::string& text, Target& target) {
             ok = ParseNumber(value, target.sound.bitsPerSample);
         } else if (key == "arate") {
             ok = ParseNumber(value, target.sound.bitRate);
+        } else if (key == "silence") {
+            ok = value == "1", target.silentSound = true;
         } else {
             ok = false;
         }
@@ -580,6 +593,7 @@ bool Target::Parse(const std::string& text, Target& target) {
     if (target.hasSound && (target.sound.sampleRate == 0 || target.sound.channels == 0 || target.sound.channels > 8)) {
         return false;
     }
+    if (target.silentSound && (!target.hasSound || !target.hasPicture || target.sound.codec != "aac")) return false;
     if (target.hasPicture && (target.picture.width == 0 || target.picture.height == 0 ||
                               target.picture.width > 16384 || target.picture.height > 16384 ||
                               target.picture.frameRateMilli == 0)) {
@@ -605,6 +619,7 @@ std::string Target::Words() const {
     }
     if (hasSound) {
         std::string s = sound.codec == "aac" ? "AAC LC" : sound.codec == "mp3" ? "MP3" : "PCM";
+        if (silentSound) s = "silent " + s;
         s += " " + Kilohertz(sound.sampleRate) + " " + ChannelWords(sound.channels);
         if (sound.bitsPerSample != 0) s += " " + std::to_string(sound.bitsPerSample) + "-bit";
         if (sound.bitRate != 0) s += " " + std::to_string(sound.bitRate / 1000) + " kbit/s";

@@ -56,6 +56,10 @@ struct Target {
     SoundTarget sound;
     bool hasPicture = false;
     PictureTarget picture;
+    // A movie whose source has no sound, for a list that names the sound a
+    // movie of its type carries: the library's filter refuses a movie
+    // without it, so `sound` is a silent track within those limits.
+    bool silentSound = false;
 
     // The stable text recorded in the manifest:
     // "convert/1 type=AAC container=m4a ext=.m4a audio=aac rate=44100 ...".

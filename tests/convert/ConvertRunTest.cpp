@@ -177,6 +177,59 @@ TEST_F(ConvertRun, MoviesBecomeMpeg4VisualWhenTheDeviceListsNoH264) {
     }
 }
 
+TEST_F(ConvertRun, MovieWithoutSoundLandsWithTheSilentTrackBothVerdictsAskFor) {
+    CopyInto(std::string(FILEINFO_FIXTURES_DIR) + "/mp4/h265-main.mp4", Src() + "/clip.mp4");
+    const Device device = PlayerCaps();
+    const sync::SyncOutcome out = Sync(device);
+    for (const auto& failure : out.run.failures) ADD_FAILURE() << failure.second;
+    ASSERT_EQ(out.run.done[static_cast<int>(sync::Action::kConvert)], 1u);
+    ScanItem made;
+    LoadInto(Dev() + "/clip.mp4", made);
+    EXPECT_EQ(made.status, MFI_OK);
+    EXPECT_EQ(made.reading.video_codec, "H.264");
+    EXPECT_EQ(made.reading.audio_codec, "AAC LC");
+    EXPECT_EQ(made.reading.channels, 1u);
+    EXPECT_NEAR(static_cast<double>(made.reading.duration_ms), 1000.0, 10.0);
+    EXPECT_TRUE(device.JudgeReading(made.reading).playable) << device.JudgeReading(made.reading).explanation;
+    EXPECT_TRUE(device.Judge(made).playable) << device.Judge(made).explanation;
+}
+
+TEST_F(ConvertRun, ShortMovieIsPaddedToTheLengthTheLibrarysReaderTakes) {
+    // A fifth of a second of Apple Lossless: its AAC file would be shorter
+    // than the 4096 bytes the library's MP4 reader reads first.
+    const std::string ffmpeg = FindProgram("");
+    ASSERT_EQ(RunChild({ffmpeg, "-nostdin", "-loglevel", "error", "-f", "lavfi", "-i",
+                        "sine=frequency=440:sample_rate=16000:duration=0.2", "-c:a", "alac", "-f", "ipod",
+                        Src() + "/blip.m4a"},
+                       {}, work_.path().string())
+                  .exitCode,
+              0);
+    const Device device = PlayerCaps();
+    const sync::SyncOutcome out = Sync(device);
+    for (const auto& failure : out.run.failures) ADD_FAILURE() << failure.second;
+    ASSERT_EQ(out.run.done[static_cast<int>(sync::Action::kConvert)], 1u);
+    const std::string made = Slurp(Dev() + "/blip.m4a");
+    ASSERT_EQ(made.size(), 4096u);
+    // The last box is the free box that fills it.
+    size_t at = 0, last = 0;
+    while (at + 8 <= made.size()) {
+        const uint32_t size = static_cast<uint32_t>(static_cast<unsigned char>(made[at]) << 24 |
+                                                    static_cast<unsigned char>(made[at + 1]) << 16 |
+                                                    static_cast<unsigned char>(made[at + 2]) << 8 |
+                                                    static_cast<unsigned char>(made[at + 3]));
+        if (size < 8) break;
+        last = at;
+        at += size;
+    }
+    EXPECT_EQ(at, made.size());
+    EXPECT_EQ(made.substr(last + 4, 4), "free");
+    ScanItem item;
+    LoadInto(Dev() + "/blip.m4a", item);
+    EXPECT_EQ(item.status, MFI_OK);
+    EXPECT_TRUE(item.Identified());
+    EXPECT_TRUE(device.Judge(item).playable) << device.Judge(item).explanation;
+}
+
 TEST_F(ConvertRun, EveryTagIsCarriedOver) {
     // ALAC with all eight tags.
     const std::string source = Src() + "/tagged.m4a";

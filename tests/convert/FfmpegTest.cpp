@@ -64,6 +64,20 @@ TEST(Ffmpeg, H264ArgumentsScaleAndHoldTheRates) {
     EXPECT_NE(args.find("[-f] [mp4] [file:/proc/self/fd/3]"), std::string::npos) << args;
 }
 
+TEST(Ffmpeg, SilentSoundIsASecondInputMappedForAsLongAsThePicture) {
+    Target t;
+    ASSERT_TRUE(Target::Parse("convert/1 type=H.264 container=mp4 ext=.mp4 video=h264 size=320x240 fps=25000 profile=66 "
+                              "level=30 vrate=288000 vpeak=460800 audio=aac rate=44100 channels=1 arate=64000 silence=1",
+                              t));
+    const std::string args = Joined(FfmpegArguments(t, "clip.mp4", media::Reading()));
+    EXPECT_NE(args.find("[-i] [file:clip.mp4] [-f] [lavfi] [-i] [anullsrc=channel_layout=mono:sample_rate=44100] "
+                        "[-map] [0:v:0] [-map] [1:a:0] [-shortest]"),
+              std::string::npos)
+        << args;
+    EXPECT_NE(args.find("[-c:a] [aac] [-profile:a] [aac_low] [-b:a] [64000] [-ar] [44100] [-ac] [1]"), std::string::npos)
+        << args;
+}
+
 TEST(Ffmpeg, FindProgramTakesAnExecutablePathOrANameOnPath) {
     EXPECT_EQ(FindProgram("/nonexistent"), "");
     EXPECT_EQ(FindProgram("/etc/passwd"), "");  // not executable

@@ -176,6 +176,47 @@ TEST(Target, Mpeg4VisualWhenTheDeviceListsNoH264) {
               "vrate=172800 vpeak=172800 audio=aac rate=48000 channels=2 arate=128000");
 }
 
+TEST(Target, MovieWithoutSoundGetsASilentTrackWhereTheListAsksForAac) {
+    // The player's H.264 entry names AAC: the library's filter refuses a
+    // movie without AAC sound, so the target carries silence.
+    media::Reading r = Movie("H.264", 640, 480, 25);
+    r.audio_codec.clear();
+    r.sample_rate = r.channels = 0;
+    r.profile_id = 100;
+    const Target t = Find(PlayerCaps(), r);
+    EXPECT_TRUE(t.silentSound);
+    EXPECT_EQ(t.Text(),
+              "convert/1 type=H.264 container=mp4 ext=.mp4 video=h264 size=320x240 fps=25000 profile=66 level=30 "
+              "vrate=288000 vpeak=345600 audio=aac rate=44100 channels=1 arate=64000 silence=1");
+    EXPECT_EQ(t.Words(),
+              "H.264 Baseline 3.0 320x240 25 fps 288 kbit/s + silent AAC LC 44.1 kHz mono 64 kbit/s in .mp4");
+    Target back;
+    ASSERT_TRUE(Target::Parse(t.Text(), back));
+    EXPECT_EQ(back.Text(), t.Text());
+}
+
+TEST(Target, MovieWithoutSoundStaysSilentWhereTheListAsksForNoSound) {
+    const Device device = Caps(
+        "<dict><key>VideoCodecs</key><dict><key>H.264</key><dict><key>Profile</key><string>B</string>"
+        "<key>Level</key><integer>30</integer></dict></dict></dict>");
+    media::Reading r = Movie("H.264", 320, 240, 25);
+    r.audio_codec.clear();
+    r.profile_id = 100;
+    const Target t = Find(device, r);
+    EXPECT_FALSE(t.silentSound);
+    EXPECT_FALSE(t.hasSound);
+}
+
+TEST(Target, ParseTakesSilenceOnlyAsAMoviesAacTrack) {
+    Target t;
+    const std::string movie = "convert/1 type=H.264 container=mp4 ext=.mp4 video=h264 size=320x240 fps=25000 profile=66 "
+                              "level=30 vrate=288000 vpeak=460800";
+    EXPECT_TRUE(Target::Parse(movie + " audio=aac rate=44100 channels=1 arate=64000 silence=1", t));
+    EXPECT_FALSE(Target::Parse(movie + " silence=1", t));                                          // no sound
+    EXPECT_FALSE(Target::Parse(movie + " audio=aac rate=44100 channels=1 arate=64000 silence=2", t));
+    EXPECT_FALSE(Target::Parse("convert/1 type=AAC container=m4a ext=.m4a audio=aac rate=44100 channels=1 silence=1", t));
+}
+
 TEST(Target, EntryKeysMarkTheNestedSoundEntry) {
     std::vector<EntryKey> keys;
     ASSERT_TRUE(EntryKeys(PlayerCaps().Text(), "H.264", keys));
