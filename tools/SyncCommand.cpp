@@ -50,7 +50,8 @@ nlohmann::json ConversionJson(const fileinfo::convert::Target& t) {
                         {"sampleRate", t.sound.sampleRate},
                         {"channels", t.sound.channels},
                         {"bitsPerSample", t.sound.bitsPerSample},
-                        {"bitRate", t.sound.bitRate}};
+                        {"bitRate", t.sound.bitRate},
+                        {"silent", t.silentSound}};
     }
     if (t.hasPicture) {
         out["video"] = {{"codec", t.picture.codec == "h264" ? "H.264" : "MPEG-4 Visual"},

@@ -485,7 +485,8 @@ def sync(
     device_path, reason, bytes, refused_by, library_playable, target, for
     a conversion "conversion" (type, container, extension, words, and
     "audio" and "video" dicts of codec, rates, channels, picture size,
-    profile, level), for an update whose file becomes another type
+    profile, level, and "silent" for a silent track added to a movie
+    without sound), for an update whose file becomes another type
     "replaces" and "replaced_bytes" (the old device file, removed once the
     new one lands), and after a run, "result": "done", "failed" or "not
     run", with "error"),

@@ -42,6 +42,7 @@ py::dict Conversion(const fileinfo::convert::Target& t) {
         a["channels"] = t.sound.channels;
         a["bits_per_sample"] = t.sound.bitsPerSample;
         a["bit_rate"] = t.sound.bitRate;
+        a["silent"] = t.silentSound;
         d["audio"] = a;
     }
     if (t.hasPicture) {

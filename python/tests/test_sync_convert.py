@@ -43,6 +43,7 @@ def test_refused_files_are_planned_as_conversions_with_their_targets(refused):
         "channels": 1,
         "bits_per_sample": 0,
         "bit_rate": 32000,
+        "silent": False,
     }
     deep = plan["deep.aif"]
     assert deep["action"] == "convert"

@@ -340,6 +340,7 @@ TEST_F(ConvertRun, PlanLinesNameTheTargetAndTheEstimate) {
     EXPECT_EQ(c["audio"]["codec"], "AAC LC");
     EXPECT_EQ(c["audio"]["sampleRate"], 8000);
     EXPECT_EQ(c["audio"]["channels"], 1);
+    EXPECT_EQ(c["audio"]["silent"], false);
     // (43,200 + 16,000) bit/s for 1 s, and the container's 4,096 bytes
     // and 1 %.
     EXPECT_EQ(line["bytes"], 7400 + 4096 + 74);
