@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "ChildProcess.h"
+#include "FaultCounts.h"
 #include "SafeEdit.h"
 
 extern char** environ;
@@ -117,12 +118,7 @@ inline std::map<std::string, long> CallCounts(const std::string& logs, const std
     const std::string countsFile = logs + "/counts.txt";
     RunToolIn(logs, edit, {"LD_PRELOAD=" FILEINFO_FAULT_SHIM, "FILEINFO_FAULT_COUNTS=" + countsFile,
                            "ASAN_OPTIONS=verify_asan_link_order=0"});
-    std::map<std::string, long> counts;
-    std::istringstream in(ReadFile(countsFile));
-    std::string kind;
-    long n;
-    while (in >> kind >> n) counts[kind] = n;
-    return counts;
+    return ReadFaultCounts(countsFile);
 }
 
 // After a failed or killed edit of `path` in `folder`: the file is the old

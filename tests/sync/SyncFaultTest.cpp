@@ -11,12 +11,12 @@
 
 #include <iostream>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
+#include "FaultCounts.h"
 #include "SyncTestHelpers.h"
 
 using namespace synctest;
@@ -90,11 +90,7 @@ TEST_F(SyncFault, KilledAtManyMomentsLeavesOnlyCompleteFilesAndTheNextRunComplet
     TempDir counted;
     const std::string countsFile = work_.file("counts.txt");
     ASSERT_EQ(Driver(counted.path().string(), {"FILEINFO_FAULT_COUNTS=" + countsFile}).exitCode, 0);
-    // The calls of every kind together.
-    std::istringstream counts(Slurp(countsFile));
-    std::string kind;
-    long calls = 0;
-    for (long n; counts >> kind >> n;) calls += n;
+    const long calls = TotalCalls(ReadFaultCounts(countsFile));
     ASSERT_GT(calls, 20);
     const long step = std::max(1L, calls / 40);
     int killed = 0;
@@ -126,10 +122,7 @@ TEST_F(SyncFault, KilledAtManyMomentsOfReplacingFilesByAnotherTypeLosesNoneAndTh
     const std::string countsFile = work_.file("replace-counts.txt");
     ASSERT_EQ(Driver(counted.path().string(), {"FILEINFO_FAULT_COUNTS=" + countsFile}, becomes).exitCode, 0);
     ASSERT_EQ(DeviceFiles(counted.path().string()), after);
-    std::istringstream counts(Slurp(countsFile));
-    std::string kind;
-    long calls = 0;
-    for (long n; counts >> kind >> n;) calls += n;
+    const long calls = TotalCalls(ReadFaultCounts(countsFile));
     ASSERT_GT(calls, 20);
     const long step = std::max(1L, calls / 40);
     int killed = 0;
@@ -177,10 +170,7 @@ TEST_F(SyncFault, ReplacementKilledAtManyMomentsAndThenUndoneByTheNextRunLeavesT
     const std::string countsFile = work_.file("undo-counts.txt");
     ASSERT_EQ(Driver(counted.path().string(), {"FILEINFO_FAULT_COUNTS=" + countsFile}).exitCode, 0);
     ASSERT_EQ(DeviceFiles(counted.path().string()), std::set<std::string>(files_.begin(), files_.end()));
-    std::istringstream counts(Slurp(countsFile));
-    std::string kind;
-    long calls = 0;
-    for (long n; counts >> kind >> n;) calls += n;
+    const long calls = TotalCalls(ReadFaultCounts(countsFile));
     ASSERT_GT(calls, 20);
     const long step = std::max(1L, calls / 20);
     for (long at = 1; at <= calls; at += step) {
